@@ -1,0 +1,102 @@
+#pragma once
+// The paged audio store of one project: a directory holding five member files
+// ("raw.lxa", "enc.lxa", "pcm.lxa", "clip.lxa", "map.lxa"; see
+// docs/store-format.md). All audio of a project is appended here once; clips
+// are lists of page ranges into it. The store owns its member streams, which
+// delete their files when the store is destroyed; the directory itself belongs
+// to whoever created it (the controller). Every operation takes the store's
+// recursive lock, so one store may be shared by editing, capture, playback and
+// compression threads.
+#include <list>
+#include <map>
+#include <memory>
+#include "LxAudioCoreExport.h"
+#include "LxPCMData.h"
+#include "LxPageRange.h"
+#include "LxPageThumbnail.h"
+#include "LxPublic/LxFile.h"
+#include "LxPublic/LxRecursiveMutex.h"
+
+class ILxStream;
+class LxZipUpdateInfo;
+class LxAudioClipBase;
+class LxDataStream;
+class LxPCMDataStream;
+class LxClipDataStream;
+class LxClipMapStream;
+
+class LXAUDIOCORE_API LxAudioFile {
+public:
+    // Opens (or reopens) the store in directory and reserves its silent pages.
+    explicit LxAudioFile(const LxFile& directory);
+    virtual ~LxAudioFile();
+    LxAudioFile(const LxAudioFile&) = delete;
+    LxAudioFile& operator=(const LxAudioFile&) = delete;
+
+    bool IsOpen() const;
+    const LxFile& GetDirectory() const { return directory; }
+    LxRecursiveMutex& GetLock() const { return lock; }
+
+    // Clip records.
+    int WriteClip(LxAudioClipBase& clip);
+    bool ReadClip(int clipID, LxAudioClipBase& clip);
+    // Every stored clip ID, ascending.
+    void GetClipIDs(std::list<int>& clipIDs);
+
+    // Pages (formats in docs/store-format.md). pageID is -1 when the store is closed.
+    void AppendPage(const void* pcm, int pcmBytes, int channels, int sampleRate, int bitsPerSample, int& pageID);
+    void AppendSilentPage(int pcmBytes, int channels, int sampleRate, int bitsPerSample, int& pageID);
+    // False (and a zeroed record) when the page cannot be read.
+    bool ReadPageHeader(int pageID, LxPCMData& record);
+    void ReadPageData(const LxPCMData& record, int wantedChannels, void* buffer, int bufferBytes, int& bytesRead);
+    void ReadPageThumbnail(int pageID, void* buffer, int bufferBytes, int& bytesRead);
+    // Copies one page in its stored form into another store; returns the new page ID or -1.
+    int CopyPageTo(int pageID, LxAudioFile& other);
+
+    // Cached page thumbnails; entries stay until released with a use count below 1.
+    LxPageThumbnail* GetPageThumbnail(int pageID);
+    void ReleaseUnusedThumbnails();
+
+    // The store's reserved silent pages, from which clips cut their silence.
+    LxPageRange GetSilenceRange() const;
+
+    // Compresses the next raw page to Vorbis; false when no page was compressed.
+    bool CompressOnePage();
+
+    void Flush();
+    void Close();
+    void Clear();
+    void DiscardRawData();
+
+    // Whole-store persistence into and from one stream: five times a 32-bit
+    // length and that many bytes. ReadFrom checks the whole stream before it
+    // changes anything and leaves the store as it was when the stream is damaged.
+    bool WriteTo(ILxStream& out);
+    bool ReadFrom(ILxStream& in);
+    // Persistence into a directory of chunk files of at most 1 MiB each; an
+    // incremental save appends only what "raw.lxa" and "enc.lxa" gained since the
+    // last save. info, when given, receives the chunk files added, changed and deleted.
+    bool WriteTo(const LxFile& directoryOut, bool incremental, LxZipUpdateInfo* info);
+    bool ReadFrom(const LxFile& directoryIn);
+
+    // Copies every clip of other into this store; idMap receives old ID -> new ID.
+    void AppendAudioFileFrom(LxAudioFile& other, std::map<int, int>& idMap);
+
+    // Sizes of the five members in bytes, in the order raw, enc, pcm, clip, map (0 when closed).
+    void GetMemberSizes(int sizes[5]);
+
+private:
+    void Open();
+    void ReserveSilence();
+    bool AllPagesVisitedByCompressor();
+
+    LxFile directory;
+    std::unique_ptr<LxDataStream> rawStream;
+    std::unique_ptr<LxDataStream> encStream;
+    std::unique_ptr<LxPCMDataStream> pcmStream;
+    std::unique_ptr<LxClipDataStream> clipStream;
+    std::unique_ptr<LxClipMapStream> mapStream;
+    LxPageRange silenceRange;
+    mutable LxRecursiveMutex lock;
+    std::map<int, LxPageThumbnail> thumbnailCache;
+};

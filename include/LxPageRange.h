@@ -1,0 +1,62 @@
+#pragma once
+// A stretch of consecutive pages of one store, from a byte offset in its first
+// page to an exclusive byte offset in its last page, with the volume effect that
+// is applied when the stretch is read. A value type: clips are vectors of these.
+// The store is referred to, never owned.
+#include "LxAudioCoreExport.h"
+#include "LxAudioVolumeEffect.h"
+
+class LxAudioFile;
+class ILxReadWriteStream;
+
+class LXAUDIOCORE_API LxPageRange {
+public:
+    LxPageRange() = default;
+    explicit LxPageRange(LxAudioFile* file) : audioFile(file) {}
+    LxPageRange(LxAudioFile* file, const LxAudioVolumeEffect& volume, int firstPage, int firstOffset, int lastPage,
+                int lastOffset)
+        : effect(volume), startPage(firstPage), startOffset(firstOffset), endPage(lastPage), endOffset(lastOffset),
+          audioFile(file) {}
+
+    // Checks the invariants against the page headers; reports and returns false
+    // when one is broken.
+    bool IsValid() const;
+    // Frames covered; 0 for an invalid range. Each page counts with its own frame size.
+    int WorthInFrames() const;
+    // Bytes covered; 0 for an invalid range.
+    int WorthInBytes() const;
+    // Page and byte offset of the 1-based frame; both -1 when it lies outside.
+    void Translate(int frame, int& page, int& pageOffset) const;
+    // Steps (page, pageOffset) on by one frame. Reaching the end of a page first
+    // gives offset == page length; the next step moves to offset 0 of page + 36.
+    void IncrementByOneFrame(int& page, int& pageOffset) const;
+    // 2 when any page of the range is stereo, else 1.
+    int GetMaximumNumberOfChannels() const;
+    // Channel count of the start page (1 for an invalid range).
+    int GetChannels() const;
+    // True when every byte the range covers is zero (or it lies inside the
+    // store's reserved silence).
+    bool IsSilent() const;
+    // Writes or reads the four page fields and the effect list, by the stream's direction.
+    void Serialize(ILxReadWriteStream& stream);
+
+    LxAudioFile* GetAudioFile() const { return audioFile; }
+    void SetAudioFile(LxAudioFile* file) { audioFile = file; }
+
+    // Same pages, offsets and effect parameters; the store is not compared.
+    friend bool operator==(const LxPageRange& a, const LxPageRange& b) {
+        return a.startPage == b.startPage && a.startOffset == b.startOffset && a.endPage == b.endPage &&
+               a.endOffset == b.endOffset && a.effect.gain == b.effect.gain &&
+               a.effect.threshold == b.effect.threshold && a.effect.ratio == b.effect.ratio;
+    }
+    friend bool operator!=(const LxPageRange& a, const LxPageRange& b) { return !(a == b); }
+
+    LxAudioVolumeEffect effect;
+    int startPage = -1;
+    int startOffset = -1;
+    int endPage = -1;
+    int endOffset = -1;
+
+private:
+    LxAudioFile* audioFile = nullptr;
+};

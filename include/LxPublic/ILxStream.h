@@ -1,0 +1,39 @@
+#pragma once
+// A seekable byte stream: a file, or a block of memory. Used for whole-store
+// persistence and wherever bytes are moved in bulk. Not thread-safe; the owner
+// serialises access.
+#include <cstdint>
+#include "LxPublicExport.h"
+
+enum LxSeekOrigin { kLxSeekBegin = 0, kLxSeekCurrent = 1, kLxSeekEnd = 2 };
+
+class LXPUBLIC_API ILxStream {
+public:
+    virtual ~ILxStream();
+
+    virtual bool IsOpen() const = 0;
+    // Reads up to bytes bytes; returns how many were read (0 at the end, or on error).
+    virtual int Read(void* buffer, int bytes) = 0;
+    // Writes bytes bytes; returns how many were written (fewer on error).
+    virtual int Write(const void* buffer, int bytes) = 0;
+    // Moves the position; a position past the end is allowed (a later write
+    // fills the gap with zeros). False for a negative result or a closed stream.
+    virtual bool Seek(int64_t offset, LxSeekOrigin origin) = 0;
+    virtual int64_t GetPosition() const = 0;
+    // Current length in bytes, including anything buffered but not yet written out.
+    virtual int64_t GetLength() const = 0;
+    // True when the position is at or past the end.
+    virtual bool IsEndOfStream() const { return GetPosition() >= GetLength(); }
+    // Cuts the stream at the current position.
+    virtual bool Truncate() = 0;
+    // Hands buffered bytes to the operating system.
+    virtual bool Flush() = 0;
+    // Flush, then ask the operating system to put the bytes on the disk.
+    virtual bool Sync() { return Flush(); }
+    virtual void Close() = 0;
+
+    // Little-endian 32-bit helpers for stream formats; false on a short transfer
+    // (the value is then 0 after a read).
+    bool ReadInt32(int32_t& value);
+    bool WriteInt32(int32_t value);
+};

@@ -1,0 +1,17 @@
+#pragma once
+// Library assertions. A failed check inside the engine reports itself through
+// LxAssertFailed and then carries on with a neutral result: it never throws and
+// never aborts. The report goes to one process-wide handler, which a host (or a
+// test) may replace to log, count or inspect reports.
+#include "LxPublicExport.h"
+
+using LxAssertHandler = void (*)(const char* message, const char* sourceFile, int line);
+
+// Reports a failed check. message may be empty (an internal check with no text
+// of its own); sourceFile names the reporting file without extension, e.g.
+// "source/components/audiocore/LxAudioFile".
+LXPUBLIC_API void LxAssertFailed(const char* message, const char* sourceFile, int line);
+
+// Installs a handler and returns the previous one. Passing nullptr restores the
+// default handler, which prints one line to stderr. Thread-safe.
+LXPUBLIC_API LxAssertHandler LxSetAssertHandler(LxAssertHandler handler);

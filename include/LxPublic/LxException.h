@@ -1,0 +1,14 @@
+#pragma once
+// Base of the platform's exceptions.
+#include <exception>
+#include "LxString.h"
+
+class LXPUBLIC_API LxException : public std::exception {
+public:
+    explicit LxException(const LxString& message) : message_(message) {}
+    const char* what() const noexcept override { return message_.c_str(); }
+    const LxString& GetText() const { return message_; }
+
+private:
+    LxString message_;
+};

@@ -1,0 +1,18 @@
+#pragma once
+// Scoped lock of an LxMutex: locked for the lifetime of the object. Unlock and
+// Relock let a holder release the mutex for a slow step in the middle.
+#include "LxMutex.h"
+
+class LXPUBLIC_API LxLock {
+public:
+    explicit LxLock(LxMutex& mutex) : lock_(mutex.Native()) {}
+    LxLock(const LxLock&) = delete;
+    LxLock& operator=(const LxLock&) = delete;
+
+    void Unlock() { lock_.unlock(); }
+    void Relock() { lock_.lock(); }
+    std::unique_lock<std::mutex>& Native() { return lock_; }
+
+private:
+    std::unique_lock<std::mutex> lock_;
+};

@@ -1,0 +1,25 @@
+#pragma once
+// Factories of the platform's streams.
+#include <memory>
+#include "ILxReadWriteStream.h"
+#include "LxFile.h"
+
+// Access bits of CreateFileStreamReadWrite's mode.
+enum LxStreamMode { kLxStreamRead = 1, kLxStreamWrite = 2, kLxStreamReadWrite = 3 };
+
+class LXPUBLIC_API LxStreamUtil {
+public:
+    // Opens a buffered file stream. mode kLxStreamReadWrite opens an existing
+    // file as it is or creates an empty one; kLxStreamWrite alone creates or
+    // empties the file; kLxStreamRead opens an existing file for reading.
+    // shareMode and attributes are the sharing and attribute words of the
+    // Windows file API; the engine passes 0x3f3f3f3f for both (defaults), and
+    // they do not change the behaviour of the stream.
+    // Returns nullptr when the file cannot be opened.
+    static std::unique_ptr<ILxReadWriteStream> CreateFileStreamReadWrite(
+        const LxFile& file, int mode, int shareMode, int attributes);
+    // Opens an existing file for reading; nullptr when it cannot be opened.
+    static std::unique_ptr<ILxReadWriteStream> CreateFileStreamRead(const LxFile& file);
+    // A growable stream in memory, empty and in reading mode.
+    static std::unique_ptr<ILxReadWriteStream> CreateMemoryStream();
+};

@@ -1,0 +1,18 @@
+#pragma once
+// A byte member of the store ("raw.lxa", "enc.lxa"): page data appended back to
+// back and read by range.
+#include "LxMemberStream.h"
+#include "LxRange.h"
+
+class LxDataStream : public LxMemberStream {
+public:
+    LxDataStream(const LxFile& file, const LxString& name);
+
+    // Appends count bytes at the end; returns where they went.
+    LxRange Append(const void* bytes, int count);
+    // Reads count bytes from the start of range; returns the bytes read.
+    int Read(const LxRange& range, void* buffer, int count);
+
+    // Bytes already written to the save directory by the last incremental save.
+    int savedLength = 0;
+};

@@ -1,0 +1,50 @@
+#pragma once
+// One member file of the store, opened for reading and writing for the life of
+// the object, and its two saved forms: inside one stream (a 32-bit length and
+// the bytes) and as numbered chunk files of at most 1 MiB in a directory. The
+// object owns its stream and deletes its file when destroyed.
+#include <memory>
+#include "LxPublic/ILxReadWriteStream.h"
+#include "LxPublic/LxFile.h"
+#include "LxPublic/LxString.h"
+
+class LxZipUpdateInfo;
+
+class LxMemberStream {
+public:
+    static constexpr int kChunkBytes = 1048576;
+    static constexpr int kCopyBlockBytes = 1024;
+
+    // file is the member's path; name ("raw.lxa", ...) names its chunk files.
+    LxMemberStream(const LxFile& file, const LxString& name);
+    virtual ~LxMemberStream();
+    LxMemberStream(const LxMemberStream&) = delete;
+    LxMemberStream& operator=(const LxMemberStream&) = delete;
+
+    ILxReadWriteStream* GetStream() const { return stream.get(); }
+    const LxString& GetName() const { return name; }
+    // Size in bytes; the position is left where it was. 0 without a stream.
+    int GetSize();
+    void Flush();
+    void Close();
+    // Seek to 0 and cut: an empty member.
+    void Truncate();
+
+    // A 32-bit length and the member's bytes, copied in 1 KiB blocks.
+    virtual bool WriteTo(ILxStream& out);
+    // Replaces the member with length bytes of in; the caller has checked that
+    // in holds them.
+    virtual bool ReadFrom(ILxStream& in, int length);
+    // Saves the member as chunk files NAME1, NAME2, ... (and NAME0 holding their
+    // count when there are two or more), starting at byte start (< 1: the whole
+    // member). Returns the member's length, which becomes the next start of an
+    // incremental save.
+    int SaveChunks(const LxFile& directory, int start, LxZipUpdateInfo* info);
+    // Replaces the member with the chunk files of directory; returns the bytes read.
+    int LoadChunks(const LxFile& directory);
+
+protected:
+    std::unique_ptr<ILxReadWriteStream> stream;
+    LxFile file;
+    LxString name;
+};
