@@ -24,7 +24,7 @@ public:
     virtual int64_t GetLength() const = 0;
     // True when the position is at or past the end.
     virtual bool IsEndOfStream() const { return GetPosition() >= GetLength(); }
-    // Cuts the stream at the current position.
+    // Cuts the stream at the current position (past the end: extends it with zeros).
     virtual bool Truncate() = 0;
     // Hands buffered bytes to the operating system.
     virtual bool Flush() = 0;

@@ -1,0 +1,25 @@
+#include "LxPublic/LxAssert.h"
+
+#include <atomic>
+#include <cstdio>
+
+namespace {
+
+void DefaultAssertHandler(const char* message, const char* sourceFile, int line) {
+    std::fprintf(stderr, "LxAssertFailed: %s (%s:%d)\n", (message && *message) ? message : "internal error",
+                 sourceFile ? sourceFile : "?", line);
+}
+
+std::atomic<LxAssertHandler> gHandler{&DefaultAssertHandler};
+
+}  // namespace
+
+void LxAssertFailed(const char* message, const char* sourceFile, int line) {
+    LxAssertHandler handler = gHandler.load();
+    handler(message ? message : "", sourceFile ? sourceFile : "", line);
+}
+
+LxAssertHandler LxSetAssertHandler(LxAssertHandler handler) {
+    LxAssertHandler previous = gHandler.exchange(handler ? handler : &DefaultAssertHandler);
+    return previous;
+}

@@ -1,0 +1,7 @@
+#include "LxPublic/LxCondition.h"
+
+#include <chrono>
+
+bool LxCondition::Wait(LxLock& lock, int milliseconds) {
+    return cv_.wait_for(lock.Native(), std::chrono::milliseconds(milliseconds)) == std::cv_status::no_timeout;
+}

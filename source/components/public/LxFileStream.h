@@ -1,0 +1,43 @@
+#pragma once
+// A buffered read-write file stream. The store makes many small seeks and
+// 4-byte transfers; they are served from one 64 KiB window over the file, and
+// only moves outside the window, or transfers larger than it, reach the OS.
+#include <cstdint>
+#include <vector>
+#include "LxNativeFile.h"
+#include "LxPublic/ILxReadWriteStream.h"
+
+class LxFileStream : public ILxReadWriteStream {
+public:
+    static constexpr int64_t kBufferBytes = 65536;
+
+    LxFileStream() = default;
+    ~LxFileStream() override;
+
+    bool Open(const LxFile& file, LxNativeFile::OpenMode mode);
+
+    bool IsOpen() const override { return native_.IsOpen(); }
+    int Read(void* buffer, int bytes) override;
+    int Write(const void* buffer, int bytes) override;
+    bool Seek(int64_t offset, LxSeekOrigin origin) override;
+    int64_t GetPosition() const override { return position_; }
+    int64_t GetLength() const override { return size_; }
+    bool Truncate() override;
+    bool Flush() override;
+    bool Sync() override;
+    void Close() override;
+
+private:
+    // Writes the dirty part of the window to the file.
+    bool WriteBack();
+
+    LxNativeFile native_;
+    bool writable_ = false;
+    std::vector<unsigned char> window_;
+    int64_t windowStart_ = 0;  // file offset of window_[0]
+    int64_t windowBytes_ = 0;  // valid bytes from windowStart_
+    int64_t dirtyLo_ = 0;      // dirty span inside the window, empty when equal
+    int64_t dirtyHi_ = 0;
+    int64_t position_ = 0;
+    int64_t size_ = 0;         // logical size, counting bytes not yet written back
+};
