@@ -15,6 +15,8 @@ public:
     bool Wait(LxLock& lock, int milliseconds);
     void Signal() { cv_.notify_one(); }
     void Broadcast() { cv_.notify_all(); }
+    void notify_one() { cv_.notify_one(); }
+    void notify_all() { cv_.notify_all(); }
 
 private:
     std::condition_variable cv_;

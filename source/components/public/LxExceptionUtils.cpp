@@ -1,5 +1,7 @@
 #include "LxPublic/LxExceptionUtils.h"
 
+#include "LxPublic/LxException.h"
+
 #include <atomic>
 #include <cstdio>
 
@@ -26,6 +28,10 @@ void LxExceptionUtils::HandleException(const std::exception_ptr& e, const char* 
     } catch (...) {
         handler("unknown exception", threadName);
     }
+}
+
+void LxExceptionUtils::HandleException(const LxException& e, const char* threadName) {
+    gHandler.load()(e.what(), threadName);
 }
 
 LxExceptionHandler LxExceptionUtils::SetExceptionHandler(LxExceptionHandler handler) {

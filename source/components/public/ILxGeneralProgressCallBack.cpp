@@ -1,0 +1,3 @@
+#include "LxPublic/ILxGeneralProgressCallBack.h"
+
+ILxGeneralProgressCallBack::~ILxGeneralProgressCallBack() = default;
