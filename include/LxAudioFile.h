@@ -10,6 +10,7 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <vector>
 #include "LxAudioCoreExport.h"
 #include "LxPCMData.h"
 #include "LxPageRange.h"
@@ -18,6 +19,7 @@
 #include "LxPublic/LxRecursiveMutex.h"
 
 class ILxStream;
+class ILxGeneralProgressCallBack;
 class LxZipUpdateInfo;
 class LxAudioClipBase;
 class LxDataStream;
@@ -62,6 +64,9 @@ public:
 
     // Compresses the next raw page to Vorbis; false when no page was compressed.
     bool CompressOnePage();
+    // Rebuilds the store from the clips still in use (clipIDs in, their new IDs
+    // out), dropping every page they do not reach. True when the store changed.
+    bool Compact(std::list<int>& clipIDs, ILxGeneralProgressCallBack* progress);
 
     void Flush();
     void Close();
@@ -86,8 +91,13 @@ public:
     void GetMemberSizes(int sizes[5]);
 
 private:
+    friend class LxAudioCompactor;
+
     void Open();
     void ReserveSilence();
+    // After compaction: cache entries follow their pages to the new IDs; entries
+    // of dropped pages go, or wait in retiredThumbnails while a clip still uses them.
+    void RenumberThumbnails(const std::map<int, int>& oldToNewPage);
     bool AllPagesVisitedByCompressor();
 
     LxFile directory;
@@ -99,4 +109,5 @@ private:
     LxPageRange silenceRange;
     mutable LxRecursiveMutex lock;
     std::map<int, LxPageThumbnail> thumbnailCache;
+    std::vector<std::map<int, LxPageThumbnail>::node_type> retiredThumbnails;
 };

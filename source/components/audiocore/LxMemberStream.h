@@ -29,6 +29,10 @@ public:
     void Close();
     // Seek to 0 and cut: an empty member.
     void Truncate();
+    // Moves the member file to target (closing and reopening the stream around
+    // the rename, so that it works on every OS); false, and the member left
+    // where it was, when the rename fails.
+    bool MoveTo(const LxFile& target);
 
     // A 32-bit length and the member's bytes, copied in 1 KiB blocks.
     virtual bool WriteTo(ILxStream& out);

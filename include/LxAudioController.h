@@ -1,0 +1,85 @@
+#pragma once
+// The engine's front object: one per open project. It owns the project's audio
+// store, which lives in a private temporary directory for the controller's
+// life, and hands out clips bound to that store, merged clips, and the capture
+// and playback sessions. Every object a factory returns belongs to the caller;
+// the controller keeps no record of them. Clips must be destroyed before the
+// controller that made them.
+#include <list>
+#include <map>
+#include <memory>
+#include <vector>
+#include "LxAudioClip.h"
+#include "LxAudioClipBase.h"
+#include "LxAudioClipSource.h"
+#include "LxAudioCoreExport.h"
+#include "LxAudioPlaybackStopHandler.h"
+#include "LxPublic/LxCallBack.h"
+#include "LxPublic/LxFile.h"
+#include "LxPublic/LxRecursiveMutex.h"
+
+class ILxStream;
+class ILxGeneralProgressCallBack;
+class LxAudioFile;
+class LxZipUpdateInfo;
+class LxMP3Importer;
+class LxMP3Exporter;
+
+class LXAUDIOCORE_API LxAudioController {
+public:
+    // Makes the temporary directory and the store, and starts the stop handler.
+    LxAudioController();
+    // Stops the stop handler and every playback, deletes the store and the
+    // temporary directory with all its files. A capture must have been stopped
+    // or cancelled before.
+    virtual ~LxAudioController();
+    LxAudioController(const LxAudioController&) = delete;
+    LxAudioController& operator=(const LxAudioController&) = delete;
+
+    // --- persistence (forwarded to the store) -------------------------------------
+    // False when the stream is missing or damaged; the store is then unchanged.
+    bool ReadFrom(ILxStream* in);
+    bool WriteTo(ILxStream* out);
+    bool ReadFrom(const LxFile& directory);
+    bool WriteTo(const LxFile& directory, bool incremental, LxZipUpdateInfo* info);
+    // Copies every clip of other's store into this one; idMap receives old ID -> new ID.
+    void AppendAudioFileFrom(LxAudioController& other, std::map<int, int>& idMap);
+    // Compresses the next raw page to Vorbis; call repeatedly from one background thread.
+    bool CompressOnePage();
+    // Rewrites the store keeping only what the listed clips reach; the list
+    // comes back with their new IDs. True when the store changed.
+    bool Compact(std::list<int>& clipIDs, ILxGeneralProgressCallBack* progress);
+    void GetListOfClipIDs(std::list<int>& clipIDs);
+
+    // --- clips -----------------------------------------------------------------------
+    // An empty clip with no ID yet; it gets one when stored.
+    std::unique_ptr<LxAudioClip> GetNewClip(LX_AUDIO_CLIP_SOURCE source);
+    std::unique_ptr<LxAudioClip> GetClip(int clipID);
+    std::unique_ptr<LxAudioClipBase> GetClipBase(int clipID);
+    // A new, unsaved clip that plays the listed clips one after the other (IDs of -1 are skipped).
+    std::unique_ptr<LxAudioClip> MergeClips(const std::list<int>& clipIDs);
+
+    // Never built: both report and throw LxLCException("kLxErrorInternal").
+    LxMP3Importer* GetMP3Importer(LxCallBackFunction callback, void* context);
+    LxMP3Exporter* GetMP3Exporter(int rate, int channels, int bits, LxCallBackFunction callback, void* context);
+
+    // --- playback ----------------------------------------------------------------
+    // Stops and removes the playback under clipID (-1: all).
+    void StopPlayBack(int clipID);
+    // Asks the stop handler thread to stop a playback; returns at once. Device
+    // threads use this and never StopPlayBack.
+    void HandleStopPlayBackCalledFromDevice(int clipID);
+
+    LxAudioFile* GetAudioFile() const { return audioFile.get(); }
+    const LxFile& GetTemporaryDirectory() const { return temporaryDirectory; }
+
+private:
+    std::unique_ptr<LxAudioFile> audioFile;
+    LxAudioPlaybackStopHandler stopHandler;
+    LxFile temporaryDirectory;
+    LxRecursiveMutex lock;
+};
+
+// The stop request for callers that hold only a context pointer; does nothing
+// when controller is null.
+LXAUDIOCORE_API void LxHandleStopPlayBackCalledFromDevice(int clipID, void* controller);

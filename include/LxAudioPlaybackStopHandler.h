@@ -1,0 +1,21 @@
+#pragma once
+// The controller's message thread that serialises stop-playback requests
+// arriving from device threads: message 15 with a clip ID stops that playback.
+#include "LxAudioCoreExport.h"
+#include "LxPublic/LxThread.h"
+
+class LxAudioController;
+
+class LXAUDIOCORE_API LxAudioPlaybackStopHandler : public LxThread {
+public:
+    static constexpr int kMessageStopPlayBack = 15;
+
+    LxAudioPlaybackStopHandler() : LxThread(kLxThreadPriorityNormal) {}
+    void SetController(LxAudioController* owner) { controller = owner; }
+
+protected:
+    void HandleMessage(const LxThreadMessage& message) override;
+
+private:
+    LxAudioController* controller = nullptr;
+};

@@ -1,0 +1,96 @@
+#include "LxAudioController.h"
+
+#include "LxAudioFile.h"
+#include "LxPublic/LxAssert.h"
+#include "LxPublic/LxFileUtil.h"
+#include "LxPublic/LxLCException.h"
+#include "LxPublic/LxRecursiveLock.h"
+
+static const char* const kSourceFile = "source/components/audiocore/LxAudioController";
+
+LxAudioController::LxAudioController() {
+    stopHandler.SetController(this);
+    temporaryDirectory = LxFileUtil::CreateUniqueTempDir("AudCntlr", "", true);
+    if (temporaryDirectory.GetPath().IsEmpty()) throw LxLCException("kLxErrorInternal", kSourceFile, __LINE__);
+    stopHandler.Start();
+    audioFile = std::make_unique<LxAudioFile>(temporaryDirectory);
+}
+
+LxAudioController::~LxAudioController() {
+    stopHandler.Post(LxThread::kMessageQuit, 0, 0);
+    stopHandler.Join();
+    StopPlayBack(-1);
+    audioFile.reset();
+    LxFileUtil::DeleteDirectory(temporaryDirectory, true);
+}
+
+bool LxAudioController::ReadFrom(ILxStream* in) { return in != nullptr && audioFile->ReadFrom(*in); }
+
+bool LxAudioController::WriteTo(ILxStream* out) { return out != nullptr && audioFile->WriteTo(*out); }
+
+bool LxAudioController::ReadFrom(const LxFile& directory) { return audioFile->ReadFrom(directory); }
+
+bool LxAudioController::WriteTo(const LxFile& directory, bool incremental, LxZipUpdateInfo* info) {
+    return audioFile->WriteTo(directory, incremental, info);
+}
+
+void LxAudioController::AppendAudioFileFrom(LxAudioController& other, std::map<int, int>& idMap) {
+    audioFile->AppendAudioFileFrom(*other.audioFile, idMap);
+}
+
+bool LxAudioController::CompressOnePage() { return audioFile ? audioFile->CompressOnePage() : false; }
+
+bool LxAudioController::Compact(std::list<int>& clipIDs, ILxGeneralProgressCallBack* progress) {
+    return audioFile ? audioFile->Compact(clipIDs, progress) : false;
+}
+
+void LxAudioController::GetListOfClipIDs(std::list<int>& clipIDs) {
+    if (audioFile && audioFile->IsOpen()) audioFile->GetClipIDs(clipIDs);
+}
+
+std::unique_ptr<LxAudioClip> LxAudioController::GetNewClip(LX_AUDIO_CLIP_SOURCE source) {
+    return std::make_unique<LxAudioClip>(*audioFile, -1, source);
+}
+
+std::unique_ptr<LxAudioClip> LxAudioController::GetClip(int clipID) {
+    return std::make_unique<LxAudioClip>(*audioFile, clipID, LX_AUDIO_CLIP_SOURCE_OTHER);
+}
+
+std::unique_ptr<LxAudioClipBase> LxAudioController::GetClipBase(int clipID) {
+    auto clip = std::make_unique<LxAudioClipBase>(*audioFile, -1);
+    if (static_cast<unsigned>(clipID) < 0xFFFFFFFFu) clip->ReadFromAudioFile(clipID);
+    return clip;
+}
+
+std::unique_ptr<LxAudioClip> LxAudioController::MergeClips(const std::list<int>& clipIDs) {
+    auto result = std::make_unique<LxAudioClip>(*audioFile, -1, LX_AUDIO_CLIP_SOURCE_OTHER);
+    for (int clipID : clipIDs) {
+        if (clipID == -1) continue;
+        LxAudioClipBase part(*audioFile, -1);
+        part.ReadFromAudioFile(clipID);
+        result->AppendPageRanges(part.GetPageRanges());
+    }
+    return result;
+}
+
+LxMP3Importer* LxAudioController::GetMP3Importer(LxCallBackFunction, void*) {
+    LxAssertFailed("GetMP3Importer Not implemented", kSourceFile, 144);
+    throw LxLCException("kLxErrorInternal", kSourceFile, 145);
+}
+
+LxMP3Exporter* LxAudioController::GetMP3Exporter(int, int, int, LxCallBackFunction, void*) {
+    LxAssertFailed("GetMP3Exporter Not implemented", kSourceFile, 156);
+    throw LxLCException("kLxErrorInternal", kSourceFile, 157);
+}
+
+void LxAudioController::StopPlayBack(int) {
+    LxRecursiveLock guard(lock);
+}
+
+void LxAudioController::HandleStopPlayBackCalledFromDevice(int clipID) {
+    stopHandler.Post(LxAudioPlaybackStopHandler::kMessageStopPlayBack, clipID, 0);
+}
+
+void LxHandleStopPlayBackCalledFromDevice(int clipID, void* controller) {
+    if (controller != nullptr) static_cast<LxAudioController*>(controller)->HandleStopPlayBackCalledFromDevice(clipID);
+}

@@ -1,0 +1,11 @@
+#include "LxAudioPlaybackStopHandler.h"
+
+#include "LxAudioController.h"
+
+void LxAudioPlaybackStopHandler::HandleMessage(const LxThreadMessage& message) {
+    if (message.code == kMessageStopPlayBack && controller != nullptr) {
+        controller->StopPlayBack(static_cast<int>(message.param1));
+        return;
+    }
+    LxThread::HandleMessage(message);
+}

@@ -1,0 +1,193 @@
+// The audio clip: PCM in through pages of the store, PCM out with effects,
+// channel conversion, portions and mixing.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include "AssertRecorder.h"
+#include "LxAudioClip.h"
+#include "LxAudioFile.h"
+#include "LxPublic/LxMemoryStream.h"
+#include "PcmHelpers.h"
+#include "TempDir.h"
+
+namespace {
+
+const unsigned char* Bytes(const std::vector<int16_t>& pcm) { return reinterpret_cast<const unsigned char*>(pcm.data()); }
+int ByteSize(const std::vector<int16_t>& pcm) { return static_cast<int>(pcm.size() * 2); }
+
+int StoreClip(LxAudioFile& store, const std::vector<int16_t>& pcm, int channels, float volume = 1.0f) {
+    LxAudioClip clip(store, -1, LX_AUDIO_CLIP_SOURCE_IMPORT);
+    clip.AppendPCMData(Bytes(pcm), ByteSize(pcm), channels, 44100, 16, volume);
+    return clip.FinishAppendingPCMData(channels, 44100, 16, volume);
+}
+
+}  // namespace
+
+TEST(AudioClip, AppendingCutsPagesAndKeepsAFullPagePending) {
+    TempDir tmp;
+    LxAudioFile store(tmp.Dir());
+    std::vector<int16_t> page = MakeRamp(44100, 2);
+    LxAudioClip clip(store, -1, LX_AUDIO_CLIP_SOURCE_RECORDING);
+    clip.AppendPCMData(Bytes(page), 176400, 2, 44100, 16, 1.0f);
+    LxPCMData record;
+    EXPECT_FALSE(store.ReadPageHeader(180, record));  // a full page stays pending
+    EXPECT_TRUE(clip.IsEmpty());
+    unsigned char one = 5;
+    clip.AppendPCMData(&one, 1, 2, 44100, 16, 1.0f);
+    ASSERT_TRUE(store.ReadPageHeader(180, record));
+    EXPECT_EQ(record.codec, 1);
+    EXPECT_EQ(record.pcmBytes, 176400);
+    ASSERT_EQ(clip.GetPageRanges().size(), 1u);
+    EXPECT_EQ(clip.GetPageRanges()[0], LxPageRange(&store, LxAudioVolumeEffect(), 180, 0, 180, 176400));
+
+    // Two more full pages and 100 bytes: one range over three consecutive
+    // pages; the tail is rounded down to whole 180-byte blocks (here: nothing).
+    LxAudioClip three(store, -1, LX_AUDIO_CLIP_SOURCE_IMPORT);
+    std::vector<int16_t> pcm = MakeRamp(3 * 44100 + 25, 2);
+    three.AppendPCMData(Bytes(pcm), 3 * 176400 + 100, 2, 44100, 16, 0.5f);
+    int id = three.FinishAppendingPCMData(2, 44100, 16, 0.5f);
+    EXPECT_EQ(id, 1);
+    ASSERT_EQ(three.GetPageRanges().size(), 1u);
+    EXPECT_EQ(three.GetPageRanges()[0], LxPageRange(&store, LxAudioVolumeEffect(0.5f, 0, 1), 216, 0, 288, 176400));
+    EXPECT_FALSE(store.ReadPageHeader(324, record));
+
+    // 200 bytes become one page of 180 bytes; nothing at all gives no clip.
+    LxAudioClip small(store, -1, LX_AUDIO_CLIP_SOURCE_IMPORT);
+    small.AppendPCMData(Bytes(pcm), 200, 1, 44100, 16, 1.0f);
+    EXPECT_EQ(small.FinishAppendingPCMData(1, 44100, 16, 1.0f), 2);
+    ASSERT_TRUE(store.ReadPageHeader(324, record));
+    EXPECT_EQ(record.pcmBytes, 180);
+    LxAudioClip nothing(store, -1, LX_AUDIO_CLIP_SOURCE_IMPORT);
+    EXPECT_EQ(nothing.FinishAppendingPCMData(1, 44100, 16, 1.0f), -1);
+
+    // A stored clip reads back with its ranges and its source.
+    LxAudioClip loaded(store, 1);
+    EXPECT_TRUE(loaded.IsSameAs(three));
+    EXPECT_EQ(loaded.GetClipSource(), LX_AUDIO_CLIP_SOURCE_IMPORT);
+    EXPECT_EQ(loaded.WorthInFrames(), 3 * 44100);
+}
+
+TEST(AudioClip, ReadsBackWhatWasAppendedWithEffectsAndChannelConversion) {
+    TempDir tmp;
+    LxAudioFile store(tmp.Dir());
+    std::vector<int16_t> stereo = MakeRamp(2 * 44100 + 900, 2, 3);
+    int id = StoreClip(store, stereo, 2);
+    LxAudioClip clip(store, id);
+    EXPECT_EQ(ReadAll(clip, 2), stereo);
+
+    // Stereo read as mono: the truncated average of each pair.
+    clip.SeekToBeginning();
+    std::vector<int16_t> mono = ReadAll(clip, 1);
+    ASSERT_EQ(mono.size(), stereo.size() / 2);
+    for (size_t i = 0; i < mono.size(); i += 997) {
+        EXPECT_EQ(mono[i], static_cast<int16_t>((stereo[2 * i] + stereo[2 * i + 1]) / 2)) << i;
+    }
+
+    // A mono clip read as stereo gives every sample twice.
+    std::vector<int16_t> monoPcm = MakeRamp(100000, 1, 5);
+    LxAudioClip monoClip(store, StoreClip(store, monoPcm, 1));
+    std::vector<int16_t> doubled = ReadAll(monoClip, 2, 1000);
+    ASSERT_EQ(doubled.size(), 2 * monoPcm.size());
+    for (size_t i = 0; i < monoPcm.size(); i += 1234) {
+        EXPECT_EQ(doubled[2 * i], monoPcm[i]);
+        EXPECT_EQ(doubled[2 * i + 1], monoPcm[i]);
+    }
+
+    // The range's volume effect applies on the way out, never to the store.
+    std::vector<int16_t> loud = MakePcm(1000, 1, [](int i) { return i % 2 ? 20001 : -20001; });
+    LxAudioClip halved(store, StoreClip(store, loud, 1, 0.5f));
+    std::vector<int16_t> out = ReadAll(halved, 1);
+    ASSERT_EQ(out.size(), 1000u);
+    EXPECT_EQ(out[0], -10000);
+    EXPECT_EQ(out[1], 10000);
+    LxAudioClip doubledGain(store, StoreClip(store, loud, 1, 2.0f));
+    out = ReadAll(doubledGain, 1);
+    EXPECT_EQ(out[0], -32768);
+    EXPECT_EQ(out[1], 32767);
+}
+
+TEST(AudioClip, PortionsDeliverExactlyTheFramesAsked) {
+    TempDir tmp;
+    LxAudioFile store(tmp.Dir());
+    std::vector<int16_t> pcm = MakeRamp(3 * 44100, 2, 7);
+    LxAudioClip clip(store, StoreClip(store, pcm, 2));
+    clip.SetPortionToBePlayedBack(44101, 88201);
+    EXPECT_EQ(clip.GetPosition(), 44101);
+    std::vector<int16_t> second = ReadAll(clip, 2);
+    ASSERT_EQ(second.size() * 2, 176400u);
+    EXPECT_TRUE(std::equal(second.begin(), second.end(), pcm.begin() + 2 * 44100));
+    EXPECT_EQ(clip.GetPosition(), 88201);
+
+    // A portion inside one page, and one to the end of the clip.
+    clip.SetPortionToBePlayedBack(11, 21);
+    std::vector<int16_t> ten = ReadAll(clip, 2);
+    ASSERT_EQ(ten.size(), 20u);
+    EXPECT_TRUE(std::equal(ten.begin(), ten.end(), pcm.begin() + 20));
+    clip.SetPortionToBePlayedBack(100001, -1);
+    EXPECT_EQ(ReadAll(clip, 2).size(), static_cast<size_t>(3 * 44100 - 100000) * 2);
+
+    // A start after the end changes nothing.
+    clip.SetPortionToBePlayedBack(20, 10);
+    EXPECT_TRUE(clip.IsFinished());
+}
+
+TEST(AudioClip, MixingAddsWithSixteenBitWrapAround) {
+    TempDir tmp;
+    LxAudioFile store(tmp.Dir());
+    std::vector<int16_t> pcm = MakePcm(4, 1, [](int) { return 10000; });
+    LxAudioClip clip(store, StoreClip(store, MakePcm(180, 1, [](int) { return 10000; }), 1));
+    std::vector<int16_t> out = {30000, -5, 0, 1};
+    int got = 0;
+    clip.GetNextPCMData(1, reinterpret_cast<unsigned char*>(out.data()), 8, got, nullptr, true);
+    EXPECT_EQ(got, 8);
+    EXPECT_EQ(out, (std::vector<int16_t>{-25536, 9995, 10000, 10001}));
+}
+
+TEST(AudioClip, ComparesItselfWithAChunkStream) {
+    TempDir tmp;
+    LxAudioFile store(tmp.Dir());
+    std::vector<int16_t> pcm = MakeRamp(8820, 1, 9);
+    LxAudioClip clip(store, StoreClip(store, pcm, 1));
+    // The stream's whole length, chunk headers included, must equal the clip's
+    // byte count; the chunk data is compared with the clip from its start.
+    auto chunk = [&](int n, int flip) {
+        LxMemoryStream stream;
+        stream.WriteInt32(n);
+        stream.WriteInt32(1);
+        stream.WriteInt32(44100);
+        stream.WriteInt32(16);
+        std::vector<unsigned char> bytes(Bytes(pcm), Bytes(pcm) + std::max(n, 0));
+        if (flip >= 0) bytes[static_cast<size_t>(flip)] ^= 1;
+        stream.Write(bytes.data(), static_cast<int>(bytes.size()));
+        return stream;
+    };
+    LxMemoryStream same = chunk(17640 - 16, -1);
+    EXPECT_TRUE(clip.IsRawDataSameAs(&same));
+    LxMemoryStream changed = chunk(17640 - 16, 17000);
+    EXPECT_FALSE(clip.IsRawDataSameAs(&changed));
+    LxMemoryStream shorter = chunk(17640 - 20, -1);
+    EXPECT_FALSE(clip.IsRawDataSameAs(&shorter));
+    EXPECT_FALSE(clip.IsRawDataSameAs(nullptr));
+    LxMemoryStream empty;
+    EXPECT_FALSE(clip.IsRawDataSameAs(&empty));
+    LxMemoryStream closed = chunk(17640 - 16, -1);
+    closed.Close();
+    EXPECT_FALSE(clip.IsRawDataSameAs(&closed));
+}
+
+TEST(AudioClip, CopiesAClipOfAnotherStorePageByPage) {
+    TempDir a, b;
+    LxAudioFile source(a.Dir());
+    LxAudioFile target(b.Dir());
+    std::vector<int16_t> pcm = MakeRamp(2 * 44100 + 441, 2, 11);
+    LxAudioClip original(source, StoreClip(source, pcm, 2, 0.25f));
+    int unrelated = -1;
+    target.AppendSilentPage(100, 1, 44100, 16, unrelated);  // page 180 of the target
+    LxAudioClip copy(target, -1);
+    copy.AppendPCMDataFromAClipInsideAnotherAudioFile(original);
+    ASSERT_EQ(copy.GetPageRanges().size(), 1u);
+    EXPECT_EQ(copy.GetPageRanges()[0], LxPageRange(&target, LxAudioVolumeEffect(0.25f, 0, 1), 216, 0, 288, 1764));
+    original.SeekToBeginning();
+    copy.SeekToBeginning();
+    EXPECT_EQ(ReadAll(copy, 2), ReadAll(original, 2));
+}

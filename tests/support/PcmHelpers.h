@@ -1,0 +1,44 @@
+#pragma once
+// Test audio: 16-bit PCM buffers with known samples, and reading a whole clip back.
+#include <cstdint>
+#include <cstring>
+#include <vector>
+#include "ILxAudioPlaybackClip.h"
+
+// frames x channels samples; sample i is value(i).
+template <typename F>
+std::vector<int16_t> MakePcm(int frames, int channels, F value) {
+    std::vector<int16_t> pcm(static_cast<size_t>(frames) * static_cast<size_t>(channels));
+    for (size_t i = 0; i < pcm.size(); ++i) pcm[i] = static_cast<int16_t>(value(static_cast<int>(i)));
+    return pcm;
+}
+
+// A ramp that never repeats within a page and is never all zero.
+inline std::vector<int16_t> MakeRamp(int frames, int channels, int seed = 1) {
+    return MakePcm(frames, channels, [seed](int i) { return ((i * 7 + seed * 13) % 20001) - 10000 + (i % 2); });
+}
+
+// Pulls everything a playback clip delivers, as channels channels.
+inline std::vector<int16_t> ReadAll(ILxAudioPlaybackClip& clip, int channels, int chunkBytes = 17640) {
+    std::vector<int16_t> out;
+    std::vector<unsigned char> buffer(static_cast<size_t>(chunkBytes));
+    for (int guard = 0; guard < 1000000; ++guard) {
+        int got = 0;
+        clip.GetNextPCMData(channels, buffer.data(), chunkBytes, got, nullptr, false);
+        if (got > 0) {
+            size_t old = out.size();
+            out.resize(old + static_cast<size_t>(got) / 2);
+            std::memcpy(out.data() + old, buffer.data(), static_cast<size_t>(got / 2) * 2);
+        } else if (got == 0) {
+            // Empty pages may give 0 without the clip being finished; a second
+            // empty read in a row means the end.
+            int again = 0;
+            clip.GetNextPCMData(channels, buffer.data(), chunkBytes, again, nullptr, false);
+            if (again == 0) break;
+            size_t old = out.size();
+            out.resize(old + static_cast<size_t>(again) / 2);
+            std::memcpy(out.data() + old, buffer.data(), static_cast<size_t>(again / 2) * 2);
+        }
+    }
+    return out;
+}
