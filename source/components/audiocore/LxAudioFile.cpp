@@ -1,0 +1,379 @@
+#include "LxAudioFile.h"
+
+#include <algorithm>
+#include <vector>
+#include "LxAudioClip.h"
+#include "LxAudioClipBase.h"
+#include "LxAudioCompactor.h"
+#include "LxClipDataStream.h"
+#include "LxClipMapStream.h"
+#include "LxDataStream.h"
+#include "LxPCMDataStream.h"
+#include "LxPublic/ILxStream.h"
+#include "LxPublic/LxAssert.h"
+#include "LxPublic/LxFileUtil.h"
+#include "LxPublic/LxRecursiveLock.h"
+#include "LxPublic/LxZipUpdateInfo.h"
+
+static const char* const kSourceFile = "source/components/audiocore/LxAudioFile";
+
+namespace {
+constexpr int kSilentPages = 5;
+}
+
+LxAudioFile::LxAudioFile(const LxFile& storeDirectory) : directory(storeDirectory), silenceRange(this) {
+    silenceRange.effect = LxAudioVolumeEffect(1.0f, 0.0f, 1.0f);
+    LxRecursiveLock guard(lock);
+    Open();
+    ReserveSilence();
+}
+
+LxAudioFile::~LxAudioFile() {
+    LxRecursiveLock guard(lock);
+    if (mapStream) {
+        Close();
+        // Destroying the members deletes their files.
+        mapStream.reset();
+        clipStream.reset();
+        pcmStream.reset();
+        encStream.reset();
+        rawStream.reset();
+    }
+    thumbnailCache.clear();
+    retiredThumbnails.clear();
+}
+
+void LxAudioFile::Open() {
+    rawStream = std::make_unique<LxDataStream>(directory.GetChild("raw.lxa"), "raw.lxa");
+    encStream = std::make_unique<LxDataStream>(directory.GetChild("enc.lxa"), "enc.lxa");
+    pcmStream = std::make_unique<LxPCMDataStream>(directory.GetChild("pcm.lxa"), rawStream.get(), encStream.get());
+    clipStream = std::make_unique<LxClipDataStream>(directory.GetChild("clip.lxa"), pcmStream.get());
+    mapStream = std::make_unique<LxClipMapStream>(directory.GetChild("map.lxa"));
+}
+
+void LxAudioFile::ReserveSilence() {
+    if (!pcmStream) return;
+    // A store that already has its five silent records keeps them.
+    if (pcmStream->GetSize() >= kSilentPages * kLxPageRecordBytes) {
+        LxPCMData record;
+        if (pcmStream->ReadPageHeader(4 * kLxPageRecordBytes, record) && record.codec == kLxPageCodecSilent) {
+            silenceRange.startPage = 0;
+            silenceRange.startOffset = 0;
+            silenceRange.endPage = 4 * kLxPageRecordBytes;
+            silenceRange.endOffset = kLxMaxPageBytes;
+            return;
+        }
+    }
+    for (int i = 0; i < kSilentPages; ++i) {
+        if (!pcmStream) {
+            LxAssertFailed("", kSourceFile, __LINE__);
+            return;
+        }
+        int page = -1;
+        pcmStream->AppendSilentPage(kLxMaxPageBytes, 1, 44100, 16, page);
+        if (silenceRange.startPage == -1) {
+            silenceRange.startPage = page;
+            silenceRange.startOffset = 0;
+        }
+        silenceRange.endPage = page;
+        silenceRange.endOffset = kLxMaxPageBytes;
+    }
+}
+
+bool LxAudioFile::IsOpen() const {
+    LxRecursiveLock guard(lock);
+    return mapStream != nullptr;
+}
+
+int LxAudioFile::WriteClip(LxAudioClipBase& clip) {
+    LxRecursiveLock guard(lock);
+    if (!mapStream || !clipStream || !clipStream->GetStream()) return -1;
+    ILxReadWriteStream* stream = clipStream->GetStream();
+    stream->Seek(0, kLxSeekEnd);
+    auto position = static_cast<uint32_t>(stream->GetPosition());
+    clip.WriteToStream(*stream);
+    int clipID = mapStream->GetNextClipID();
+    (*mapStream)[clipID] = position;
+    return clipID;
+}
+
+bool LxAudioFile::ReadClip(int clipID, LxAudioClipBase& clip) {
+    LxRecursiveLock guard(lock);
+    if (!mapStream || !clipStream || !clipStream->GetStream()) return false;
+    std::optional<uint32_t> position = mapStream->Find(clipID);
+    if (!position) {
+        LxAssertFailed("clip ID not found in file", kSourceFile, __LINE__);
+        return false;
+    }
+    ILxReadWriteStream* stream = clipStream->GetStream();
+    stream->Seek(*position, kLxSeekBegin);
+    clip.ReadFromStream(*stream);
+    return true;
+}
+
+void LxAudioFile::GetClipIDs(std::list<int>& clipIDs) {
+    LxRecursiveLock guard(lock);
+    if (mapStream) mapStream->GetClipIDs(clipIDs);
+}
+
+void LxAudioFile::AppendPage(const void* pcm, int pcmBytes, int channels, int sampleRate, int bitsPerSample,
+                             int& pageID) {
+    LxRecursiveLock guard(lock);
+    pageID = -1;
+    if (pcmStream) pcmStream->AppendPage(pcm, pcmBytes, channels, sampleRate, bitsPerSample, pageID);
+}
+
+void LxAudioFile::AppendSilentPage(int pcmBytes, int channels, int sampleRate, int bitsPerSample, int& pageID) {
+    LxRecursiveLock guard(lock);
+    pageID = -1;
+    if (pcmStream) pcmStream->AppendSilentPage(pcmBytes, channels, sampleRate, bitsPerSample, pageID);
+}
+
+bool LxAudioFile::ReadPageHeader(int pageID, LxPCMData& record) {
+    LxRecursiveLock guard(lock);
+    if (!pcmStream) {
+        record = LxPCMData();
+        LxAssertFailed("", kSourceFile, __LINE__);
+        return false;
+    }
+    return pcmStream->ReadPageHeader(pageID, record);
+}
+
+void LxAudioFile::ReadPageData(const LxPCMData& record, int wantedChannels, void* buffer, int bufferBytes,
+                               int& bytesRead) {
+    LxRecursiveLock guard(lock);
+    if (pcmStream) pcmStream->ReadPageData(record, wantedChannels, buffer, bufferBytes, bytesRead);
+}
+
+void LxAudioFile::ReadPageThumbnail(int pageID, void* buffer, int bufferBytes, int& bytesRead) {
+    LxRecursiveLock guard(lock);
+    if (pcmStream) pcmStream->ReadPageThumbnail(pageID, buffer, bufferBytes, bytesRead);
+}
+
+int LxAudioFile::CopyPageTo(int pageID, LxAudioFile& other) {
+    // This store first, then the other: always in that order.
+    LxRecursiveLock guard(lock);
+    LxRecursiveLock otherGuard(other.lock);
+    if (!pcmStream || !other.pcmStream) return -1;
+    int newPageID = -1;
+    pcmStream->CopyPageTo(pageID, *other.pcmStream, newPageID);
+    return newPageID;
+}
+
+LxPageThumbnail* LxAudioFile::GetPageThumbnail(int pageID) {
+    LxRecursiveLock guard(lock);
+    auto it = thumbnailCache.find(pageID);
+    if (it != thumbnailCache.end()) return &it->second;
+    if (!pcmStream) return nullptr;
+    LxPCMData record;
+    if (!pcmStream->ReadPageHeader(pageID, record)) return nullptr;
+    int capacity = record.channels > 0 ? (1960 / record.channels) * 2 : 0;
+    std::vector<unsigned char> bytes(static_cast<size_t>(std::max(capacity, 0)));
+    int got = 0;
+    if (capacity > 0) pcmStream->ReadPageThumbnail(pageID, bytes.data(), capacity, got);
+    got = std::clamp(got, 0, capacity);
+    LxPageThumbnail entry;
+    entry.channels = record.channels;
+    entry.sampleRate = record.sampleRate;
+    entry.bitsPerSample = record.bitsPerSample;
+    entry.points.resize(static_cast<size_t>(got / 4));
+    for (size_t i = 0; i < entry.points.size(); ++i) {
+        const unsigned char* p = bytes.data() + 4 * i;
+        entry.points[i] = static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) |
+                          (static_cast<uint32_t>(p[2]) << 16) | (static_cast<uint32_t>(p[3]) << 24);
+    }
+    return &thumbnailCache.emplace(pageID, std::move(entry)).first->second;
+}
+
+void LxAudioFile::ReleaseUnusedThumbnails() {
+    LxRecursiveLock guard(lock);
+    for (auto it = thumbnailCache.begin(); it != thumbnailCache.end();) {
+        it = it->second.useCount < 1 ? thumbnailCache.erase(it) : std::next(it);
+    }
+    retiredThumbnails.erase(std::remove_if(retiredThumbnails.begin(), retiredThumbnails.end(),
+                                           [](const auto& node) { return node.mapped().useCount < 1; }),
+                            retiredThumbnails.end());
+}
+
+void LxAudioFile::RenumberThumbnails(const std::map<int, int>& oldToNewPage) {
+    // Entries move as map nodes, so clips that hold an entry keep a valid pointer.
+    std::vector<std::map<int, LxPageThumbnail>::node_type> moved;
+    while (!thumbnailCache.empty()) {
+        auto node = thumbnailCache.extract(thumbnailCache.begin());
+        auto target = oldToNewPage.find(node.key());
+        if (target != oldToNewPage.end()) {
+            node.key() = target->second;
+            moved.push_back(std::move(node));
+        } else if (node.mapped().useCount >= 1) {
+            retiredThumbnails.push_back(std::move(node));
+        }
+    }
+    for (auto& node : moved) thumbnailCache.insert(std::move(node));
+}
+
+LxPageRange LxAudioFile::GetSilenceRange() const {
+    LxRecursiveLock guard(lock);
+    return silenceRange;
+}
+
+bool LxAudioFile::Compact(std::list<int>& clipIDs, ILxGeneralProgressCallBack* progress) {
+    LxRecursiveLock guard(lock);
+    LxAudioCompactor compactor(*this);
+    return compactor.Run(clipIDs, progress);
+}
+
+void LxAudioFile::Flush() {
+    LxRecursiveLock guard(lock);
+    if (!mapStream) return;
+    rawStream->Flush();
+    encStream->Flush();
+    pcmStream->Flush();
+    clipStream->Flush();
+    mapStream->Save();
+    mapStream->Flush();
+}
+
+void LxAudioFile::Close() {
+    LxRecursiveLock guard(lock);
+    if (!mapStream) return;
+    mapStream->Save();
+    rawStream->Close();
+    encStream->Close();
+    pcmStream->Close();
+    clipStream->Close();
+    mapStream->Close();
+}
+
+void LxAudioFile::Clear() {
+    LxRecursiveLock guard(lock);
+    if (!mapStream) return;
+    rawStream->Truncate();
+    rawStream->savedLength = 0;
+    encStream->Truncate();
+    encStream->savedLength = 0;
+    pcmStream->Truncate();
+    pcmStream->compressCursor = 0;
+    clipStream->Truncate();
+    mapStream->Truncate();
+    mapStream->Clear();
+}
+
+void LxAudioFile::DiscardRawData() {
+    LxRecursiveLock guard(lock);
+    if (!rawStream) return;
+    rawStream->Truncate();
+    rawStream->savedLength = 0;
+}
+
+bool LxAudioFile::AllPagesVisitedByCompressor() {
+    return pcmStream && static_cast<int64_t>(pcmStream->compressCursor) >= pcmStream->GetSize();
+}
+
+void LxAudioFile::GetMemberSizes(int sizes[5]) {
+    LxRecursiveLock guard(lock);
+    LxMemberStream* members[5] = {rawStream.get(), encStream.get(), pcmStream.get(), clipStream.get(), mapStream.get()};
+    if (mapStream) mapStream->Save();
+    for (int i = 0; i < 5; ++i) sizes[i] = mapStream && members[i] ? members[i]->GetSize() : 0;
+}
+
+bool LxAudioFile::WriteTo(ILxStream& out) {
+    LxRecursiveLock guard(lock);
+    // Once every page is compressed, "raw.lxa" holds nothing still referenced.
+    if (AllPagesVisitedByCompressor()) DiscardRawData();
+    if (!mapStream) return false;
+    bool ok = rawStream->WriteTo(out);
+    ok = encStream->WriteTo(out) && ok;
+    ok = pcmStream->WriteTo(out) && ok;
+    ok = clipStream->WriteTo(out) && ok;
+    ok = mapStream->WriteTo(out) && ok;
+    return ok;
+}
+
+bool LxAudioFile::ReadFrom(ILxStream& in) {
+    LxRecursiveLock guard(lock);
+    if (!mapStream) return false;
+    // Check the five lengths against what the stream really holds before any
+    // member is touched: a damaged stream leaves the store as it was.
+    int64_t start = in.GetPosition();
+    int64_t end = in.GetLength();
+    int64_t position = start;
+    int32_t lengths[5];
+    for (int32_t& length : lengths) {
+        in.Seek(position, kLxSeekBegin);
+        if (position + 4 > end || !in.ReadInt32(length)) {
+            LxAssertFailed("store stream ends before its last member", kSourceFile, __LINE__);
+            in.Seek(start, kLxSeekBegin);
+            return false;
+        }
+        if (length < 0 || position + 4 + length > end) {
+            LxAssertFailed("store member is longer than the stream", kSourceFile, __LINE__);
+            in.Seek(start, kLxSeekBegin);
+            return false;
+        }
+        position += 4 + length;
+    }
+    in.Seek(start, kLxSeekBegin);
+    LxMemberStream* members[5] = {rawStream.get(), encStream.get(), pcmStream.get(), clipStream.get(), mapStream.get()};
+    bool ok = true;
+    for (int i = 0; i < 5; ++i) {
+        int32_t length = 0;
+        in.ReadInt32(length);
+        ok = members[i]->ReadFrom(in, length) && ok;
+    }
+    rawStream->savedLength = 0;
+    encStream->savedLength = 0;
+    pcmStream->compressCursor = 0;
+    thumbnailCache.clear();
+    return ok;
+}
+
+bool LxAudioFile::WriteTo(const LxFile& directoryOut, bool incremental, LxZipUpdateInfo* info) {
+    LxRecursiveLock guard(lock);
+    if (AllPagesVisitedByCompressor()) DiscardRawData();
+    if (!mapStream) return false;
+    if (!directoryOut.IsDirectory() && !directoryOut.CreateDirectories()) return false;
+    rawStream->Flush();
+    rawStream->savedLength = rawStream->SaveChunks(directoryOut, incremental ? rawStream->savedLength : 0, info);
+    encStream->Flush();
+    encStream->savedLength = encStream->SaveChunks(directoryOut, incremental ? encStream->savedLength : 0, info);
+    pcmStream->Flush();
+    pcmStream->SaveChunks(directoryOut, -1, nullptr);
+    clipStream->Flush();
+    clipStream->SaveChunks(directoryOut, -1, nullptr);
+    mapStream->SaveWhole(directoryOut);
+    return true;
+}
+
+bool LxAudioFile::ReadFrom(const LxFile& directoryIn) {
+    LxRecursiveLock guard(lock);
+    if (!mapStream) return false;
+    if (!directoryIn.IsDirectory()) return false;
+    rawStream->savedLength = rawStream->LoadChunks(directoryIn);
+    encStream->savedLength = encStream->LoadChunks(directoryIn);
+    pcmStream->LoadChunks(directoryIn);
+    clipStream->LoadChunks(directoryIn);
+    mapStream->LoadWhole(directoryIn);
+    pcmStream->compressCursor = 0;
+    thumbnailCache.clear();
+    return true;
+}
+
+void LxAudioFile::AppendAudioFileFrom(LxAudioFile& other, std::map<int, int>& idMap) {
+    LxRecursiveLock guard(lock);
+    LxRecursiveLock otherGuard(other.lock);
+    if (!mapStream || !other.mapStream) return;
+    other.Flush();
+    std::list<int> clipIDs;
+    other.GetClipIDs(clipIDs);
+    for (int oldID : clipIDs) {
+        LxAudioClip copy(*this, -1, LX_AUDIO_CLIP_SOURCE_OTHER);
+        LxAudioClip original(other, oldID, LX_AUDIO_CLIP_SOURCE_OTHER);
+        copy.AppendPCMDataFromAClipInsideAnotherAudioFile(original);
+        idMap[oldID] = WriteClip(copy);
+    }
+}
+
+bool LxAudioFile::CompressOnePage() {
+    // Compression comes with the Vorbis page codec; until then no page is compressed.
+    return false;
+}

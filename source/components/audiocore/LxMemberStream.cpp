@@ -1,0 +1,209 @@
+#include "LxMemberStream.h"
+
+#include <algorithm>
+#include <vector>
+#include "LxPublic/LxAssert.h"
+#include "LxPublic/LxFileUtil.h"
+#include "LxPublic/LxStreamUtil.h"
+#include "LxPublic/LxZipUpdateInfo.h"
+
+static const char* const kSourceFile = "source/components/audiocore/LxAudioFile";
+
+namespace {
+
+// Copies bytes from one stream to another in blocks of 1 KiB; returns the bytes copied.
+int64_t CopyBlocks(ILxStream& from, ILxStream& to, int64_t bytes) {
+    unsigned char block[LxMemberStream::kCopyBlockBytes];
+    int64_t done = 0;
+    while (done < bytes) {
+        int n = static_cast<int>(std::min<int64_t>(LxMemberStream::kCopyBlockBytes, bytes - done));
+        int got = from.Read(block, n);
+        if (got <= 0) break;
+        int put = to.Write(block, got);
+        done += put;
+        if (put != got) break;
+    }
+    return done;
+}
+
+LxFile ChunkFile(const LxFile& directory, const LxString& name, int number) {
+    LxString fileName = name;
+    fileName.AppendNumber(number);
+    return directory.GetChild(fileName);
+}
+
+// Number of chunk files of a saved member: NAME0 holds it when there are two
+// or more; otherwise there is at most NAME1.
+int ReadChunkCount(const LxFile& directory, const LxString& name) {
+    std::unique_ptr<ILxReadWriteStream> countFile = LxStreamUtil::CreateFileStreamRead(ChunkFile(directory, name, 0));
+    if (!countFile) return 1;
+    int32_t count = 1;
+    if (!countFile->ReadInt32(count)) return 1;
+    return count;
+}
+
+}  // namespace
+
+LxMemberStream::LxMemberStream(const LxFile& memberFile, const LxString& memberName)
+    : stream(LxStreamUtil::CreateFileStreamReadWrite(memberFile, 3, 0x3f3f3f3f, 0x3f3f3f3f)),
+      file(memberFile),
+      name(memberName) {}
+
+LxMemberStream::~LxMemberStream() {
+    stream.reset();
+    file.Delete();
+}
+
+int LxMemberStream::GetSize() {
+    if (!stream) return 0;
+    int64_t position = stream->GetPosition();
+    stream->Seek(0, kLxSeekEnd);
+    int64_t size = stream->GetPosition();
+    stream->Seek(position, kLxSeekBegin);
+    return static_cast<int>(std::min<int64_t>(size, INT32_MAX));
+}
+
+void LxMemberStream::Flush() {
+    if (stream) stream->Flush();
+}
+
+void LxMemberStream::Close() {
+    if (stream) stream->Close();
+}
+
+void LxMemberStream::Truncate() {
+    if (!stream) return;
+    stream->Seek(0, kLxSeekBegin);
+    stream->Truncate();
+}
+
+bool LxMemberStream::MoveTo(const LxFile& target) {
+    if (!stream) return false;
+    stream->Flush();
+    stream.reset();
+    bool moved = file.RenameTo(target);
+    if (moved) file = target;
+    stream = LxStreamUtil::CreateFileStreamReadWrite(file, 3, 0x3f3f3f3f, 0x3f3f3f3f);
+    return moved && stream != nullptr;
+}
+
+bool LxMemberStream::WriteTo(ILxStream& out) {
+    int32_t length = stream ? GetSize() : 0;
+    if (!out.WriteInt32(length)) return false;
+    if (length == 0) return true;
+    stream->Seek(0, kLxSeekBegin);
+    stream->SetWriting(false);
+    return CopyBlocks(*stream, out, length) == length;
+}
+
+bool LxMemberStream::ReadFrom(ILxStream& in, int length) {
+    if (!stream) return false;
+    Truncate();
+    stream->SetWriting(true);
+    return CopyBlocks(in, *stream, length) == length;
+}
+
+int LxMemberStream::SaveChunks(const LxFile& directory, int start, LxZipUpdateInfo* info) {
+    int size = GetSize();
+    if (!stream) return size;
+    int previousCount = ReadChunkCount(directory, name);
+    int chunk = 0;  // number of the last chunk file written
+    if (start > 0) {
+        if (start > size) {
+            LxAssertFailed("", kSourceFile, __LINE__);
+            return size;
+        }
+        stream->Seek(start, kLxSeekBegin);
+        stream->SetWriting(false);
+        chunk = start / kChunkBytes;
+        int offset = start % kChunkBytes;
+        if (offset != 0) {
+            // Complete the partly written chunk by appending to it.
+            LxFile partial = ChunkFile(directory, name, chunk + 1);
+            if (partial.GetLength() != offset) {
+                // The directory does not hold what the last save wrote: appending
+                // would leave a damaged member, so save it whole instead.
+                LxAssertFailed("", kSourceFile, __LINE__);
+                return SaveChunks(directory, 0, info);
+            }
+            std::unique_ptr<ILxReadWriteStream> out =
+                LxStreamUtil::CreateFileStreamReadWrite(partial, 3, 0x3f3f3f3f, 0x3f3f3f3f);
+            if (out) {
+                out->Seek(offset, kLxSeekBegin);
+                out->Truncate();
+                out->SetWriting(true);
+                CopyBlocks(*stream, *out, std::min(kChunkBytes - offset, size - start));
+                out->Flush();
+            }
+            if (info) info->changedFiles.push_back(partial.GetName());
+            ++chunk;
+        }
+    } else {
+        stream->Seek(0, kLxSeekBegin);
+        stream->SetWriting(false);
+    }
+    // The rest goes into fresh chunk files.
+    int64_t position = stream->GetPosition();
+    while (position < size) {
+        ++chunk;
+        LxFile target = ChunkFile(directory, name, chunk);
+        bool existed = target.Exists();
+        std::unique_ptr<ILxReadWriteStream> out =
+            LxStreamUtil::CreateFileStreamReadWrite(target, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
+        int64_t bytes = std::min<int64_t>(kChunkBytes, size - position);
+        if (out) {
+            out->SetWriting(true);
+            CopyBlocks(*stream, *out, bytes);
+            out->Flush();
+        }
+        position += bytes;
+        stream->Seek(position, kLxSeekBegin);
+        if (info) (existed ? info->changedFiles : info->addedFiles).push_back(target.GetName());
+    }
+    LxFile countFile = ChunkFile(directory, name, 0);
+    if (chunk < 2) {
+        if (countFile.Exists()) {
+            countFile.Delete();
+            if (info) info->deletedFiles.push_back(countFile.GetName());
+        }
+    } else {
+        bool existed = countFile.Exists();
+        std::unique_ptr<ILxReadWriteStream> out =
+            LxStreamUtil::CreateFileStreamReadWrite(countFile, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
+        if (out) {
+            out->WriteInt32(chunk);
+            out->Flush();
+        }
+        if (info) (existed ? info->changedFiles : info->addedFiles).push_back(countFile.GetName());
+    }
+    // Chunks left over from a longer earlier save.
+    for (int stale = chunk + 1; stale <= previousCount; ++stale) {
+        LxFile old = ChunkFile(directory, name, stale);
+        if (old.Exists()) {
+            old.Delete();
+            if (info) info->deletedFiles.push_back(old.GetName());
+        }
+    }
+    return size;
+}
+
+int LxMemberStream::LoadChunks(const LxFile& directory) {
+    if (!stream) return 0;
+    Truncate();
+    stream->SetWriting(true);
+    int count = ReadChunkCount(directory, name);
+    int64_t total = 0;
+    for (int number = 1; number <= count; ++number) {
+        std::unique_ptr<ILxReadWriteStream> in = LxStreamUtil::CreateFileStreamRead(ChunkFile(directory, name, number));
+        if (!in) break;
+        int64_t length = in->GetLength();
+        if (total + length > INT32_MAX) {
+            // A member cannot hold more than 32-bit positions can name.
+            LxAssertFailed("member too large to load", kSourceFile, __LINE__);
+            break;
+        }
+        total += CopyBlocks(*in, *stream, length);
+    }
+    stream->Flush();
+    return static_cast<int>(total);
+}

@@ -1,0 +1,269 @@
+#include "LxPCMDataStream.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+#include "LxCodecVorbis.h"
+#include "LxDataStream.h"
+#include "LxPublic/LxAssert.h"
+
+static const char* const kSourceFile = "source/components/audiocore/LxPCMDataStream";
+
+namespace {
+
+// Size of a full page's thumbnail for a channel count: 3920 bytes mono, 1960 stereo.
+int FullThumbnailBytes(int channels) { return channels > 0 ? (1960 / channels) * 2 : 0; }
+
+int16_t SampleAt(const unsigned char* pcm, int index) {
+    int16_t sample;
+    std::memcpy(&sample, pcm + 2 * index, 2);
+    return sample;
+}
+
+bool IsAllZero(const unsigned char* bytes, int count) {
+    // Compared block by block against a zeroed page.
+    static const std::vector<unsigned char> zeros(kLxMaxPageBytes, 0);
+    for (int done = 0; done < count; done += kLxMaxPageBytes) {
+        int n = std::min(kLxMaxPageBytes, count - done);
+        if (std::memcmp(bytes + done, zeros.data(), static_cast<size_t>(n)) != 0) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+LxPCMDataStream::LxPCMDataStream(const LxFile& memberFile, LxDataStream* raw, LxDataStream* enc)
+    : LxMemberStream(memberFile, "pcm.lxa"),
+      rawStream(raw),
+      encStream(enc),
+      pageBuffer(kLxMaxPageBytes),
+      monoCodec(std::make_unique<LxCodecVorbis>(1)),
+      stereoCodec(std::make_unique<LxCodecVorbis>(2)) {}
+
+LxPCMDataStream::~LxPCMDataStream() {
+    monoCodec.reset();
+    stereoCodec.reset();
+}
+
+LxCodec* LxPCMDataStream::GetCodec(int channels) const {
+    if (channels == 1) return monoCodec.get();
+    if (channels == 2) return stereoCodec.get();
+    return nullptr;
+}
+
+void LxPCMDataStream::AppendPage(const void* pcm, int pcmBytes, int channels, int sampleRate, int bitsPerSample,
+                                 int& pageID) {
+    pageID = -1;
+    if (!stream) return;
+    const auto* bytes = static_cast<const unsigned char*>(pcm);
+    if (bytes == nullptr) pcmBytes = 0;
+
+    // Thumbnail: one {min, max} pair of 16-bit values per 90 frames; both start
+    // at 0, so min <= 0 <= max. Samples are read as 16-bit whatever the format says.
+    int groupBytes = (channels * bitsPerSample * 90) / 8;
+    int groups = groupBytes > 0 && pcmBytes > 0 ? pcmBytes / groupBytes : 0;
+    std::vector<int16_t> thumbnail(static_cast<size_t>(groups) * 2, 0);
+    int samples = std::max(pcmBytes, 0) / 2;
+    if (channels == 1) {
+        for (int g = 0; g < groups; ++g) {
+            int16_t lo = 0, hi = 0;
+            for (int i = g * 90; i < g * 90 + 90 && i < samples; ++i) {
+                int16_t s = SampleAt(bytes, i);
+                lo = std::min(lo, s);
+                hi = std::max(hi, s);
+            }
+            thumbnail[2 * g] = lo;
+            thumbnail[2 * g + 1] = hi;
+        }
+    } else if (channels == 2) {
+        for (int g = 0; g < groups; ++g) {
+            int16_t loL = 0, hiL = 0, loR = 0, hiR = 0;
+            for (int f = g * 90; f < g * 90 + 90 && 2 * f + 1 < samples; ++f) {
+                int16_t left = SampleAt(bytes, 2 * f), right = SampleAt(bytes, 2 * f + 1);
+                loL = std::min(loL, left);
+                hiL = std::max(hiL, left);
+                loR = std::min(loR, right);
+                hiR = std::max(hiR, right);
+            }
+            thumbnail[2 * g] = static_cast<int16_t>((loL + loR) / 2);
+            thumbnail[2 * g + 1] = static_cast<int16_t>((hiL + hiR) / 2);
+        }
+    } else {
+        LxAssertFailed("Yet to implement!", kSourceFile, __LINE__);
+    }
+    std::vector<unsigned char> thumbBytes(thumbnail.size() * 2);
+    for (size_t i = 0; i < thumbnail.size(); ++i) {
+        auto v = static_cast<uint16_t>(thumbnail[i]);
+        thumbBytes[2 * i] = static_cast<unsigned char>(v);
+        thumbBytes[2 * i + 1] = static_cast<unsigned char>(v >> 8);
+    }
+    LxRange thumbRange = encStream->Append(thumbBytes.data(), static_cast<int>(thumbBytes.size()));
+
+    // An all-zero page stores no data; its thumbnail stays behind unused until compaction.
+    if (pcmBytes < 1 || IsAllZero(bytes, pcmBytes)) {
+        AppendSilentPage(pcmBytes, channels, sampleRate, bitsPerSample, pageID);
+        return;
+    }
+    LxPCMData record;
+    record.codec = kLxPageCodecRaw;
+    record.pcmBytes = pcmBytes;
+    record.dataRange = rawStream->Append(bytes, pcmBytes);
+    record.thumbnailRange = thumbRange;
+    record.channels = channels;
+    record.sampleRate = sampleRate;
+    record.bitsPerSample = bitsPerSample;
+    stream->Seek(0, kLxSeekEnd);
+    pageID = static_cast<int>(stream->GetPosition());
+    WritePageHeader(record);
+}
+
+void LxPCMDataStream::AppendSilentPage(int pcmBytes, int channels, int sampleRate, int bitsPerSample, int& pageID) {
+    pageID = -1;
+    if (!stream) return;
+    LxPCMData record;
+    record.codec = kLxPageCodecSilent;
+    record.pcmBytes = pcmBytes;
+    record.channels = channels;
+    record.sampleRate = sampleRate;
+    record.bitsPerSample = bitsPerSample;
+    stream->Seek(0, kLxSeekEnd);
+    pageID = static_cast<int>(stream->GetPosition());
+    WritePageHeader(record);
+}
+
+bool LxPCMDataStream::ReadPageHeader(int pageID, LxPCMData& record) {
+    record = LxPCMData();
+    if (!stream || pageID < 0) return false;
+    if (!stream->Seek(pageID, kLxSeekBegin)) return false;
+    stream->SetWriting(false);
+    int32_t fields[9];
+    for (int32_t& field : fields) {
+        if (!stream->Xfer(field)) {
+            record = LxPCMData();
+            return false;
+        }
+    }
+    record.codec = fields[0];
+    record.pcmBytes = fields[1];
+    record.dataRange = {fields[2], fields[3]};
+    record.thumbnailRange = {fields[4], fields[5]};
+    record.channels = fields[6];
+    record.sampleRate = fields[7];
+    record.bitsPerSample = fields[8];
+    return true;
+}
+
+void LxPCMDataStream::WritePageHeader(const LxPCMData& record) {
+    if (!stream) return;
+    stream->SetWriting(true);
+    int32_t fields[9] = {record.codec,          record.pcmBytes,         record.dataRange.start,
+                         record.dataRange.end,  record.thumbnailRange.start, record.thumbnailRange.end,
+                         record.channels,       record.sampleRate,       record.bitsPerSample};
+    for (int32_t& field : fields) stream->Xfer(field);
+}
+
+void LxPCMDataStream::ReadPageData(const LxPCMData& record, int wantedChannels, void* buffer, int bufferBytes,
+                                   int& bytesRead) {
+    if (!stream) return;
+    auto* out = static_cast<unsigned char*>(buffer);
+    int allowed;
+    if (record.channels == wantedChannels) {
+        allowed = bufferBytes;
+    } else if (wantedChannels == 2 && record.channels == 1) {
+        allowed = bufferBytes / 2;  // room for doubling
+    } else if (wantedChannels == 1 && record.channels == 2) {
+        allowed = bufferBytes;
+    } else {
+        LxAssertFailed("Not supported format!", kSourceFile, __LINE__);
+        return;
+    }
+    // A damaged record may claim more than a page, or a negative length.
+    if (record.pcmBytes < 0 || record.pcmBytes > kLxMaxPageBytes) {
+        LxAssertFailed("invalid page record", kSourceFile, __LINE__);
+    }
+    int n = std::clamp(std::min(record.pcmBytes, allowed), 0, std::max(bufferBytes, 0));
+    switch (record.codec) {
+        case kLxPageCodecRaw:
+            bytesRead = rawStream->Read(record.dataRange, out, std::min(n, std::max(record.dataRange.Size(), 0)));
+            break;
+        case kLxPageCodecVorbis: {
+            LxCodec* codec = GetCodec(record.channels);
+            if (codec == nullptr) {
+                LxAssertFailed("Unknown format!", kSourceFile, __LINE__);
+                std::memset(out, 1, static_cast<size_t>(n));
+                bytesRead = n;
+                break;
+            }
+            int stored = std::clamp(record.dataRange.Size(), 0, kLxMaxPageBytes);
+            int got = encStream->Read(record.dataRange, pageBuffer.data(), stored);
+            bytesRead = codec->Decode(pageBuffer.data(), got, reinterpret_cast<short*>(out), n);
+            bytesRead = std::clamp(bytesRead, 0, n);
+            break;
+        }
+        case kLxPageCodecSilent:
+            std::memset(out, 0, static_cast<size_t>(n));
+            bytesRead = n;
+            break;
+        default:
+            // Audible as near-silence: marks a damaged page.
+            LxAssertFailed("Unknown Codec", kSourceFile, __LINE__);
+            std::memset(out, 2, static_cast<size_t>(n));
+            bytesRead = n;
+            return;
+    }
+    if (record.channels == 2 && wantedChannels == 1) {
+        int frames = bytesRead / 4;
+        for (int i = 0; i < frames; ++i) {
+            int32_t sum = int32_t(SampleAt(out, 2 * i)) + int32_t(SampleAt(out, 2 * i + 1));
+            auto mixed = static_cast<int16_t>(sum / 2);
+            std::memcpy(out + 2 * i, &mixed, 2);
+        }
+        bytesRead = frames * 2;
+    } else if (record.channels == 1 && wantedChannels == 2) {
+        // From the last sample down, so the expansion can happen in place.
+        int samples = bytesRead / 2;
+        for (int i = samples - 1; i >= 0; --i) {
+            int16_t s = SampleAt(out, i);
+            std::memcpy(out + 4 * i, &s, 2);
+            std::memcpy(out + 4 * i + 2, &s, 2);
+        }
+        bytesRead = samples * 4;
+    } else if (record.channels != wantedChannels) {
+        LxAssertFailed("Should have asserted long back!! Format Not Supported!", kSourceFile, __LINE__);
+    }
+}
+
+void LxPCMDataStream::ReadPageThumbnail(int pageID, void* buffer, int bufferBytes, int& bytesRead) {
+    LxPCMData record;
+    if (!ReadPageHeader(pageID, record)) return;
+    if (record.codec == kLxPageCodecRaw || record.codec == kLxPageCodecVorbis) {
+        int n = std::clamp(std::min(record.thumbnailRange.Size(), bufferBytes), 0, std::max(bufferBytes, 0));
+        bytesRead = encStream->Read(record.thumbnailRange, buffer, n);
+    } else if (record.codec == kLxPageCodecSilent) {
+        std::memset(buffer, 0, static_cast<size_t>(std::max(bufferBytes, 0)));
+        bytesRead = bufferBytes;
+    }
+}
+
+void LxPCMDataStream::CopyPageTo(int pageID, LxPCMDataStream& target, int& newPageID) {
+    newPageID = -1;
+    LxPCMData record;
+    if (!ReadPageHeader(pageID, record)) return;
+    bool hasData = record.codec == kLxPageCodecRaw || record.codec == kLxPageCodecVorbis;
+    if (hasData) {
+        LxDataStream* from = record.codec == kLxPageCodecRaw ? rawStream : encStream;
+        LxDataStream* to = record.codec == kLxPageCodecRaw ? target.rawStream : target.encStream;
+        int n = std::clamp(record.dataRange.Size(), 0, kLxMaxPageBytes);
+        int got = from->Read(record.dataRange, pageBuffer.data(), n);
+        record.dataRange = to->Append(pageBuffer.data(), got);
+        int thumbBytes = std::clamp(record.thumbnailRange.Size(), 0, FullThumbnailBytes(record.channels));
+        got = encStream->Read(record.thumbnailRange, pageBuffer.data(), thumbBytes);
+        record.thumbnailRange = target.encStream->Append(pageBuffer.data(), got);
+    } else if (record.codec != kLxPageCodecSilent) {
+        LxAssertFailed("", kSourceFile, __LINE__);
+    }
+    if (!target.stream) return;
+    target.stream->Seek(0, kLxSeekEnd);
+    newPageID = static_cast<int>(target.stream->GetPosition());
+    target.WritePageHeader(record);
+}

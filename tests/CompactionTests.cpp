@@ -1,0 +1,142 @@
+// Compaction: which pages survive, how pages and clips are renumbered, what the
+// progress receiver hears, and the cases that leave the store alone.
+#include <gtest/gtest.h>
+
+#include <string>
+#include "LxAudioClip.h"
+#include "LxAudioFile.h"
+#include "LxPublic/ILxGeneralProgressCallBack.h"
+#include "PcmHelpers.h"
+#include "TempDir.h"
+
+namespace {
+
+class ProgressLog : public ILxGeneralProgressCallBack {
+public:
+    std::vector<std::string> calls;
+    void BeginTask(const LxString& key, int total, int options) override {
+        calls.push_back("begin " + key.str() + " " + std::to_string(total) + " " + std::to_string(options));
+    }
+    void BeginNextTask(const LxString& key, int total) override {
+        calls.push_back("next " + key.str() + " " + std::to_string(total));
+    }
+    void ReportProgress(int done) override { calls.push_back("report " + std::to_string(done)); }
+    void EndTask() override { calls.push_back("end"); }
+};
+
+// Stores a clip of `pages` full mono pages, each filled with its own value.
+int StorePages(LxAudioFile& store, int pages, int value) {
+    LxAudioClip clip(store, -1, LX_AUDIO_CLIP_SOURCE_RECORDING);
+    for (int p = 0; p < pages; ++p) {
+        std::vector<int16_t> pcm = MakePcm(88200, 1, [&](int i) { return value + p + (i % 3); });
+        clip.AppendPCMData(reinterpret_cast<const unsigned char*>(pcm.data()), 176400, 1, 44100, 16, 1.0f);
+    }
+    return clip.FinishAppendingPCMData(1, 44100, 16, 1.0f);
+}
+
+std::vector<int16_t> Audio(LxAudioFile& store, int clipID) {
+    LxAudioClip clip(store, clipID);
+    return ReadAll(clip, 1);
+}
+
+int PcmSize(LxAudioFile& store) {
+    int sizes[5];
+    store.GetMemberSizes(sizes);
+    return sizes[2];
+}
+
+}  // namespace
+
+TEST(Compaction, DropsUnreachablePagesAndRenumbersLiveClips) {
+    TempDir tmp;
+    LxAudioFile store(tmp.Dir());
+    int a = StorePages(store, 1, 100);   // page 180
+    int b = StorePages(store, 1, 200);   // page 216
+    int c = StorePages(store, 2, 300);   // pages 252, 288
+    std::vector<int16_t> audioA = Audio(store, a), audioC = Audio(store, c);
+    std::list<int> live = {c, a};
+    ProgressLog log;
+    ASSERT_TRUE(store.Compact(live, &log));
+    EXPECT_EQ(live, (std::list<int>{1, 2}));  // new IDs in list order
+    EXPECT_EQ(PcmSize(store), 180 + 3 * 36);
+    LxAudioClip newC(store, 1), newA(store, 2);
+    EXPECT_EQ(newA.GetPageRanges()[0].startPage, 180);
+    EXPECT_EQ(newC.GetPageRanges()[0].startPage, 216);  // 252 moved down by 36
+    EXPECT_EQ(newC.GetPageRanges()[0].endPage, 252);
+    EXPECT_EQ(ReadAll(newA, 1), audioA);
+    EXPECT_EQ(ReadAll(newC, 1), audioC);
+    std::list<int> ids;
+    store.GetClipIDs(ids);
+    EXPECT_EQ(ids, (std::list<int>{1, 2}));
+    EXPECT_EQ(log.calls, (std::vector<std::string>{"begin kLxDiscoverUnreachAudio 3 0", "report 1", "report 2",
+                                                   "report 3", "next kLxCompactingAudio 4", "report 1", "report 2",
+                                                   "report 3", "report 4", "next kLxUpdateClips 2", "report 1",
+                                                   "report 2", "end"}));
+    (void)b;
+    // The member files are back in the store's directory, and the working
+    // directory of the compaction is gone.
+    EXPECT_EQ(tmp.Child("pcm.lxa").GetLength(), 180 + 3 * 36);
+    EXPECT_FALSE(tmp.Child("compact").Exists());
+    // A second compaction works the same way.
+    std::list<int> onlyA = {2};
+    ASSERT_TRUE(store.Compact(onlyA, nullptr));
+    LxAudioClip again(store, onlyA.front());
+    EXPECT_EQ(ReadAll(again, 1), audioA);
+}
+
+TEST(Compaction, LeadingDroppedRunShiftsEverythingAfterIt) {
+    TempDir tmp;
+    LxAudioFile store(tmp.Dir());
+    int a = StorePages(store, 2, 100);  // 180, 216
+    int b = StorePages(store, 3, 200);  // 252, 288, 324
+    std::vector<int16_t> audioB = Audio(store, b);
+    std::list<int> live = {b};
+    ASSERT_TRUE(store.Compact(live, nullptr));
+    LxAudioClip newB(store, live.front());
+    EXPECT_EQ(newB.GetPageRanges()[0].startPage, 180);
+    EXPECT_EQ(newB.GetPageRanges()[0].endPage, 252);
+    EXPECT_EQ(ReadAll(newB, 1), audioB);
+    (void)a;
+}
+
+TEST(Compaction, CasesThatChangeNothingOrEverything) {
+    TempDir tmp;
+    LxAudioFile store(tmp.Dir());
+    int a = StorePages(store, 1, 100);
+    int b = StorePages(store, 1, 200);
+    // Every stored clip in use: nothing to gain.
+    std::list<int> all = {a, b};
+    EXPECT_FALSE(store.Compact(all, nullptr));
+    EXPECT_EQ(all, (std::list<int>{a, b}));
+    // Every page reachable through the live clips: nothing written.
+    LxAudioClip both(store, -1);
+    both.AppendClip(LxAudioClip(store, a));
+    both.AppendClip(LxAudioClip(store, b));
+    int c = both.WriteToAudioFile();
+    std::list<int> one = {c};
+    ProgressLog log;
+    EXPECT_FALSE(store.Compact(one, &log));
+    EXPECT_EQ(one, (std::list<int>{c}));
+    EXPECT_EQ(log.calls.back(), "end");
+    EXPECT_FALSE(tmp.Child("compact").GetChild("pcm.lxa").Exists());
+    // A live ID the store does not know: false, the store as it was.
+    StorePages(store, 1, 300);
+    std::list<int> unknown = {a, 99};
+    EXPECT_FALSE(store.Compact(unknown, nullptr));
+    EXPECT_EQ(unknown, (std::list<int>{a, 99}));
+    EXPECT_EQ(PcmSize(store), 180 + 3 * 36);
+    LxAudioClip stillA(store, a);
+    EXPECT_EQ(stillA.WorthInFrames(), 88200);
+    // An empty live list empties the store down to its reserved silence.
+    std::list<int> none;
+    EXPECT_TRUE(store.Compact(none, nullptr));
+    int sizes[5];
+    store.GetMemberSizes(sizes);
+    EXPECT_EQ(sizes[0], 0);
+    EXPECT_EQ(sizes[2], 180);
+    EXPECT_EQ(sizes[3], 0);
+    std::list<int> ids;
+    store.GetClipIDs(ids);
+    EXPECT_TRUE(ids.empty());
+    EXPECT_FALSE(store.Compact(none, nullptr));  // already empty
+}

@@ -1,0 +1,130 @@
+// The controller: lifetime of its store and directory, the clip factory,
+// merging, persistence through it, and the operations that are never built.
+#include <gtest/gtest.h>
+
+#include "AssertRecorder.h"
+#include "LxAudioController.h"
+#include "LxAudioFile.h"
+#include "LxPublic/LxLCException.h"
+#include "LxPublic/LxMemoryStream.h"
+#include "PcmHelpers.h"
+
+namespace {
+
+int Record(LxAudioController& controller, const std::vector<int16_t>& pcm, int channels) {
+    auto clip = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_RECORDING);
+    clip->AppendPCMData(reinterpret_cast<const unsigned char*>(pcm.data()), static_cast<int>(pcm.size() * 2),
+                        channels, 44100, 16, 1.0f);
+    return clip->FinishAppendingPCMData(channels, 44100, 16, 1.0f);
+}
+
+}  // namespace
+
+TEST(Controller, OwnsAPrivateDirectoryForItsLife) {
+    LxFile first, second;
+    {
+        LxAudioController a;
+        LxAudioController b;
+        first = a.GetTemporaryDirectory();
+        second = b.GetTemporaryDirectory();
+        EXPECT_NE(first.GetPath(), second.GetPath());
+        EXPECT_EQ(first.GetName().str().rfind("AudCntlr", 0), 0u);
+        EXPECT_EQ(first.GetChild("pcm.lxa").GetLength(), 180);
+        for (const char* name : {"raw.lxa", "enc.lxa", "clip.lxa", "map.lxa"}) EXPECT_TRUE(first.GetChild(name).Exists());
+        Record(a, MakeRamp(1000, 1), 1);
+    }
+    EXPECT_FALSE(first.Exists());
+    EXPECT_FALSE(second.Exists());
+}
+
+TEST(Controller, FactoryAndMerging) {
+    LxAudioController controller;
+    std::vector<int16_t> one = MakeRamp(4410, 2, 1), two = MakeRamp(8820, 2, 2);
+    int a = Record(controller, one, 2);
+    int b = Record(controller, two, 2);
+    EXPECT_EQ(a, 1);
+    EXPECT_EQ(b, 2);
+    std::list<int> ids;
+    controller.GetListOfClipIDs(ids);
+    EXPECT_EQ(ids, (std::list<int>{1, 2}));
+
+    auto clip = controller.GetClip(b);
+    EXPECT_EQ(clip->WorthInFrames(), 8820);
+    EXPECT_EQ(clip->GetClipSource(), LX_AUDIO_CLIP_SOURCE_OTHER);
+    auto base = controller.GetClipBase(-1);
+    EXPECT_TRUE(base->IsEmpty());
+    EXPECT_EQ(&base->GetAudioFile(), controller.GetAudioFile());
+    EXPECT_EQ(controller.GetClipBase(a)->WorthInFrames(), 4410);
+
+    auto empty = controller.MergeClips({});
+    EXPECT_TRUE(empty->IsEmpty());
+    auto merged = controller.MergeClips({a, -1, b, a});
+    ASSERT_EQ(merged->GetPageRanges().size(), 3u);
+    EXPECT_EQ(merged->WorthInFrames(), 4410 + 8820 + 4410);
+    std::vector<int16_t> expected = one;
+    expected.insert(expected.end(), two.begin(), two.end());
+    expected.insert(expected.end(), one.begin(), one.end());
+    merged->SeekToBeginning();
+    EXPECT_EQ(ReadAll(*merged, 2), expected);
+    // Merging does not store anything.
+    ids.clear();
+    controller.GetListOfClipIDs(ids);
+    EXPECT_EQ(ids.size(), 2u);
+}
+
+TEST(Controller, SavesAndReopensAProject) {
+    LxMemoryStream saved;
+    std::vector<int16_t> pcm = MakeRamp(50000, 1, 4);
+    {
+        LxAudioController controller;
+        ASSERT_EQ(Record(controller, pcm, 1), 1);
+        EXPECT_TRUE(controller.WriteTo(&saved));
+    }
+    LxAudioController reopened;
+    saved.Seek(0, kLxSeekBegin);
+    ASSERT_TRUE(reopened.ReadFrom(&saved));
+    auto clip = reopened.GetClip(1);
+    EXPECT_EQ(ReadAll(*clip, 1), pcm);
+    EXPECT_FALSE(reopened.ReadFrom(static_cast<ILxStream*>(nullptr)));
+
+    // Another project's clips come in under new IDs.
+    LxAudioController other;
+    Record(other, MakeRamp(100, 1), 1);
+    std::map<int, int> idMap;
+    other.AppendAudioFileFrom(reopened, idMap);
+    EXPECT_EQ(idMap, (std::map<int, int>{{1, 2}}));
+    auto copied = other.GetClip(2);
+    EXPECT_EQ(ReadAll(*copied, 1), pcm);
+}
+
+TEST(Controller, UnbuiltFactoriesReportAndThrow) {
+    LxAudioController controller;
+    const char* file = "source/components/audiocore/LxAudioController";
+    {
+        AssertRecorder recorder;
+        try {
+            controller.GetMP3Importer(nullptr, nullptr);
+            FAIL() << "no exception";
+        } catch (const LxLCException& e) {
+            EXPECT_EQ(e.GetErrorName(), LxString("kLxErrorInternal"));
+            EXPECT_EQ(e.GetSourceFile(), LxString(file));
+            EXPECT_EQ(e.GetLine(), 145);
+        }
+        ExpectSingleReport(recorder, "GetMP3Importer Not implemented", file, 144);
+    }
+    {
+        AssertRecorder recorder;
+        try {
+            controller.GetMP3Exporter(44100, 2, 16, nullptr, nullptr);
+            FAIL() << "no exception";
+        } catch (const LxLCException& e) {
+            EXPECT_EQ(e.GetErrorName(), LxString("kLxErrorInternal"));
+            EXPECT_EQ(e.GetLine(), 157);
+        }
+        ExpectSingleReport(recorder, "GetMP3Exporter Not implemented", file, 156);
+    }
+    // Stop requests from devices go through the stop handler and return at once.
+    controller.HandleStopPlayBackCalledFromDevice(7);
+    LxHandleStopPlayBackCalledFromDevice(7, &controller);
+    LxHandleStopPlayBackCalledFromDevice(7, nullptr);
+}
