@@ -18,8 +18,11 @@ public:
     // Returns nullptr when the file cannot be opened.
     static std::unique_ptr<ILxReadWriteStream> CreateFileStreamReadWrite(
         const LxFile& file, int mode, int shareMode, int attributes);
-    // Opens an existing file for reading; nullptr when it cannot be opened.
-    static std::unique_ptr<ILxReadWriteStream> CreateFileStreamRead(const LxFile& file);
+    // Opens an existing file for reading; nullptr when it cannot be opened. The
+    // other arguments are those of CreateFileStreamReadWrite; only reading is granted.
+    static std::unique_ptr<ILxReadWriteStream> CreateFileStreamRead(const LxFile& file, int mode = kLxStreamRead,
+                                                                    int shareMode = 0x3f3f3f3f,
+                                                                    int attributes = 0x3f3f3f3f);
     // A growable stream in memory, empty and in reading mode.
     static std::unique_ptr<ILxReadWriteStream> CreateMemoryStream();
 };

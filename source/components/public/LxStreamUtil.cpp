@@ -21,8 +21,9 @@ std::unique_ptr<ILxReadWriteStream> LxStreamUtil::CreateFileStreamReadWrite(cons
     return stream;
 }
 
-std::unique_ptr<ILxReadWriteStream> LxStreamUtil::CreateFileStreamRead(const LxFile& file) {
-    return CreateFileStreamReadWrite(file, kLxStreamRead, 0, 0);
+std::unique_ptr<ILxReadWriteStream> LxStreamUtil::CreateFileStreamRead(const LxFile& file, int /*mode*/,
+                                                                       int shareMode, int attributes) {
+    return CreateFileStreamReadWrite(file, kLxStreamRead, shareMode, attributes);
 }
 
 std::unique_ptr<ILxReadWriteStream> LxStreamUtil::CreateMemoryStream() { return std::make_unique<LxMemoryStream>(); }
