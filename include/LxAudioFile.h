@@ -16,6 +16,7 @@
 #include "LxPageRange.h"
 #include "LxPageThumbnail.h"
 #include "LxPublic/LxFile.h"
+#include "LxPublic/LxMutex.h"
 #include "LxPublic/LxRecursiveMutex.h"
 
 class ILxStream;
@@ -108,6 +109,10 @@ private:
     std::unique_ptr<LxClipMapStream> mapStream;
     LxPageRange silenceRange;
     mutable LxRecursiveMutex lock;
+    // Held by the compressor for a whole page (it encodes outside the store's
+    // lock) and by whatever replaces the member objects it encodes with
+    // (compaction, destruction); always taken before the store's lock.
+    LxMutex compressorMutex;
     std::map<int, LxPageThumbnail> thumbnailCache;
     std::vector<std::map<int, LxPageThumbnail>::node_type> retiredThumbnails;
 };

@@ -9,4 +9,5 @@ struct LxRange {
     int Size() const { return end - start; }
     bool IsEmpty() const { return end <= start; }
     friend bool operator==(const LxRange& a, const LxRange& b) { return a.start == b.start && a.end == b.end; }
+    friend bool operator!=(const LxRange& a, const LxRange& b) { return !(a == b); }
 };

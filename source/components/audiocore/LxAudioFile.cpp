@@ -12,6 +12,7 @@
 #include "LxPublic/ILxStream.h"
 #include "LxPublic/LxAssert.h"
 #include "LxPublic/LxFileUtil.h"
+#include "LxPublic/LxLock.h"
 #include "LxPublic/LxRecursiveLock.h"
 #include "LxPublic/LxZipUpdateInfo.h"
 
@@ -29,6 +30,7 @@ LxAudioFile::LxAudioFile(const LxFile& storeDirectory) : directory(storeDirector
 }
 
 LxAudioFile::~LxAudioFile() {
+    LxLock compressorGuard(compressorMutex);
     LxRecursiveLock guard(lock);
     if (mapStream) {
         Close();
@@ -217,6 +219,7 @@ LxPageRange LxAudioFile::GetSilenceRange() const {
 }
 
 bool LxAudioFile::Compact(std::list<int>& clipIDs, ILxGeneralProgressCallBack* progress) {
+    LxLock compressorGuard(compressorMutex);
     LxRecursiveLock guard(lock);
     LxAudioCompactor compactor(*this);
     return compactor.Run(clipIDs, progress);
@@ -374,6 +377,56 @@ void LxAudioFile::AppendAudioFileFrom(LxAudioFile& other, std::map<int, int>& id
 }
 
 bool LxAudioFile::CompressOnePage() {
-    // Compression comes with the Vorbis page codec; until then no page is compressed.
-    return false;
+    LxLock compressorGuard(compressorMutex);
+    LxRecursiveLock guard(lock);
+    std::vector<unsigned char> input(kLxMaxPageBytes);
+    if (!pcmStream || pcmStream->compressCursor >= static_cast<uint32_t>(pcmStream->GetSize())) return false;
+    uint32_t cursor = pcmStream->compressCursor;
+    LxPCMData record;
+    pcmStream->ReadPageHeader(static_cast<int>(cursor), record);
+    // Silent, already compressed and damaged pages are skipped, one per call.
+    if (record.codec != kLxPageCodecRaw || record.pcmBytes > kLxMaxPageBytes || record.pcmBytes < 0) {
+        pcmStream->compressCursor += kLxPageRecordBytes;
+        return false;
+    }
+    int stored = std::clamp(record.dataRange.Size(), 0, kLxMaxPageBytes);
+    int got = rawStream->Read(record.dataRange, input.data(), stored);
+    if (got < record.pcmBytes) {
+        LxAssertFailed("", kSourceFile, __LINE__);
+        pcmStream->compressCursor += kLxPageRecordBytes;
+        return false;
+    }
+    LxCodec* codec = pcmStream->GetCodec(record.channels);
+    if (codec == nullptr) {
+        LxAssertFailed("Not implemented", "source/components/audiocore/LxPCMDataStream", __LINE__);
+        return false;
+    }
+    LxPCMDataStream* encodedFor = pcmStream.get();
+
+    // The slow part runs without the store's lock, so that editing, capture and
+    // playback go on meanwhile.
+    guard.Unlock();
+    std::vector<unsigned char> output(kLxMaxPageBytes);
+    int encoded = codec->Encode(reinterpret_cast<const short*>(input.data()), record.pcmBytes, output.data(),
+                                kLxMaxPageBytes);
+    guard.Relock();
+
+    // The page must still be the one that was encoded: a load or a clear while
+    // the lock was released replaced it.
+    LxPCMData now;
+    if (pcmStream.get() != encodedFor || !pcmStream->ReadPageHeader(static_cast<int>(cursor), now) ||
+        now.codec != record.codec || now.dataRange != record.dataRange || now.pcmBytes != record.pcmBytes) {
+        return false;
+    }
+    if (encoded <= 0) {
+        // The codec reported why; the page stays raw.
+        pcmStream->compressCursor = cursor + kLxPageRecordBytes;
+        return false;
+    }
+    record.codec = kLxPageCodecVorbis;
+    record.dataRange = encStream->Append(output.data(), encoded);
+    pcmStream->GetStream()->Seek(cursor, kLxSeekBegin);
+    pcmStream->WritePageHeader(record);
+    pcmStream->compressCursor = cursor + kLxPageRecordBytes;
+    return true;
 }

@@ -9,9 +9,15 @@ public:
     LxCodec(const LxCodec&) = delete;
     LxCodec& operator=(const LxCodec&) = delete;
 
-    // Encodes pcmBytes of PCM into out; returns the bytes written.
+    // Encodes the whole frames of pcmBytes of PCM into out and returns the bytes
+    // written, never more than outCapacity. 0 means nothing usable was written
+    // (no whole frame, or a failure, which is reported): keep the page as it was.
     virtual int Encode(const short* pcm, int pcmBytes, unsigned char* out, int outCapacity) = 0;
-    // Decodes inBytes of stored data into at most outBytes of PCM; returns the bytes produced.
+    // Decodes inBytes of stored data into out and returns the bytes of PCM
+    // produced: whole frames, never more than outBytes. Pass the page's PCM
+    // length (or less, to take only its start) as outBytes: that is where the
+    // decoded stream is cut. Damaged data is reported and what was decoded
+    // before the damage is returned.
     virtual int Decode(const unsigned char* in, int inBytes, short* out, int outBytes) = 0;
 
     int GetChannels() const { return channels; }
