@@ -1,0 +1,3 @@
+#include "LxAudioEffect.h"
+
+LxAudioEffect::~LxAudioEffect() = default;

@@ -1,0 +1,224 @@
+#include "LxPageRange.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+#include "LxAudioFile.h"
+#include "LxPublic/ILxReadWriteStream.h"
+#include "LxPublic/LxAssert.h"
+
+static const char* const kSourceFile = "source/components/audiocore/LxPageRange";
+
+namespace {
+
+int BytesPerFrame(const LxPCMData& record) { return (record.channels * record.bitsPerSample) / 8; }
+
+// Frames of page `page` that the range covers, from its header.
+int FramesOnPage(const LxPageRange& range, int page, const LxPCMData& record) {
+    int bpf = BytesPerFrame(record);
+    if (bpf <= 0) return 0;
+    if (range.startPage == range.endPage) return (range.endOffset - range.startOffset) / bpf;
+    if (page == range.startPage) return (record.pcmBytes - range.startOffset) / bpf;
+    if (page == range.endPage) return range.endOffset / bpf;
+    return record.pcmBytes / bpf;
+}
+
+bool IsSpanSilent(const unsigned char* bytes, int from, int to) {
+    for (int i = std::max(from, 0); i < to; ++i) {
+        if (bytes[i] != 0) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool LxPageRange::IsValid() const {
+    if (audioFile == nullptr) {
+        LxAssertFailed("NULL Audio File", kSourceFile, __LINE__);
+        return false;
+    }
+    if (startPage > endPage) {
+        LxAssertFailed("invalid range", kSourceFile, __LINE__);  // order
+        return false;
+    }
+    LxPCMData record;
+    if (startPage == endPage) {
+        if (endOffset < startOffset) {
+            LxAssertFailed("invalid range", kSourceFile, __LINE__);  // offsets
+            return false;
+        }
+        // A page beyond the store (a damaged record) reads as zero bytes long.
+        audioFile->ReadPageHeader(startPage, record);
+        if (record.pcmBytes < endOffset) {
+            LxAssertFailed("invalid range", kSourceFile, __LINE__);  // one page
+            return false;
+        }
+        return true;
+    }
+    audioFile->ReadPageHeader(startPage, record);
+    if (record.pcmBytes < startOffset) {
+        LxAssertFailed("invalid range", kSourceFile, __LINE__);  // start page
+        return false;
+    }
+    // The end page must exist, or walking the range would run far past the store.
+    if (!audioFile->ReadPageHeader(endPage, record) || record.pcmBytes < endOffset) {
+        LxAssertFailed("invalid range", kSourceFile, __LINE__);  // end page
+        return false;
+    }
+    return true;
+}
+
+int LxPageRange::WorthInFrames() const {
+    if (!IsValid()) return 0;
+    LxPCMData record;
+    if (startPage == endPage) {
+        audioFile->ReadPageHeader(startPage, record);
+        return FramesOnPage(*this, startPage, record);
+    }
+    int frames = 0;
+    for (int page = startPage; page <= endPage; page += kLxPageRecordBytes) {
+        audioFile->ReadPageHeader(page, record);
+        frames += FramesOnPage(*this, page, record);
+    }
+    return frames;
+}
+
+int LxPageRange::WorthInBytes() const {
+    if (!IsValid()) return 0;
+    if (startPage == endPage) return endOffset - startOffset;
+    int bytes = 0;
+    LxPCMData record;
+    for (int page = startPage; page <= endPage; page += kLxPageRecordBytes) {
+        audioFile->ReadPageHeader(page, record);
+        if (page == startPage) {
+            bytes += record.pcmBytes - startOffset;
+        } else if (page == endPage) {
+            bytes += endOffset;
+        } else {
+            bytes += record.pcmBytes;
+        }
+    }
+    return bytes;
+}
+
+void LxPageRange::Translate(int frame, int& page, int& pageOffset) const {
+    page = -1;
+    pageOffset = -1;
+    if (!IsValid()) return;
+    if (frame <= 0) {
+        LxAssertFailed("Non positive frame index in Translate", kSourceFile, __LINE__);
+        return;
+    }
+    LxPCMData record;
+    if (startPage == endPage) {
+        audioFile->ReadPageHeader(startPage, record);
+        int bpf = BytesPerFrame(record);
+        if (bpf <= 0 || (endOffset - startOffset) / bpf < frame) return;
+        page = startPage;
+        pageOffset = (frame - 1) * bpf + startOffset;
+        return;
+    }
+    int cumulative = 0;
+    for (int p = startPage; p <= endPage; p += kLxPageRecordBytes) {
+        audioFile->ReadPageHeader(p, record);
+        int frames = FramesOnPage(*this, p, record);
+        if (cumulative + frames >= frame) {
+            page = p;
+            pageOffset = BytesPerFrame(record) * (frame - cumulative - 1) + (p == startPage ? startOffset : 0);
+            return;
+        }
+        cumulative += frames;
+    }
+}
+
+void LxPageRange::IncrementByOneFrame(int& page, int& pageOffset) const {
+    if (!IsValid()) return;
+    if (page < startPage || page > endPage) {
+        LxAssertFailed("invalid arg", kSourceFile, __LINE__);
+        return;
+    }
+    LxPCMData record;
+    audioFile->ReadPageHeader(page, record);
+    int bpf = BytesPerFrame(record);
+    if (page == endPage) {
+        if (pageOffset > endOffset - bpf) {
+            LxAssertFailed("OVerflow. Can't increment pageOffset", kSourceFile, __LINE__);
+            return;
+        }
+        pageOffset += bpf;
+        return;
+    }
+    // Strictly greater: from the last frame the offset first reaches the page
+    // length, and only the next step moves to the following page.
+    if (pageOffset > record.pcmBytes - bpf) {
+        page += kLxPageRecordBytes;
+        pageOffset = 0;
+    } else {
+        pageOffset += bpf;
+    }
+}
+
+int LxPageRange::GetMaximumNumberOfChannels() const {
+    if (audioFile == nullptr || startPage > endPage || startPage < 0) return 1;
+    LxPCMData record;
+    for (int page = startPage; page <= endPage; page += kLxPageRecordBytes) {
+        audioFile->ReadPageHeader(page, record);
+        if (record.channels == 2) return 2;
+    }
+    return 1;
+}
+
+int LxPageRange::GetChannels() const {
+    if (audioFile == nullptr || startPage > endPage || startPage < 0) return 1;
+    LxPCMData record;
+    if (!audioFile->ReadPageHeader(startPage, record) || record.channels < 1) return 1;
+    return record.channels;
+}
+
+bool LxPageRange::IsSilent() const {
+    if (audioFile == nullptr || !IsValid()) return false;
+    LxPageRange silence = audioFile->GetSilenceRange();
+    if (startPage >= silence.startPage && endPage <= silence.endPage && silence.startPage >= 0) return true;
+    // Pages are read whole; a page of the silent codec needs no reading.
+    static thread_local std::vector<unsigned char> buffer;
+    buffer.resize(2 * kLxMaxPageBytes);
+    LxPCMData record;
+    for (int page = startPage; page <= endPage; page += kLxPageRecordBytes) {
+        if (!audioFile->ReadPageHeader(page, record)) return false;
+        if (record.codec == kLxPageCodecSilent) continue;
+        int got = 0;
+        audioFile->ReadPageData(record, record.channels, buffer.data(), static_cast<int>(buffer.size()), got);
+        int from = page == startPage ? startOffset : 0;
+        int to = page == endPage ? endOffset : got;
+        if (!IsSpanSilent(buffer.data(), from, std::min(to, got))) return false;
+    }
+    return true;
+}
+
+void LxPageRange::Serialize(ILxReadWriteStream& stream) {
+    int32_t fields[4] = {startPage, startOffset, endPage, endOffset};
+    for (int32_t& field : fields) stream.Xfer(field);
+    if (stream.IsWriting()) {
+        int32_t count = 1, kind = LxAudioEffectVolume;
+        stream.Xfer(count);
+        stream.Xfer(kind);
+        effect.XferData(stream);
+        return;
+    }
+    startPage = fields[0];
+    startOffset = fields[1];
+    endPage = fields[2];
+    endOffset = fields[3];
+    int32_t count = 0;
+    stream.Xfer(count);
+    for (int32_t i = 0; i < count && !stream.IsEndOfStream(); ++i) {
+        int32_t kind = 0;
+        stream.Xfer(kind);
+        if (kind == LxAudioEffectVolume) {
+            effect.XferData(stream);
+        } else {
+            // Its data has an unknown size and is not read.
+            LxAssertFailed("", kSourceFile, __LINE__);
+        }
+    }
+}
