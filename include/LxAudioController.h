@@ -23,6 +23,7 @@ class ILxGeneralProgressCallBack;
 class LxAudioFile;
 class LxZipUpdateInfo;
 class LxMP3Importer;
+class LxWAVImporter;
 class LxMP3Exporter;
 
 class LXAUDIOCORE_API LxAudioController {
@@ -58,6 +59,15 @@ public:
     std::unique_ptr<LxAudioClipBase> GetClipBase(int clipID);
     // A new, unsaved clip that plays the listed clips one after the other (IDs of -1 are skipped).
     std::unique_ptr<LxAudioClip> MergeClips(const std::list<int>& clipIDs);
+
+    // --- import -------------------------------------------------------------------
+    // noiseReduce runs the noise suppressor over the imported audio.
+    std::unique_ptr<LxWAVImporter> GetWAVImporter(LxCallBackFunction callback, void* context, bool noiseReduce);
+    // Imports the files one after the other into one clip base, with gapDeciSeconds
+    // of silence after every imported file but the last; null when none imported.
+    // Each import is also stored as a clip of its own.
+    std::unique_ptr<LxAudioClipBase> GetOneMergedClipByImporingtMultipleWavFiles(const std::vector<LxFile>& files,
+                                                                                 int gapDeciSeconds);
 
     // Never built: both report and throw LxLCException("kLxErrorInternal").
     LxMP3Importer* GetMP3Importer(LxCallBackFunction callback, void* context);

@@ -13,3 +13,4 @@
 #include "LxPageRange.h"
 #include "LxAudioClipBase.h"
 #include "LxAudioFile.h"
+#include "LxAudioResampler.h"

@@ -144,7 +144,7 @@ TEST(AudioStore, ReadsPagesWithChannelConversionAndMarksDamagedOnes) {
     LxPCMData record;
     store.ReadPageHeader(monoPage, record);
     // Mono into a stereo request of 1000 bytes: 250 samples, each doubled.
-    std::vector<int16_t> out(1000, 0);
+    std::vector<int16_t> out(2000, 0);
     int got = 0;
     store.ReadPageData(record, 2, out.data(), 1000, got);
     EXPECT_EQ(got, 1000);

@@ -57,7 +57,7 @@ TEST(Compression, CompressesRawPagesOneByOneAndSkipsTheRest) {
     int a = StoreClip(store, stereo, 2);
     int silent = -1;
     store.AppendPage(std::vector<int16_t>(1000, 0).data(), 2000, 1, 44100, 16, silent);  // 288, codec 3
-    std::vector<int16_t> mono = Voice(30000, 1);
+    std::vector<int16_t> mono = Voice(29970, 1);
     int b = StoreClip(store, mono, 1);  // 324
     // Five reserved silent pages first: each call skips one.
     for (int i = 0; i < 5; ++i) EXPECT_FALSE(store.CompressOnePage()) << i;

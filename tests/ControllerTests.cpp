@@ -29,6 +29,7 @@ TEST(Controller, OwnsAPrivateDirectoryForItsLife) {
         second = b.GetTemporaryDirectory();
         EXPECT_NE(first.GetPath(), second.GetPath());
         EXPECT_EQ(first.GetName().str().rfind("AudCntlr", 0), 0u);
+        a.GetAudioFile()->Flush();
         EXPECT_EQ(first.GetChild("pcm.lxa").GetLength(), 180);
         for (const char* name : {"raw.lxa", "enc.lxa", "clip.lxa", "map.lxa"}) EXPECT_TRUE(first.GetChild(name).Exists());
         Record(a, MakeRamp(1000, 1), 1);
@@ -74,7 +75,7 @@ TEST(Controller, FactoryAndMerging) {
 
 TEST(Controller, SavesAndReopensAProject) {
     LxMemoryStream saved;
-    std::vector<int16_t> pcm = MakeRamp(50000, 1, 4);
+    std::vector<int16_t> pcm = MakeRamp(49950, 1, 4);
     {
         LxAudioController controller;
         ASSERT_EQ(Record(controller, pcm, 1), 1);

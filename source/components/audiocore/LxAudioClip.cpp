@@ -59,9 +59,10 @@ void LxAudioClip::EnsureBuffer() {
 
 void LxAudioClip::ReadFromStream(ILxReadWriteStream& stream) {
     LxAudioClipBase::ReadFromStream(stream);
-    int32_t source = 0;
-    stream.Xfer(source);
-    clipSource = static_cast<LX_AUDIO_CLIP_SOURCE>(source);
+    // The stored source is read past; a clip keeps the source it was made with
+    // (a clip loaded by ID counts as made by the library).
+    int32_t stored = 0;
+    stream.Xfer(stored);
     thumbnail.Clear();
     SeekToBeginning();
 }

@@ -1,6 +1,7 @@
 #include "LxAudioController.h"
 
 #include "LxAudioFile.h"
+#include "LxWAVImporter.h"
 #include "LxPublic/LxAssert.h"
 #include "LxPublic/LxFileUtil.h"
 #include "LxPublic/LxLCException.h"
@@ -70,6 +71,35 @@ std::unique_ptr<LxAudioClip> LxAudioController::MergeClips(const std::list<int>&
         part.ReadFromAudioFile(clipID);
         result->AppendPageRanges(part.GetPageRanges());
     }
+    return result;
+}
+
+std::unique_ptr<LxWAVImporter> LxAudioController::GetWAVImporter(LxCallBackFunction callback, void* context,
+                                                                bool noiseReduce) {
+    return std::make_unique<LxWAVImporter>(*this, callback, context, noiseReduce);
+}
+
+std::unique_ptr<LxAudioClipBase> LxAudioController::GetOneMergedClipByImporingtMultipleWavFiles(
+    const std::vector<LxFile>& files, int gapDeciSeconds) {
+    if (files.empty()) return nullptr;
+    auto result = std::make_unique<LxAudioClipBase>(*audioFile, -1);
+    int remaining = static_cast<int>(files.size()) - 1;
+    bool anyImported = false;
+    for (const LxFile& file : files) {
+        std::unique_ptr<LxWAVImporter> importer = GetWAVImporter(nullptr, nullptr, false);
+        int clipID = importer->Import(file);
+        if (clipID != -1 && clipID != -2) {
+            anyImported = true;
+            LxAudioClipBase imported(*audioFile, clipID);
+            result->AppendPageRanges(imported.GetPageRanges());
+            if (gapDeciSeconds >= 1 && remaining != 0) {
+                int added = 0;
+                result->AppendSilenceFrames((gapDeciSeconds * 44100) / 10, added, true);
+            }
+        }
+        --remaining;
+    }
+    if (!anyImported) return nullptr;
     return result;
 }
 

@@ -1,0 +1,91 @@
+#pragma once
+// Base of every importer. It runs the import loop that all formats share:
+// measure the source's audio data, let the concrete importer decode it chunk by
+// chunk into 16-bit PCM, optionally pass it through the noise suppressor,
+// resample it to 44100 frames per second when the source has another rate,
+// append it to a new clip and store the clip. A concrete importer supplies the
+// format: Initialize, the header and footer sizes, Decode and IsDecoderEOF.
+// An importer serves one import; it is made by the controller and owned by the caller.
+#include <atomic>
+#include <memory>
+#include <vector>
+#include "LxAudioCoreExport.h"
+#include "LxPublic/LxCallBack.h"
+#include "LxPublic/LxFile.h"
+#include "LxPublic/LxString.h"
+
+class ILxStream;
+class ILxGeneralProgressCallBack;
+class LxAudioController;
+class LxAudioClip;
+class LxAudioResampler;
+namespace dsp {
+class SingleChannelAdaptiveNoise;
+}
+
+class LXAUDIOCORE_API LxAudioImporter {
+public:
+    static constexpr int kChunkBytes = 4092;
+    static constexpr int kDecodedBytes = 8184;
+
+    LxAudioImporter(LxAudioController& controller, LxCallBackFunction callback, void* context, bool noiseReduce);
+    virtual ~LxAudioImporter();
+    LxAudioImporter(const LxAudioImporter&) = delete;
+    LxAudioImporter& operator=(const LxAudioImporter&) = delete;
+
+    virtual std::vector<LxString> GetSupportedFormats() = 0;
+    virtual bool CanImport(ILxStream* stream) = 0;
+    virtual bool CanImport(const LxFile& file) = 0;
+    virtual bool CanImport(const LxString& fileName) = 0;
+    // Both return the new clip's ID; -1 when nothing could be imported, -2 when cancelled.
+    virtual int Import(ILxStream* stream);
+    virtual int Import(const LxFile& file);
+    virtual void ReadHeader(ILxStream*) {}
+    virtual unsigned int GetHeaderSize() = 0;
+    virtual unsigned int GetFooterSize() = 0;
+    virtual unsigned int GetAudioDataSize(ILxStream* stream) = 0;
+    // Decodes inBytes of source data (in may be null when inBytes is 0) into at
+    // most outCapacity bytes of 16-bit PCM; returns the input bytes consumed.
+    virtual int Decode(const unsigned char* in, int inBytes, unsigned char* out, int& outBytes, int outCapacity) = 0;
+    virtual bool Initialize() = 0;
+    virtual void Finalize() = 0;
+    // May be called from another thread; the loop stops before its next chunk.
+    virtual void Cancel() { cancelled = true; }
+    virtual int GetAudioChannels() { return channels; }
+    virtual int GetAudioLengthMilliSeconds() { return lengthMS; }
+    virtual int GetAudioBitRate() { return bitsPerSample * sampleRate * channels; }
+    virtual int GetAudioSampleRate() { return sampleRate; }
+    virtual short IsDecoderEOF() = 0;
+    // Resamples n interleaved samples to 44100 frames per second and appends them to clip.
+    virtual void DoResamplingAppendPCMData(short* data, int n, LxAudioClip* clip);
+    virtual int DoImport();
+
+    void SetProgressCallBack(ILxGeneralProgressCallBack* receiver) { progress = receiver; }
+    ILxGeneralProgressCallBack* GetProgressCallBack() const { return progress; }
+
+    // f x 32768 rounded half away from zero, saturated to the 16-bit range.
+    static short FloatToSample(float f);
+
+protected:
+    ILxStream* stream = nullptr;
+    int channels = 0;
+    int sampleRate = 0;
+    int bitsPerSample = 0;
+    int lengthMS = 0;
+    std::unique_ptr<LxAudioResampler> resampler;
+    int bytesConsumed = 0;
+    LxAudioController& controller;
+    LxCallBackFunction callback;
+    void* context;
+    std::vector<unsigned char> decoded;
+    std::atomic<bool> cancelled{false};
+    ILxGeneralProgressCallBack* progress = nullptr;
+    bool noiseReduce;
+    std::vector<short> denoised;
+    std::unique_ptr<dsp::SingleChannelAdaptiveNoise> suppressor;
+    std::vector<float> floatIn;
+    std::vector<float> floatOut;
+
+private:
+    void Denoise(const short* samples, int n);
+};

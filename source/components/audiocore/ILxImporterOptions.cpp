@@ -1,0 +1,3 @@
+#include "ILxImporterOptions.h"
+
+ILxImporterOptions::~ILxImporterOptions() = default;
