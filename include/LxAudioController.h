@@ -45,8 +45,13 @@ public:
     bool WriteTo(const LxFile& directory, bool incremental, LxZipUpdateInfo* info);
     // Copies every clip of other's store into this one; idMap receives old ID -> new ID.
     void AppendAudioFileFrom(LxAudioController& other, std::map<int, int>& idMap);
-    // Compresses the next raw page to Vorbis; call repeatedly from one background thread.
+    // Compresses the next raw page to Vorbis; call repeatedly from one background
+    // thread. False both when nothing is left and when a page was skipped.
     bool CompressOnePage();
+    // Whether any raw page is left to compress.
+    bool HasPagesToCompress();
+    // Compresses every remaining page (task "kLxCompressingAudio"); returns how many.
+    int CompressAllPages(ILxGeneralProgressCallBack* progress);
     // Rewrites the store keeping only what the listed clips reach; the list
     // comes back with their new IDs. True when the store changed.
     bool Compact(std::list<int>& clipIDs, ILxGeneralProgressCallBack* progress);

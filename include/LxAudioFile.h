@@ -63,8 +63,16 @@ public:
     // The store's reserved silent pages, from which clips cut their silence.
     LxPageRange GetSilenceRange() const;
 
-    // Compresses the next raw page to Vorbis; false when no page was compressed.
+    // Compresses the next raw page to Vorbis; false when no page was compressed
+    // (none left, or the page it looked at was silent or already compressed).
     bool CompressOnePage();
+    // Whether a raw page is left for CompressOnePage to compress.
+    bool HasPagesToCompress();
+    // Calls CompressOnePage until every page has been visited; progress (task
+    // "kLxCompressingAudio", one item per page record) may be null and may cancel.
+    // Returns the number of pages compressed. The stored bytes are exactly those
+    // that repeated CompressOnePage calls give.
+    int CompressAllPages(ILxGeneralProgressCallBack* progress);
     // Rebuilds the store from the clips still in use (clipIDs in, their new IDs
     // out), dropping every page they do not reach. True when the store changed.
     bool Compact(std::list<int>& clipIDs, ILxGeneralProgressCallBack* progress);

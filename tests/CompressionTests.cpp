@@ -7,7 +7,10 @@
 #include <thread>
 #include "LxAudioClip.h"
 #include "LxAudioFile.h"
+#include "AssertRecorder.h"
+#include "LxPublic/ILxGeneralProgressCallBack.h"
 #include "LxPublic/LxMemoryStream.h"
+#include "LxPublic/LxStreamUtil.h"
 #include "PcmHelpers.h"
 #include "TempDir.h"
 
@@ -145,4 +148,99 @@ TEST(Compression, RunsBesideReadersWithoutDisturbingThem) {
         ++reads;
     }
     compressor.join();
+}
+
+namespace {
+
+class CountingProgress : public ILxGeneralProgressCallBack {
+public:
+    int total = -1, last = -1, ends = 0;
+    void BeginTask(const LxString& key, int n, int) override {
+        EXPECT_EQ(key, LxString("kLxCompressingAudio"));
+        total = n;
+    }
+    void BeginNextTask(const LxString&, int) override {}
+    void ReportProgress(int done) override { last = done; }
+    void EndTask() override { ++ends; }
+};
+
+std::vector<uint8_t> FileBytes(const LxFile& file) {
+    auto in = LxStreamUtil::CreateFileStreamRead(file);
+    std::vector<uint8_t> bytes(in ? static_cast<size_t>(in->GetLength()) : 0);
+    if (!bytes.empty()) in->Read(bytes.data(), static_cast<int>(bytes.size()));
+    return bytes;
+}
+
+}  // namespace
+
+TEST(Compression, CompressingEverythingMatchesPageByPageAndSurvivesBothSavedForms) {
+    TempDir one, two, savedDir, reloadDir;
+    LxAudioFile byPage(one.Dir()), atOnce(two.Dir());
+    std::vector<int16_t> stereo = Voice(3 * 44100 + 900, 2), mono = Voice(44100, 1);
+    for (LxAudioFile* store : {&byPage, &atOnce}) {
+        StoreClip(*store, stereo, 2);
+        StoreClip(*store, mono, 1);
+    }
+    EXPECT_TRUE(atOnce.HasPagesToCompress());
+    while (byPage.HasPagesToCompress()) byPage.CompressOnePage();
+    CountingProgress progress;
+    EXPECT_EQ(atOnce.CompressAllPages(&progress), 5);
+    EXPECT_EQ(progress.total, 10);
+    EXPECT_EQ(progress.last, 10);
+    EXPECT_EQ(progress.ends, 1);
+    EXPECT_FALSE(atOnce.HasPagesToCompress());
+    byPage.Flush();
+    atOnce.Flush();
+    for (const char* name : {"enc.lxa", "pcm.lxa"}) EXPECT_EQ(FileBytes(one.Child(name)), FileBytes(two.Child(name)));
+
+    // Saved into a directory and reopened: same clips, same decoded samples, no raw data.
+    LxAudioClip before(atOnce, 1);
+    std::vector<int16_t> decoded = ReadAll(before, 2);
+    ASSERT_TRUE(atOnce.WriteTo(savedDir.Dir(), false, nullptr));
+    EXPECT_FALSE(savedDir.Child("raw.lxa1").Exists());
+    EXPECT_TRUE(savedDir.Child("enc.lxa1").Exists());
+    LxAudioFile reloaded(reloadDir.Dir());
+    ASSERT_TRUE(reloaded.ReadFrom(savedDir.Dir()));
+    LxAudioClip after(reloaded, 1);
+    EXPECT_EQ(ReadAll(after, 2), decoded);
+    EXPECT_FALSE(reloaded.HasPagesToCompress());
+}
+
+TEST(Compression, DamagedCompressedDataDecodesWhatItCan) {
+    TempDir tmp;
+    std::vector<int16_t> pcm = Voice(44100, 2);
+    int id = -1;
+    {
+        LxAudioFile store(tmp.Dir());
+        id = StoreClip(store, pcm, 2);
+        store.CompressAllPages(nullptr);
+        store.Flush();
+        store.Close();
+        // Keep the files: the store deletes them when destroyed.
+        for (const char* name : {"raw.lxa", "enc.lxa", "pcm.lxa", "clip.lxa", "map.lxa"}) {
+            std::vector<uint8_t> bytes = FileBytes(tmp.Child(name));
+            auto out = LxStreamUtil::CreateFileStreamReadWrite(tmp.Child((std::string(name) + ".keep").c_str()), 2, 0, 0);
+            out->Write(bytes.data(), static_cast<int>(bytes.size()));
+        }
+    }
+    for (const char* name : {"raw.lxa", "enc.lxa", "pcm.lxa", "clip.lxa", "map.lxa"}) {
+        tmp.Child((std::string(name) + ".keep").c_str()).RenameTo(tmp.Child(name));
+    }
+    // Scramble the middle of the page's packets.
+    {
+        auto enc = LxStreamUtil::CreateFileStreamReadWrite(tmp.Child("enc.lxa"), 3, 0, 0);
+        int64_t length = enc->GetLength();
+        std::vector<uint8_t> noise(static_cast<size_t>(length / 3), 0xA5);
+        enc->Seek(length / 2, kLxSeekBegin);
+        enc->Write(noise.data(), static_cast<int>(noise.size()));
+    }
+    AssertRecorder recorder;
+    LxAudioFile store(tmp.Dir());
+    LxAudioClip clip(store, id);
+    std::vector<int16_t> got = ReadAll(clip, 2);
+    EXPECT_LE(got.size(), pcm.size());
+    EXPECT_GE(recorder.Count(), 1u);
+    for (const AssertReport& report : recorder.Reports()) {
+        EXPECT_EQ(report.sourceFile, "source/components/audiocore/LxCodecVorbis");
+    }
 }

@@ -41,6 +41,12 @@ void LxAudioController::AppendAudioFileFrom(LxAudioController& other, std::map<i
 
 bool LxAudioController::CompressOnePage() { return audioFile ? audioFile->CompressOnePage() : false; }
 
+bool LxAudioController::HasPagesToCompress() { return audioFile ? audioFile->HasPagesToCompress() : false; }
+
+int LxAudioController::CompressAllPages(ILxGeneralProgressCallBack* progress) {
+    return audioFile ? audioFile->CompressAllPages(progress) : 0;
+}
+
 bool LxAudioController::Compact(std::list<int>& clipIDs, ILxGeneralProgressCallBack* progress) {
     return audioFile ? audioFile->Compact(clipIDs, progress) : false;
 }

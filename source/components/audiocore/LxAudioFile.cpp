@@ -9,6 +9,7 @@
 #include "LxClipMapStream.h"
 #include "LxDataStream.h"
 #include "LxPCMDataStream.h"
+#include "LxPublic/ILxGeneralProgressCallBack.h"
 #include "LxPublic/ILxStream.h"
 #include "LxPublic/LxAssert.h"
 #include "LxPublic/LxFileUtil.h"
@@ -374,6 +375,50 @@ void LxAudioFile::AppendAudioFileFrom(LxAudioFile& other, std::map<int, int>& id
         copy.AppendPCMDataFromAClipInsideAnotherAudioFile(original);
         idMap[oldID] = WriteClip(copy);
     }
+}
+
+bool LxAudioFile::HasPagesToCompress() {
+    LxRecursiveLock guard(lock);
+    if (!pcmStream) return false;
+    int size = pcmStream->GetSize();
+    LxPCMData record;
+    for (int page = static_cast<int>(pcmStream->compressCursor); page + kLxPageRecordBytes <= size;
+         page += kLxPageRecordBytes) {
+        if (pcmStream->ReadPageHeader(page, record) && record.codec == kLxPageCodecRaw &&
+            record.pcmBytes <= kLxMaxPageBytes && record.pcmBytes >= 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+int LxAudioFile::CompressAllPages(ILxGeneralProgressCallBack* progress) {
+    int total = 0, cursor = 0;
+    {
+        LxRecursiveLock guard(lock);
+        if (!pcmStream) return 0;
+        total = pcmStream->GetSize() / kLxPageRecordBytes;
+        cursor = static_cast<int>(pcmStream->compressCursor) / kLxPageRecordBytes;
+    }
+    if (progress) progress->BeginTask("kLxCompressingAudio", total, 0);
+    int compressed = 0;
+    for (;;) {
+        {
+            LxRecursiveLock guard(lock);
+            if (!pcmStream || pcmStream->compressCursor >= static_cast<uint32_t>(pcmStream->GetSize())) break;
+        }
+        if (CompressOnePage()) ++compressed;
+        {
+            LxRecursiveLock guard(lock);
+            cursor = pcmStream ? static_cast<int>(pcmStream->compressCursor) / kLxPageRecordBytes : total;
+        }
+        if (progress) {
+            progress->ReportProgress(cursor);
+            if (progress->IsCancelled()) break;
+        }
+    }
+    if (progress) progress->EndTask();
+    return compressed;
 }
 
 bool LxAudioFile::CompressOnePage() {
