@@ -84,6 +84,8 @@ private:
     void EnsureBuffer();
     void MoveCursorTo(int rangeIndex, int page, int offset);
     void CopyFetchedDataToOutputBufferAfterApplyingEffects(int bytes, unsigned char* out, bool mix);
+    void FetchAndCopy(int channels, unsigned char* out, int outCapacity, int& bytesWritten, LxPCMData* info, bool mix);
+    int FirstValidRangeFrom(int index) const;
 
     // Read cursor: range and page being read, and the bytes of that page still to read.
     int currentRangeIndex = -1;

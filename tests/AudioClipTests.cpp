@@ -7,6 +7,7 @@
 #include "LxAudioClip.h"
 #include "LxAudioFile.h"
 #include "LxPublic/LxMemoryStream.h"
+#include "LxPublic/LxStreamUtil.h"
 #include "PcmHelpers.h"
 #include "TempDir.h"
 
@@ -192,4 +193,48 @@ TEST(AudioClip, CopiesAClipOfAnotherStorePageByPage) {
     original.SeekToBeginning();
     copy.SeekToBeginning();
     EXPECT_EQ(ReadAll(copy, 2), ReadAll(original, 2));
+}
+
+TEST(AudioClip, DamagedRecordsLoadAsFarAsTheDataGoesAndReadSafely) {
+    TempDir tmp;
+    LxAudioFile store(tmp.Dir());
+    std::vector<int16_t> pcm = MakeRamp(4410, 1, 2);
+    int good = StoreClip(store, pcm, 1);
+    // Ranges no store can hold: pages past "pcm.lxa", negative offsets, an end
+    // before the start, offsets past the page.
+    LxAudioClip bad(store);
+    bad.AppendPageRange(LxPageRange(&store, LxAudioVolumeEffect(), 36000, 0, 36036, 100));
+    bad.AppendPageRange(LxPageRange(&store, LxAudioVolumeEffect(), 180, -100, 180, 500));
+    bad.AppendPageRange(LxPageRange(&store, LxAudioVolumeEffect(), 180, 400, 180, 200));
+    bad.AppendPageRange(LxPageRange(&store, LxAudioVolumeEffect(), 180, 0, 180, 900000));
+    bad.AppendPageRange(LxAudioClip(store, good).GetPageRanges()[0]);
+    int id = bad.WriteToAudioFile();
+    {
+        AssertRecorder recorder;
+        LxAudioClip loaded(store, id);
+        EXPECT_EQ(loaded.GetPageRanges().size(), 5u);
+        EXPECT_EQ(loaded.WorthInFrames(), 4410);  // only the intact range counts
+        EXPECT_EQ(ReadAll(loaded, 2).size(), 2 * pcm.size());
+        EXPECT_GT(recorder.Count(), 0u);
+        for (const AssertReport& r : recorder.Reports()) EXPECT_EQ(r.sourceFile, "source/components/audiocore/LxPageRange");
+    }
+    // A record whose range count is far larger than the stream: what is there
+    // loads, with a report.
+    auto stream = LxStreamUtil::CreateFileStreamReadWrite(tmp.Child("clip.lxa"), 3, 0, 0);
+    ASSERT_NE(stream, nullptr);
+    LxMemoryStream record;
+    record.SetWriting(true);
+    int32_t count = 1000000000;
+    record.Xfer(count);
+    LxPageRange range = LxAudioClip(store, good).GetPageRanges()[0];
+    range.Serialize(record);
+    record.Seek(0, kLxSeekBegin);
+    record.SetWriting(false);
+    AssertRecorder recorder;
+    LxAudioClip huge(store);
+    huge.ReadFromStream(record);
+    EXPECT_EQ(huge.GetPageRanges().size(), 1u);
+    EXPECT_EQ(ReadAll(huge, 1), pcm);
+    ASSERT_GE(recorder.Count(), 1u);
+    EXPECT_EQ(recorder.Reports()[0].message, "clip record longer than its stream");
 }

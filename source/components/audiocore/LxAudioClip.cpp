@@ -224,9 +224,19 @@ void LxAudioClip::SeekToBeginning() {
         pageSpan = {};
         return;
     }
-    MoveCursorTo(0, pageRanges[0].startPage, pageRanges[0].startOffset);
+    // Ranges that name pages the store does not have (a damaged record) are
+    // passed over, here and when the cursor moves on.
+    int first = FirstValidRangeFrom(0);
+    if (first < 0) {
+        currentRangeIndex = -1;
+        currentPage = -1;
+        pageSpan = {};
+        return;
+    }
+    MoveCursorTo(first, pageRanges[static_cast<size_t>(first)].startPage,
+                 pageRanges[static_cast<size_t>(first)].startOffset);
     // An end set by an earlier portion stays in force.
-    if (portionEnd.IsValid() && portionEnd.rangeIndex == 0 && portionEnd.page == currentPage) {
+    if (portionEnd.IsValid() && portionEnd.rangeIndex == first && portionEnd.page == currentPage) {
         pageSpan.end = portionEnd.pageOffset;
     }
 }
@@ -240,14 +250,14 @@ void LxAudioClip::AdvanceTheCurrentPage() {
         while (currentRangeIndex != -1 && pageSpan.IsEmpty()) {
             const LxPageRange& range = pageRanges[static_cast<size_t>(currentRangeIndex)];
             if (currentPage >= range.endPage) {
-                if (currentRangeIndex + 1 >= static_cast<int>(pageRanges.size())) {
+                int next = FirstValidRangeFrom(currentRangeIndex + 1);
+                if (next < 0) {
                     currentRangeIndex = -1;
                     currentPage = -1;
                     break;
                 }
-                ++currentRangeIndex;
-                const LxPageRange& next = pageRanges[static_cast<size_t>(currentRangeIndex)];
-                currentPage = next.startPage;
+                currentRangeIndex = next;
+                currentPage = pageRanges[static_cast<size_t>(next)].startPage;
             } else {
                 currentPage += kLxPageRecordBytes;
             }
@@ -268,8 +278,26 @@ void LxAudioClip::AdvanceTheCurrentPage() {
     }
 }
 
+int LxAudioClip::FirstValidRangeFrom(int index) const {
+    for (int i = std::max(index, 0); i < static_cast<int>(pageRanges.size()); ++i) {
+        if (pageRanges[static_cast<size_t>(i)].IsValid()) return i;
+    }
+    return -1;
+}
+
 void LxAudioClip::GetNextPCMData(int channels, unsigned char* out, int outCapacity, int& bytesWritten,
                                  LxPCMData* info, bool mix) {
+    bytesWritten = 0;
+    // A page with nothing to hand out (the end of a portion, a damaged page) is
+    // passed over, so that no bytes means the end of the audio.
+    for (int attempt = 0; attempt < 64 && currentPage != -1; ++attempt) {
+        FetchAndCopy(channels, out, outCapacity, bytesWritten, info, mix);
+        if (bytesWritten > 0) break;
+    }
+}
+
+void LxAudioClip::FetchAndCopy(int channels, unsigned char* out, int outCapacity, int& bytesWritten, LxPCMData* info,
+                               bool mix) {
     bytesWritten = 0;
     if (fetchSpan.IsEmpty()) {
         if (currentPage == -1 || currentRangeIndex == -1) return;
@@ -283,8 +311,10 @@ void LxAudioClip::GetNextPCMData(int channels, unsigned char* out, int outCapaci
         audioFile->ReadPageData(record, wanted, buffer.data(), capacity, got);
         fetchChannels = wanted;
         fetchSpan = ConvertSpan(pageSpan, record.channels, wanted);
-        // A damaged page may deliver fewer bytes than its record promises.
+        // A damaged page may deliver fewer bytes than its record promises, and a
+        // damaged range may name offsets outside the page.
         fetchSpan.end = std::min(fetchSpan.end, std::max(got, 0));
+        fetchSpan.start = std::clamp(fetchSpan.start, 0, std::max(fetchSpan.end, 0));
         pageSpan = {};
     }
     if (out != nullptr && outCapacity > 0 && !fetchSpan.IsEmpty()) {

@@ -37,7 +37,7 @@ bool LxPageRange::IsValid() const {
         LxAssertFailed("NULL Audio File", kSourceFile, __LINE__);
         return false;
     }
-    if (startPage > endPage) {
+    if (startPage > endPage || startPage < 0 || startOffset < 0 || endOffset < 0) {
         LxAssertFailed("invalid range", kSourceFile, __LINE__);  // order
         return false;
     }
