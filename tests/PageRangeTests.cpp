@@ -1,0 +1,172 @@
+// Page ranges and positions: validation, frame counts, translation of frames
+// and times, the two-step increment, and the clip-level walk over ranges.
+#include <gtest/gtest.h>
+
+#include "AssertRecorder.h"
+#include "LxAudioClipBase.h"
+#include "LxAudioFile.h"
+#include "PcmHelpers.h"
+#include "TempDir.h"
+
+namespace {
+
+const char* const kRangeSource = "source/components/audiocore/LxPageRange";
+const char* const kClipSource = "source/components/audiocore/LxAudioClip";
+
+int RangeLine(const char* snippet) { return SourceLineOf("source/components/audiocore/LxPageRange.cpp", snippet); }
+
+// A store with three full stereo pages (180, 216, 252) and a short mono page (288).
+class PageRangeTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        for (int i = 0; i < 3; ++i) Append(MakeRamp(44100, 2, i), 2);
+        Append(MakeRamp(1000, 1, 9), 1);
+    }
+    void Append(const std::vector<int16_t>& pcm, int channels) {
+        int page = -1;
+        store.AppendPage(pcm.data(), static_cast<int>(pcm.size() * 2), channels, 44100, 16, page);
+    }
+    LxPageRange Range(int startPage, int startOffset, int endPage, int endOffset) {
+        return LxPageRange(&store, LxAudioVolumeEffect(), startPage, startOffset, endPage, endOffset);
+    }
+    TempDir tmp;
+    LxAudioFile store{tmp.Dir()};
+};
+
+}  // namespace
+
+TEST_F(PageRangeTest, ValidationReportsEachBrokenInvariant) {
+    EXPECT_TRUE(Range(180, 0, 252, 176400).IsValid());
+    EXPECT_TRUE(Range(288, 0, 288, 2000).IsValid());
+    struct Case {
+        LxPageRange range;
+        const char* message;
+        const char* snippet;
+    };
+    LxPageRange noFile;
+    noFile.startPage = noFile.endPage = 180;
+    noFile.startOffset = noFile.endOffset = 0;
+    std::vector<Case> cases = {
+        {noFile, "NULL Audio File", "\"NULL Audio File\""},
+        {Range(216, 0, 180, 0), "invalid range", "// order"},
+        {Range(180, 400, 180, 200), "invalid range", "// offsets"},
+        {Range(288, 0, 288, 2004), "invalid range", "// one page"},
+        {Range(180, 176404, 216, 10), "invalid range", "// start page"},
+        {Range(180, 0, 288, 2004), "invalid range", "// end page"},
+        {Range(180, 0, 36000, 0), "invalid range", "// end page"},
+    };
+    for (const Case& c : cases) {
+        AssertRecorder recorder;
+        EXPECT_FALSE(c.range.IsValid());
+        ExpectSingleReport(recorder, c.message, kRangeSource, RangeLine(c.snippet));
+        recorder.Clear();
+        EXPECT_EQ(c.range.WorthInFrames(), 0);
+        int page = 0, offset = 0;
+        c.range.Translate(1, page, offset);
+        EXPECT_EQ(page, -1);
+        EXPECT_EQ(offset, -1);
+    }
+}
+
+TEST_F(PageRangeTest, CountsFramesWithEachPagesOwnFormat) {
+    EXPECT_EQ(Range(180, 0, 180, 176400).WorthInFrames(), 44100);
+    EXPECT_EQ(Range(180, 4000, 216, 400).WorthInFrames(), (176400 - 4000) / 4 + 100);
+    // Stereo pages then the mono page: 3 x 44100 + 1000 frames.
+    EXPECT_EQ(Range(180, 0, 288, 2000).WorthInFrames(), 3 * 44100 + 1000);
+    EXPECT_EQ(Range(180, 0, 288, 2000).WorthInBytes(), 3 * 176400 + 2000);
+    EXPECT_EQ(Range(180, 0, 288, 2000).GetMaximumNumberOfChannels(), 2);
+    EXPECT_EQ(Range(288, 0, 288, 2000).GetMaximumNumberOfChannels(), 1);
+    EXPECT_EQ(Range(288, 0, 288, 2000).GetChannels(), 1);
+    EXPECT_EQ(Range(216, 0, 288, 2000).GetChannels(), 2);
+}
+
+TEST_F(PageRangeTest, TranslatesFramesIntoPagesAndOffsets) {
+    int page = 0, offset = 0;
+    LxPageRange range = Range(180, 4000, 252, 176400);
+    range.Translate(1, page, offset);
+    EXPECT_EQ(page, 180);
+    EXPECT_EQ(offset, 4000);
+    int firstPageFrames = (176400 - 4000) / 4;
+    range.Translate(firstPageFrames, page, offset);  // last frame of the start page
+    EXPECT_EQ(page, 180);
+    EXPECT_EQ(offset, 176396);
+    range.Translate(firstPageFrames + 1, page, offset);
+    EXPECT_EQ(page, 216);
+    EXPECT_EQ(offset, 0);
+    range.Translate(firstPageFrames + 44100 + 1, page, offset);
+    EXPECT_EQ(page, 252);
+    EXPECT_EQ(offset, 0);
+    range.Translate(firstPageFrames + 2 * 44100 + 1, page, offset);  // one past the end
+    EXPECT_EQ(page, -1);
+    AssertRecorder recorder;
+    range.Translate(0, page, offset);
+    EXPECT_EQ(page, -1);
+    EXPECT_EQ(offset, -1);
+    ExpectSingleReport(recorder, "Non positive frame index in Translate", kRangeSource,
+                       RangeLine("\"Non positive frame index in Translate\""));
+}
+
+TEST_F(PageRangeTest, IncrementsInTwoStepsAcrossPages) {
+    LxPageRange range = Range(180, 0, 216, 8);
+    int page = 180, offset = 176396;  // the last frame of page 180
+    range.IncrementByOneFrame(page, offset);
+    EXPECT_EQ(page, 180);
+    EXPECT_EQ(offset, 176400);  // just past the page
+    range.IncrementByOneFrame(page, offset);
+    EXPECT_EQ(page, 216);
+    EXPECT_EQ(offset, 0);
+    range.IncrementByOneFrame(page, offset);
+    EXPECT_EQ(offset, 4);
+    range.IncrementByOneFrame(page, offset);
+    EXPECT_EQ(offset, 8);  // the end offset itself can be reached
+    AssertRecorder recorder;
+    range.IncrementByOneFrame(page, offset);
+    EXPECT_EQ(page, 216);
+    EXPECT_EQ(offset, 8);
+    ExpectSingleReport(recorder, "OVerflow. Can't increment pageOffset", kRangeSource,
+                       RangeLine("\"OVerflow. Can't increment pageOffset\""));
+    recorder.Clear();
+    page = 252;
+    range.IncrementByOneFrame(page, offset);
+    EXPECT_EQ(page, 252);
+    ExpectSingleReport(recorder, "invalid arg", kRangeSource, RangeLine("\"invalid arg\""));
+}
+
+TEST_F(PageRangeTest, ClipTranslationWalksRangesAndClampsPastTheEnd) {
+    std::vector<LxPageRange> ranges = {Range(180, 0, 180, 400), Range(288, 200, 288, 2000)};  // 100 + 900 frames
+    EXPECT_EQ(LxAudioClipBase::Translate(1, ranges), (LxPageTranslation{0, 180, 0}));
+    EXPECT_EQ(LxAudioClipBase::Translate(100, ranges), (LxPageTranslation{0, 180, 396}));  // last frame stays in range 0
+    EXPECT_EQ(LxAudioClipBase::Translate(101, ranges), (LxPageTranslation{1, 288, 200}));
+    EXPECT_EQ(LxAudioClipBase::Translate(5000, ranges), (LxPageTranslation{1, 288, 2000}));
+    EXPECT_EQ(LxAudioClipBase::Translate(5, {}), LxPageTranslation());
+    // Times become frames: seconds truncated, milliseconds rounded, at least frame 1.
+    std::vector<LxPageRange> long_ = {Range(180, 0, 252, 176400)};
+    EXPECT_EQ(LxAudioClipBase::TranslateTime(0.0f, long_), LxAudioClipBase::Translate(1, long_));
+    EXPECT_EQ(LxAudioClipBase::TranslateTimeInDeciSeconds(0, long_), LxAudioClipBase::Translate(1, long_));
+    EXPECT_EQ(LxAudioClipBase::TranslateTimeInMilliSeconds(0, long_), LxAudioClipBase::Translate(1, long_));
+    EXPECT_EQ(LxAudioClipBase::TranslateTimeInMilliSeconds(-5, long_), LxAudioClipBase::Translate(1, long_));
+    EXPECT_EQ(LxAudioClipBase::TranslateTimeInMilliSeconds(1, long_).pageOffset, 43 * 4);  // frame 44
+    EXPECT_EQ(LxAudioClipBase::TranslateTime(1.0f, long_).pageOffset, 44099 * 4);         // frame 44100
+    EXPECT_EQ(LxAudioClipBase::TranslateTimeInDeciSeconds(15, long_), (LxPageTranslation{0, 216, (66150 - 44100 - 1) * 4}));
+
+    // The clip-level increment never leaves its range.
+    LxPageTranslation t{0, 180, 396};
+    LxAudioClipBase::IncrementTranslationByOneFrame(t, ranges);
+    EXPECT_EQ(t, (LxPageTranslation{0, 180, 400}));
+    AssertRecorder recorder;
+    LxAudioClipBase::IncrementTranslationByOneFrame(t, ranges);
+    EXPECT_EQ(t, (LxPageTranslation{0, 180, 400}));
+    EXPECT_EQ(recorder.Count(), 1u);
+    recorder.Clear();
+    LxPageTranslation outside{7, 180, 0};
+    LxAudioClipBase::IncrementTranslationByOneFrame(outside, ranges);
+    EXPECT_EQ(outside, (LxPageTranslation{7, 180, 0}));
+    EXPECT_EQ(recorder.Count(), 0u);
+    // Frame 0 reports the clip-level internal assertion before the range's own.
+    LxAudioClipBase::Translate(0, ranges);
+    auto reports = recorder.Reports();
+    ASSERT_EQ(reports.size(), 2u);
+    EXPECT_EQ(reports[0].message, "");
+    EXPECT_EQ(reports[0].sourceFile, kClipSource);
+    EXPECT_EQ(reports[1].message, "Non positive frame index in Translate");
+}
