@@ -1,0 +1,223 @@
+// The clip base: list operations, silence made from the reserved pages,
+// sub-clips, trimming silence, splitting and page renumbering.
+#include <gtest/gtest.h>
+
+#include "AssertRecorder.h"
+#include "LxAudioClip.h"
+#include "LxAudioFile.h"
+#include "LxPublic/LxMemoryStream.h"
+#include "PcmHelpers.h"
+#include "TempDir.h"
+
+namespace {
+
+const char* const kClipSource = "source/components/audiocore/LxAudioClip";
+int ClipLine(const char* snippet) { return SourceLineOf("source/components/audiocore/LxAudioClipBase.cpp", snippet); }
+
+class ClipBaseTest : public ::testing::Test {
+protected:
+    // Stores PCM as one clip and returns its ranges' clip base.
+    LxAudioClipBase Store(const std::vector<int16_t>& pcm, int channels) {
+        LxAudioClip clip(store, -1, LX_AUDIO_CLIP_SOURCE_IMPORT);
+        clip.AppendPCMData(reinterpret_cast<const unsigned char*>(pcm.data()), static_cast<int>(pcm.size() * 2),
+                           channels, 44100, 16, 1.0f);
+        return LxAudioClipBase(store, clip.FinishAppendingPCMData(channels, 44100, 16, 1.0f));
+    }
+    std::vector<int16_t> Read(const LxAudioClipBase& base, int channels) {
+        LxAudioClip clip(store);
+        clip.AppendClip(base);
+        clip.SeekToBeginning();
+        return ReadAll(clip, channels);
+    }
+    TempDir tmp;
+    LxAudioFile store{tmp.Dir()};
+};
+
+}  // namespace
+
+TEST_F(ClipBaseTest, ListOperationsKeepTheOrderGiven) {
+    LxAudioClipBase a = Store(MakeRamp(900, 1, 1), 1), b = Store(MakeRamp(1800, 1, 2), 1);
+    LxAudioClipBase clip(store);
+    clip.AppendClip(a);
+    clip.PrependClip(b);
+    clip.AppendClip(clip);  // appending itself doubles it
+    ASSERT_EQ(clip.GetPageRanges().size(), 4u);
+    EXPECT_EQ(clip.GetPageRanges()[0], b.GetPageRanges()[0]);
+    EXPECT_EQ(clip.GetPageRanges()[1], a.GetPageRanges()[0]);
+    EXPECT_EQ(clip.WorthInFrames(), 2 * 2700);
+    EXPECT_EQ(clip.WorthInBytes(), 2 * 5400);
+    EXPECT_FLOAT_EQ(clip.WorthInSeconds(), 5400 / 44100.0f);
+    EXPECT_EQ(clip.WorthInDeciSeconds(), 1);  // 0.122 s to the nearest tenth
+    std::vector<int16_t> expected = Read(b, 1), tail = Read(a, 1);
+    expected.insert(expected.end(), tail.begin(), tail.end());
+    std::vector<int16_t> twice = expected;
+    twice.insert(twice.end(), expected.begin(), expected.end());
+    EXPECT_EQ(Read(clip, 1), twice);
+
+    // Same pages with other effect parameters are not the same clip.
+    LxAudioClipBase louder(store);
+    louder.AppendClip(a);
+    EXPECT_TRUE(louder.IsSameAs(a));
+    louder.ReplaceWith(a);
+    LxPageRange range = louder.GetPageRanges()[0];
+    range.effect.gain = 1.5f;
+    louder.ReplaceWith(LxAudioClipBase(store));
+    louder.AppendPageRange(range);
+    EXPECT_FALSE(louder.IsSameAs(a));
+    // A range of no frames still makes a clip that is not empty.
+    LxAudioClipBase zero(store);
+    LxPageRange none = a.GetPageRanges()[0];
+    none.endOffset = none.startOffset;
+    zero.AppendPageRange(none);
+    EXPECT_FALSE(zero.IsEmpty());
+    EXPECT_EQ(zero.WorthInFrames(), 0);
+}
+
+TEST_F(ClipBaseTest, SilenceIsCutFromTheReservedPages) {
+    LxAudioClipBase clip(store);
+    int added = -1;
+    clip.AppendSilenceFrames(0, added, true);
+    EXPECT_EQ(added, 0);
+    EXPECT_TRUE(clip.IsEmpty());
+    clip.AppendDeciSecondsOfSilence(1, added, false);
+    EXPECT_EQ(added, 4410);
+    EXPECT_EQ(clip.GetPageRanges()[0], LxPageRange(&store, LxAudioVolumeEffect(), 0, 0, 0, 8820));
+    // More than the five reserved pages hold: several cut copies.
+    LxAudioClipBase longer(store);
+    longer.AppendSilenceFrames(441000 + 1000, added, true);
+    EXPECT_EQ(added, 442000);
+    ASSERT_EQ(longer.GetPageRanges().size(), 2u);
+    EXPECT_EQ(longer.GetPageRanges()[0], LxPageRange(&store, LxAudioVolumeEffect(), 0, 0, 144, 176400));
+    EXPECT_EQ(longer.GetPageRanges()[1], LxPageRange(&store, LxAudioVolumeEffect(), 0, 0, 0, 2000));
+    EXPECT_TRUE(longer.IsSilent());
+    EXPECT_EQ(Read(longer, 1), std::vector<int16_t>(442000, 0));
+    // Prepending puts the silence first.
+    LxAudioClipBase sound = Store(MakeRamp(900, 1), 1);
+    sound.PrependDeciSecondsOfSilence(2, added, true);
+    EXPECT_EQ(added, 8820);
+    EXPECT_EQ(sound.WorthInFrames(), 8820 + 900);
+    EXPECT_TRUE(sound.GetPageRanges()[0].IsSilent());
+    EXPECT_FALSE(sound.IsSilent());
+}
+
+TEST_F(ClipBaseTest, SubClipsCutAtTranslations) {
+    LxAudioClipBase a = Store(MakeRamp(900, 1, 1), 1), b = Store(MakeRamp(900, 1, 2), 1);
+    LxAudioClipBase clip(store);
+    clip.AppendClip(a);
+    clip.AppendClip(b);
+    std::vector<int16_t> all = Read(clip, 1);
+    auto sub = clip.SubClip(clip.Translate(101), clip.Translate(1001));
+    ASSERT_NE(sub, nullptr);
+    EXPECT_EQ(Read(*sub, 1), std::vector<int16_t>(all.begin() + 100, all.begin() + 1000));
+    // From exactly the end of range 0 starts with range 1; to exactly the start of
+    // range 1 ends with range 0.
+    LxPageTranslation endOfFirst{0, a.GetPageRanges()[0].endPage, a.GetPageRanges()[0].endOffset};
+    LxPageTranslation startOfSecond{1, b.GetPageRanges()[0].startPage, b.GetPageRanges()[0].startOffset};
+    auto second = clip.SubClip(endOfFirst, LxPageTranslation{1, b.GetPageRanges()[0].endPage, 1800});
+    ASSERT_EQ(second->GetPageRanges().size(), 1u);
+    EXPECT_EQ(second->GetPageRanges()[0], b.GetPageRanges()[0]);
+    auto first = clip.SubClip(LxPageTranslation{0, a.GetPageRanges()[0].startPage, 0}, startOfSecond);
+    ASSERT_EQ(first->GetPageRanges().size(), 1u);
+    EXPECT_EQ(first->GetPageRanges()[0], a.GetPageRanges()[0]);
+    // Milliseconds: 10 ms is frame 441.
+    auto ms = clip.SubClip(10, 20);
+    EXPECT_EQ(ms->WorthInFrames(), 441);
+
+    AssertRecorder recorder;
+    EXPECT_EQ(clip.SubClip(clip.Translate(5), clip.Translate(5)), nullptr);
+    ExpectSingleReport(recorder, "empty range", kClipSource, 147);
+    recorder.Clear();
+    EXPECT_EQ(clip.SubClip(clip.Translate(1000), clip.Translate(5)), nullptr);
+    ExpectSingleReport(recorder, "invalid translation", kClipSource, 141);
+    recorder.Clear();
+    LxAudioClipBase empty(store);
+    EXPECT_EQ(empty.SubClip(LxPageTranslation{0, 0, 0}, LxPageTranslation{0, 0, 4}), nullptr);
+    ExpectSingleReport(recorder, "empty clip", kClipSource, ClipLine("\"empty clip\""));
+}
+
+TEST_F(ClipBaseTest, TrimSilenceRoundsTo180ByteBlocks) {
+    // One second of silence stored as pages, then sound starting at byte 200 of
+    // the sounding page, then silence again.
+    std::vector<int16_t> pcm(44100 + 88200, 0);
+    for (int i = 100; i < 5000; ++i) pcm[static_cast<size_t>(44100 + i)] = static_cast<int16_t>(1 + i % 50);
+    LxAudioClipBase silentStart(store);
+    int added = 0;
+    silentStart.AppendSilenceFrames(44100, added, true);
+    LxAudioClipBase sound = Store(std::vector<int16_t>(pcm.begin() + 44100, pcm.end()), 1);
+    silentStart.AppendClip(sound);
+    float trimmed = -1;
+    auto result = silentStart.TrimSilence(trimmed);
+    ASSERT_EQ(result->GetPageRanges().size(), 1u);
+    const LxPageRange& kept = result->GetPageRanges()[0];
+    EXPECT_EQ(kept.startOffset, 180);        // first non-zero byte 200 -> 180
+    EXPECT_EQ(kept.endOffset, 10080);        // last non-zero byte 9999 -> 10080
+    EXPECT_NEAR(trimmed, (44100 + 90) / 44100.0f, 1e-6);  // seconds
+    EXPECT_FALSE(silentStart.IsEmpty());     // the receiver is unchanged
+
+    // A last sounding byte at a multiple of 180 falls outside the new end.
+    std::vector<int16_t> edge(900, 0);
+    edge[90] = 256;  // byte 180 is 0x00, byte 181 is 0x01
+    edge[10] = 1;    // byte 20
+    auto cut = Store(edge, 1).TrimSilence(trimmed);
+    EXPECT_EQ(cut->GetPageRanges()[0].startOffset, 0);
+    EXPECT_EQ(cut->GetPageRanges()[0].endOffset, 360);
+
+    // All silent: an empty clip, and the trimmed amount in frames, not seconds.
+    LxAudioClipBase quiet(store);
+    quiet.AppendSilenceFrames(44100, added, true);
+    auto none = quiet.TrimSilence(trimmed);
+    EXPECT_TRUE(none->IsEmpty());
+    EXPECT_EQ(trimmed, 44100.0f);
+}
+
+TEST_F(ClipBaseTest, SplitsAtDeciSecondPoints) {
+    LxAudioClipBase clip = Store(MakeRamp(3 * 44100, 2), 2);
+    LxAudioClipBaseList pieces;
+    clip.Split({10, 20}, pieces);
+    ASSERT_EQ(pieces.size(), 3u);
+    // A cut lies at the start of frame p x 4410, so a piece ends one frame
+    // before the point and the next one starts there: 1.0 s each to the tenth,
+    // and no frame lost.
+    std::vector<int> frames;
+    for (auto& piece : pieces) {
+        EXPECT_EQ(piece->WorthInDeciSeconds(), 10);
+        frames.push_back(piece->WorthInFrames());
+    }
+    EXPECT_EQ(frames, (std::vector<int>{44099, 44100, 44101}));
+    std::list<int> ids;
+    clip.Split({15}, ids);
+    EXPECT_EQ(ids.size(), 2u);
+    LxAudioClipBase firstHalf(store, ids.front());
+    EXPECT_EQ(firstHalf.WorthInFrames(), 15 * 4410 - 1);
+
+    AssertRecorder recorder;
+    pieces.clear();
+    clip.Split({10, 30}, pieces);
+    EXPECT_EQ(pieces.size(), 1u);  // the pieces made before the bad point stay
+    ExpectSingleReport(recorder, "splitting point out of bounds", kClipSource,
+                       ClipLine("\"splitting point out of bounds\""));
+}
+
+TEST_F(ClipBaseTest, CorrectionShiftsPagesByTheStartPage) {
+    LxAudioClipBase clip(store);
+    clip.AppendPageRange(LxPageRange(&store, LxAudioVolumeEffect(), 180, 0, 216, 10));
+    clip.AppendPageRange(LxPageRange(&store, LxAudioVolumeEffect(), 252, 0, 288, 10));
+    clip.AppendPageRange(LxPageRange(&store, LxAudioVolumeEffect(), 360, 0, 396, 10));
+    clip.ApplyCorrection({});
+    EXPECT_EQ(clip.GetPageRanges()[0].startPage, 180);
+    clip.ApplyCorrection({{252, 36}, {360, 72}});
+    EXPECT_EQ(clip.GetPageRanges()[0].startPage, 180);
+    EXPECT_EQ(clip.GetPageRanges()[1].startPage, 216);
+    EXPECT_EQ(clip.GetPageRanges()[1].endPage, 252);
+    EXPECT_EQ(clip.GetPageRanges()[2].startPage, 288);
+    EXPECT_EQ(clip.GetPageRanges()[2].endPage, 324);
+
+    // The record: count, then each range's fields and its one volume effect.
+    LxMemoryStream stream;
+    clip.WriteToStream(stream);
+    EXPECT_EQ(stream.GetBytes().size(), 4u + 3 * (16 + 4 + 4 + 24));
+    stream.Seek(0, kLxSeekBegin);
+    LxAudioClipBase loaded(store);
+    loaded.ReadFromStream(stream);
+    EXPECT_TRUE(loaded.IsSameAs(clip));
+}
