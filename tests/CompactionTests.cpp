@@ -140,3 +140,43 @@ TEST(Compaction, CasesThatChangeNothingOrEverything) {
     EXPECT_TRUE(ids.empty());
     EXPECT_FALSE(store.Compact(none, nullptr));  // already empty
 }
+
+TEST(Compaction, AfterEditsAndCompressionLiveClipsReadTheSameAndTheStoreShrinks) {
+    TempDir tmp;
+    LxAudioFile store(tmp.Dir());
+    int a = StorePages(store, 2, 100);
+    int b = StorePages(store, 3, 200);
+    int c = StorePages(store, 1, 300);
+    store.CompressOnePage();  // the first reserved page: skipped
+    for (int i = 0; i < 6; ++i) store.CompressOnePage();  // the rest of the reserved ones and pages 180, 216
+    // An edited clip: the second page of b followed by a cut of c, with a gain.
+    LxAudioClipBase edited(store);
+    LxAudioClipBase clipB(store, b), clipC(store, c);
+    // To just past the last frame of the second page, so that the range ends on
+    // that page (a range ending at offset 0 of the next page would reach it too).
+    LxPageTranslation to = clipB.Translate(2 * 88200);
+    clipB.IncrementTranslationByOneFrame(to);
+    std::unique_ptr<LxAudioClipBase> middle = clipB.SubClip(clipB.Translate(88201), to);
+    ASSERT_NE(middle, nullptr);
+    edited.AppendClip(*middle);
+    LxPageRange cut = clipC.GetPageRanges()[0];
+    cut.endOffset = 1000;
+    cut.effect.gain = 0.5f;
+    edited.AppendPageRange(cut);
+    int e = edited.WriteToAudioFile();
+    std::vector<int16_t> audioA = Audio(store, a), audioE = Audio(store, e);
+    int before[5];
+    store.GetMemberSizes(before);
+    std::list<int> live = {e, a};
+    ASSERT_TRUE(store.Compact(live, nullptr));
+    EXPECT_EQ(Audio(store, live.front()), audioE);
+    EXPECT_EQ(Audio(store, live.back()), audioA);
+    int after[5];
+    store.GetMemberSizes(after);
+    EXPECT_EQ(after[2], before[2] - 2 * 36);  // pages 252 and 324 of b were dropped
+    EXPECT_LT(after[0], before[0]);           // their raw data, and the compressed pages' raw bytes
+    EXPECT_LT(after[3], before[3]);           // only the two live records remain
+    LxPCMData record;
+    ASSERT_TRUE(store.ReadPageHeader(180, record));
+    EXPECT_EQ(record.codec, 2);  // a's first page stayed compressed
+}
