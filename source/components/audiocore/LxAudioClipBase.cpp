@@ -1,6 +1,7 @@
 #include "LxAudioClipBase.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <vector>
 #include "LxAudioFile.h"
 #include "LxPublic/ILxReadWriteStream.h"
@@ -19,28 +20,36 @@ bool InsideSilence(const LxPageRange& range, const LxPageRange& silence) {
     return silence.startPage >= 0 && range.startPage >= silence.startPage && range.endPage <= silence.endPage;
 }
 
-// Reads page `page` whole; returns the bytes read (0 for a page that cannot be read).
-int ReadWholePage(LxAudioFile& file, int page, LxPCMData& record, std::vector<unsigned char>& buffer) {
+// Reads a page whole, in its own channel count; returns the bytes read.
+int ReadWholePage(LxAudioFile& file, const LxPCMData& record, std::vector<unsigned char>& buffer) {
     buffer.resize(2 * kLxMaxPageBytes);
-    if (!file.ReadPageHeader(page, record)) return 0;
     int got = 0;
     file.ReadPageData(record, record.channels, buffer.data(), static_cast<int>(buffer.size()), got);
     return std::clamp(got, 0, static_cast<int>(buffer.size()));
 }
 
+// Byte span [from, to) of a page that the range covers, within the bytes read.
+void CoveredSpan(const LxPageRange& range, int page, int got, int& from, int& to) {
+    from = std::max(page == range.startPage ? range.startOffset : 0, 0);
+    to = std::min(page == range.endPage ? range.endOffset : got, got);
+}
+
 // The range without its leading silence: a new start on the first page with a
 // non-zero byte, rounded down to a multiple of 180 bytes from the page start.
+// A range that cannot be walked (it is invalid) is kept as it is.
 LxPageRange CutLeadingSilence(const LxPageRange& range) {
     LxPageRange result = range;
+    if (!range.IsValid()) return result;
     LxAudioFile& file = *range.GetAudioFile();
     if (!InsideSilence(range, file.GetSilenceRange())) {
         std::vector<unsigned char> buffer;
         for (int page = range.startPage; page <= range.endPage; page += kLxPageRecordBytes) {
             LxPCMData record;
-            if (!file.ReadPageHeader(page, record) || record.codec == kLxPageCodecSilent) continue;
-            int got = ReadWholePage(file, page, record, buffer);
-            int from = std::max(page == range.startPage ? range.startOffset : 0, 0);
-            int to = std::min(page == range.endPage ? range.endOffset : got, got);
+            if (!file.ReadPageHeader(page, record)) break;
+            if (record.codec == kLxPageCodecSilent) continue;
+            int got = ReadWholePage(file, record, buffer);
+            int from = 0, to = 0;
+            CoveredSpan(range, page, got, from, to);
             for (int i = from; i < to; ++i) {
                 if (buffer[static_cast<size_t>(i)] != 0) {
                     result.startPage = page;
@@ -60,17 +69,20 @@ LxPageRange CutLeadingSilence(const LxPageRange& range) {
 // multiple of 180 therefore falls just outside the new end.
 LxPageRange CutTrailingSilence(const LxPageRange& range) {
     LxPageRange result = range;
+    if (!range.IsValid()) return result;
     LxAudioFile& file = *range.GetAudioFile();
     if (!InsideSilence(range, file.GetSilenceRange())) {
         std::vector<unsigned char> buffer;
         for (int page = range.endPage; page >= range.startPage; page -= kLxPageRecordBytes) {
             LxPCMData record;
-            if (!file.ReadPageHeader(page, record) || record.codec == kLxPageCodecSilent) continue;
-            int got = ReadWholePage(file, page, record, buffer);
-            int from = std::max(page == range.startPage ? range.startOffset : 0, 0);
-            int to = std::min(page == range.endPage ? range.endOffset : got, got);
+            if (!file.ReadPageHeader(page, record)) break;
+            if (record.codec == kLxPageCodecSilent) continue;
+            int got = ReadWholePage(file, record, buffer);
+            int from = 0, to = 0;
+            CoveredSpan(range, page, got, from, to);
             for (int j = to - 1; j >= from; --j) {
                 if (buffer[static_cast<size_t>(j)] != 0) {
+                    // Kept inside the page for page lengths that are not whole blocks.
                     result.endPage = page;
                     result.endOffset = std::min(kTrimBlock * ((j + kTrimBlock - 1) / kTrimBlock), record.pcmBytes);
                     return result;
@@ -81,6 +93,22 @@ LxPageRange CutTrailingSilence(const LxPageRange& range) {
     result.endPage = result.startPage;
     result.endOffset = result.startOffset;
     return result;
+}
+
+// Frame number from a time already multiplied out, truncated toward zero and
+// at least 1. Values beyond the int range (or NaN) cannot name a frame of any
+// clip and are clamped rather than converted.
+int FrameFromProduct(float product) {
+    if (!(product < 2147483648.0f)) return product > 0.0f ? 2147483647 : 1;  // also NaN
+    if (product < 1.0f) return 1;
+    return static_cast<int>(product);
+}
+
+// (deciSeconds * 44100) / 10, formed in 64 bits so that long silences do not
+// overflow, and kept within the int range.
+int DeciSecondsToFrames(int deciSeconds) {
+    int64_t frames = (static_cast<int64_t>(deciSeconds) * 44100) / 10;
+    return static_cast<int>(std::clamp<int64_t>(frames, INT32_MIN, INT32_MAX));
 }
 
 }  // namespace
@@ -182,20 +210,19 @@ LxPageTranslation LxAudioClipBase::Translate(int frame, const std::vector<LxPage
 }
 
 LxPageTranslation LxAudioClipBase::TranslateTime(float seconds, const std::vector<LxPageRange>& ranges) {
-    int frame = static_cast<int>(seconds * 44100.0f);
-    return Translate(std::max(frame, 1), ranges);
+    return Translate(FrameFromProduct(seconds * 44100.0f), ranges);
 }
 
 LxPageTranslation LxAudioClipBase::TranslateTimeInDeciSeconds(int deciSeconds,
                                                               const std::vector<LxPageRange>& ranges) {
-    return Translate(std::max(deciSeconds * 4410, 1), ranges);
+    int64_t frame = static_cast<int64_t>(deciSeconds) * 4410;
+    return Translate(static_cast<int>(std::clamp<int64_t>(frame, 1, INT32_MAX)), ranges);
 }
 
 LxPageTranslation LxAudioClipBase::TranslateTimeInMilliSeconds(const int& milliSeconds,
                                                                const std::vector<LxPageRange>& ranges) {
     // Milliseconds are rounded to the nearest frame; seconds are truncated.
-    int frame = static_cast<int>(static_cast<float>(milliSeconds) * 0.001f * 44100.0f + 0.5f);
-    return Translate(std::max(frame, 1), ranges);
+    return Translate(FrameFromProduct(static_cast<float>(milliSeconds) * 0.001f * 44100.0f + 0.5f), ranges);
 }
 
 void LxAudioClipBase::IncrementTranslationByOneFrame(LxPageTranslation& translation,
@@ -285,11 +312,11 @@ void LxAudioClipBase::PrependSilenceFrames(int frames, int& framesAdded, bool) {
 }
 
 void LxAudioClipBase::AppendDeciSecondsOfSilence(int deciSeconds, int& framesAdded, bool flag) {
-    AppendSilenceFrames((deciSeconds * 44100) / 10, framesAdded, flag);
+    AppendSilenceFrames(DeciSecondsToFrames(deciSeconds), framesAdded, flag);
 }
 
 void LxAudioClipBase::PrependDeciSecondsOfSilence(int deciSeconds, int& framesAdded, bool flag) {
-    PrependSilenceFrames((deciSeconds * 44100) / 10, framesAdded, flag);
+    PrependSilenceFrames(DeciSecondsToFrames(deciSeconds), framesAdded, flag);
 }
 
 // --- cutting ---------------------------------------------------------------------
@@ -301,7 +328,7 @@ std::unique_ptr<LxAudioClipBase> LxAudioClipBase::SubClip(const LxPageTranslatio
         return nullptr;
     }
     if (!isValidTranslationPair(from, to)) return nullptr;
-    if (to.rangeIndex >= static_cast<int>(pageRanges.size())) {
+    if (from.rangeIndex < 0 || to.rangeIndex >= static_cast<int>(pageRanges.size())) {
         LxAssertFailed("invalid translation", kSourceFile, 141);
         return nullptr;
     }
@@ -326,9 +353,7 @@ std::unique_ptr<LxAudioClipBase> LxAudioClipBase::SubClip(const LxPageTranslatio
 }
 
 std::unique_ptr<LxAudioClipBase> LxAudioClipBase::SubClip(const int& fromMs, const int& toMs) const {
-    auto frameOf = [](int ms) {
-        return std::max(static_cast<int>(static_cast<float>(ms) * 0.001f * 44100.0f + 0.5f), 1);
-    };
+    auto frameOf = [](int ms) { return FrameFromProduct(static_cast<float>(ms) * 0.001f * 44100.0f + 0.5f); };
     LxPageTranslation from = Translate(frameOf(fromMs));
     LxPageTranslation to = Translate(frameOf(toMs));
     return SubClip(from, to);

@@ -159,17 +159,17 @@ void LxPageRange::IncrementByOneFrame(int& page, int& pageOffset) const {
 }
 
 int LxPageRange::GetMaximumNumberOfChannels() const {
-    if (audioFile == nullptr || startPage > endPage || startPage < 0) return 1;
+    if (!IsValid()) return 1;
     LxPCMData record;
     for (int page = startPage; page <= endPage; page += kLxPageRecordBytes) {
-        audioFile->ReadPageHeader(page, record);
+        if (!audioFile->ReadPageHeader(page, record)) break;
         if (record.channels == 2) return 2;
     }
     return 1;
 }
 
 int LxPageRange::GetChannels() const {
-    if (audioFile == nullptr || startPage > endPage || startPage < 0) return 1;
+    if (!IsValid()) return 1;
     LxPCMData record;
     if (!audioFile->ReadPageHeader(startPage, record) || record.channels < 1) return 1;
     return record.channels;
