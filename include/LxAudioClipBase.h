@@ -85,7 +85,9 @@ public:
     // A new clip over [from, to); null on bad arguments.
     std::unique_ptr<LxAudioClipBase> SubClip(const LxPageTranslation& from, const LxPageTranslation& to) const;
     std::unique_ptr<LxAudioClipBase> SubClip(const int& fromMs, const int& toMs) const;
-    // A new clip without leading and trailing silence; see leadingTrimmed's units in the source.
+    // A new clip without leading and trailing silence, cut at 180-byte blocks; this
+    // clip is unchanged. leadingTrimmed is in seconds, except for a clip that is
+    // silent throughout: then the result is empty and leadingTrimmed is in frames.
     std::unique_ptr<LxAudioClipBase> TrimSilence(float& leadingTrimmed) const;
     // Cuts the clip at the given deci-second points.
     void Split(const std::list<int>& pointsInDeciSeconds, LxAudioClipBaseList& pieces) const;

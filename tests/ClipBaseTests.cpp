@@ -2,6 +2,7 @@
 // sub-clips, trimming silence, splitting and page renumbering.
 #include <gtest/gtest.h>
 
+#include <limits>
 #include "AssertRecorder.h"
 #include "LxAudioClip.h"
 #include "LxAudioFile.h"
@@ -220,4 +221,165 @@ TEST_F(ClipBaseTest, CorrectionShiftsPagesByTheStartPage) {
     LxAudioClipBase loaded(store);
     loaded.ReadFromStream(stream);
     EXPECT_TRUE(loaded.IsSameAs(clip));
+}
+
+TEST_F(ClipBaseTest, PersistsThroughTheStoreAndStopsAtTheEndOfADamagedRecord) {
+    LxAudioClipBase mono = Store(MakeRamp(900, 1, 1), 1);  // clip 1
+    LxAudioClipBase stereo = Store(MakeRamp(900, 2, 2), 2);  // clip 2
+    LxAudioClipBase clip(store);
+    clip.AppendClip(mono);
+    clip.AppendClip(stereo);
+    LxPageRange louder = stereo.GetPageRanges()[0];
+    louder.effect = LxAudioVolumeEffect(2.0f, 1000.0f, 3.0f);
+    clip.AppendPageRange(louder);
+    int id = clip.WriteToAudioFile();
+    EXPECT_EQ(id, 3);
+    EXPECT_EQ(clip.WriteToAudioFile(), 4);  // never rewritten in place
+    LxAudioClipBase loaded(store, id);
+    EXPECT_TRUE(loaded.IsSameAs(clip));
+    EXPECT_EQ(loaded.GetPageRanges()[2].effect.threshold, 1000.0f);
+    EXPECT_TRUE(loaded.ReadFromAudioFile(1));
+    EXPECT_TRUE(loaded.IsSameAs(mono));
+
+    // A count far beyond what the stream holds loads the ranges that are there.
+    LxMemoryStream record;
+    clip.WriteToStream(record);
+    record.Seek(0, kLxSeekBegin);
+    int32_t huge = 2000000000;
+    record.Xfer(huge);
+    record.Seek(0, kLxSeekBegin);
+    AssertRecorder recorder;
+    LxAudioClipBase damaged(store);
+    damaged.ReadFromStream(record);
+    EXPECT_TRUE(damaged.IsSameAs(clip));
+    ExpectSingleReport(recorder, "clip record longer than its stream", kClipSource,
+                       ClipLine("\"clip record longer than its stream\""));
+    // A count below 1 leaves the clip empty.
+    for (int32_t count : {0, -5}) {
+        LxMemoryStream small;
+        small.SetWriting(true);
+        small.Xfer(count);
+        small.Seek(0, kLxSeekBegin);
+        damaged.ReadFromStream(small);
+        EXPECT_TRUE(damaged.IsEmpty());
+    }
+}
+
+TEST_F(ClipBaseTest, ChannelsAndComparisonsFollowTheRanges) {
+    LxAudioClipBase mono = Store(MakeRamp(900, 1, 1), 1), stereo = Store(MakeRamp(900, 2, 2), 2);
+    LxAudioClipBase empty(store);
+    EXPECT_EQ(empty.GetMaximumNumberOfChannels(), 1);
+    EXPECT_EQ(empty.GetChannelsForExport(), 1);
+    EXPECT_TRUE(empty.IsSilent());
+    LxAudioClipBase monoFirst(store);
+    monoFirst.AppendClip(mono);
+    monoFirst.AppendClip(stereo);
+    EXPECT_EQ(monoFirst.GetMaximumNumberOfChannels(), 2);
+    EXPECT_EQ(monoFirst.GetChannelsForExport(), 1);  // the first page decides
+    LxAudioClipBase stereoFirst(store);
+    stereoFirst.AppendClip(monoFirst);
+    stereoFirst.PrependPageRange(stereo.GetPageRanges()[0]);
+    EXPECT_EQ(stereoFirst.GetChannelsForExport(), 2);
+    EXPECT_FALSE(stereoFirst.IsSameAs(monoFirst));
+    // A NaN parameter never compares equal, not even with itself.
+    LxPageRange odd = mono.GetPageRanges()[0];
+    odd.effect.ratio = std::numeric_limits<float>::quiet_NaN();
+    LxAudioClipBase withNaN(store);
+    withNaN.AppendPageRange(odd);
+    EXPECT_FALSE(withNaN.IsSameAs(withNaN));
+}
+
+TEST_F(ClipBaseTest, TrimSilenceWalksPagesAndKeepsInnerRanges) {
+    // Leading silence that fills a whole stored page (a silent page) and runs
+    // on into the next: the new start is on the second page.
+    std::vector<int16_t> pcm(88200 + 1000, 0);
+    for (size_t i = 88200 + 95; i < pcm.size(); ++i) pcm[i] = 300;
+    LxAudioClipBase paged = Store(pcm, 1);
+    const LxPageRange& whole = paged.GetPageRanges()[0];
+    LxPCMData record;
+    ASSERT_TRUE(store.ReadPageHeader(whole.startPage, record));
+    EXPECT_EQ(record.codec, kLxPageCodecSilent);
+    EXPECT_EQ(whole.endPage, whole.startPage + 36);
+    EXPECT_EQ(whole.endOffset, 1980);  // 2000 bytes rounded down to 180-byte blocks
+    float trimmed = -1;
+    auto result = paged.TrimSilence(trimmed);
+    ASSERT_EQ(result->GetPageRanges().size(), 1u);
+    EXPECT_EQ(result->GetPageRanges()[0], LxPageRange(&store, LxAudioVolumeEffect(), whole.endPage, 180,
+                                                      whole.endPage, 1980));
+    EXPECT_NEAR(trimmed, (88200 + 90) / 44100.0f, 1e-6);
+
+    // Silence, three sounding ranges, silence: the first sounding range loses
+    // its leading zeros, the last its trailing zeros, the middle stays whole
+    // (even its own silence).
+    LxAudioClipBase head = Store(MakePcm(900, 1, [](int i) { return i < 200 ? 0 : 300; }), 1);
+    LxAudioClipBase middle = Store(MakePcm(900, 1, [](int i) { return i < 450 ? 0 : 5; }), 1);
+    LxAudioClipBase tail = Store(MakePcm(900, 1, [](int i) { return i < 300 ? 300 : 0; }), 1);
+    LxAudioClipBase clip(store);
+    int added = 0;
+    clip.AppendSilenceFrames(4410, added, true);
+    clip.AppendClip(head);
+    clip.AppendClip(middle);
+    clip.AppendClip(tail);
+    clip.AppendSilenceFrames(100, added, true);
+    result = clip.TrimSilence(trimmed);
+    ASSERT_EQ(result->GetPageRanges().size(), 3u);
+    LxPageRange expectedHead = head.GetPageRanges()[0];
+    expectedHead.startOffset = 360;  // first non-zero byte 400
+    LxPageRange expectedTail = tail.GetPageRanges()[0];
+    expectedTail.endOffset = 720;  // last non-zero byte 599
+    EXPECT_EQ(result->GetPageRanges()[0], expectedHead);
+    EXPECT_EQ(result->GetPageRanges()[1], middle.GetPageRanges()[0]);
+    EXPECT_EQ(result->GetPageRanges()[2], expectedTail);
+    EXPECT_NEAR(trimmed, (4410 + 180) / 44100.0f, 1e-6);
+    EXPECT_EQ(clip.GetPageRanges().size(), 5u);
+
+    // Ranges that cannot be walked are kept as they are, with their reports.
+    LxAudioClipBase broken(store);
+    LxPageRange reversed(&store, LxAudioVolumeEffect(), 252, 0, 216, 10);
+    broken.AppendPageRange(reversed);
+    AssertRecorder recorder;
+    result = broken.TrimSilence(trimmed);
+    ASSERT_EQ(result->GetPageRanges().size(), 1u);
+    EXPECT_EQ(result->GetPageRanges()[0], reversed);
+    EXPECT_EQ(trimmed, 0.0f);
+    EXPECT_GT(recorder.Count(), 0u);
+}
+
+TEST_F(ClipBaseTest, BadArgumentsGiveAReportAndANeutralResult) {
+    LxAudioClipBase clip = Store(MakeRamp(900, 1, 1), 1);
+    const LxPageRange& only = clip.GetPageRanges()[0];
+    AssertRecorder recorder;
+    // Range indices that name no range of this clip.
+    EXPECT_EQ(clip.SubClip(LxPageTranslation{-5, only.startPage, 0}, LxPageTranslation{0, only.startPage, 8}),
+              nullptr);
+    ExpectSingleReport(recorder, "invalid translation", kClipSource, 141);
+    recorder.Clear();
+    EXPECT_EQ(clip.SubClip(LxPageTranslation{0, only.startPage, 0}, LxPageTranslation{3, only.startPage, 8}),
+              nullptr);
+    ExpectSingleReport(recorder, "invalid translation", kClipSource, 141);
+    recorder.Clear();
+    // Both bounds past the end clamp to the same position.
+    EXPECT_EQ(clip.SubClip(std::numeric_limits<int>::max(), std::numeric_limits<int>::max()), nullptr);
+    ExpectSingleReport(recorder, "empty range", kClipSource, 147);
+    recorder.Clear();
+
+    // Silence: nothing for a negative length; a long silence does not overflow.
+    int added = -1;
+    clip.AppendDeciSecondsOfSilence(-3, added, true);
+    EXPECT_EQ(added, 0);
+    clip.PrependSilenceFrames(-1, added, true);
+    EXPECT_EQ(added, 0);
+    EXPECT_EQ(clip.GetPageRanges().size(), 1u);
+    LxAudioClipBase hour(store);
+    hour.AppendDeciSecondsOfSilence(50000, added, true);  // 5000 s
+    EXPECT_EQ(added, 50000 * 4410);
+    EXPECT_EQ(hour.GetPageRanges().size(), 500u);
+    EXPECT_EQ(recorder.Count(), 0u);
+
+    // Splitting at point 0 makes nothing.
+    LxAudioClipBaseList pieces;
+    clip.Split({0}, pieces);
+    EXPECT_TRUE(pieces.empty());
+    ExpectSingleReport(recorder, "splitting point out of bounds", kClipSource,
+                       ClipLine("\"splitting point out of bounds\""));
 }

@@ -2,9 +2,11 @@
 // and times, the two-step increment, and the clip-level walk over ranges.
 #include <gtest/gtest.h>
 
+#include <limits>
 #include "AssertRecorder.h"
 #include "LxAudioClipBase.h"
 #include "LxAudioFile.h"
+#include "LxPublic/LxMemoryStream.h"
 #include "PcmHelpers.h"
 #include "TempDir.h"
 
@@ -169,4 +171,114 @@ TEST_F(PageRangeTest, ClipTranslationWalksRangesAndClampsPastTheEnd) {
     EXPECT_EQ(reports[0].message, "");
     EXPECT_EQ(reports[0].sourceFile, kClipSource);
     EXPECT_EQ(reports[1].message, "Non positive frame index in Translate");
+}
+
+TEST_F(PageRangeTest, SilenceIsTheReservedPagesOrAllZeroBytes) {
+    // The reserved pages, and any part of them, are silent without reading data.
+    EXPECT_EQ(store.GetSilenceRange(), Range(0, 0, 144, 176400));
+    EXPECT_TRUE(store.GetSilenceRange().IsSilent());
+    EXPECT_TRUE(Range(36, 100, 72, 50).IsSilent());
+    // An all-zero page is stored as a silent page (324); the raw page after it
+    // (360) is zero for its first 1000 bytes.
+    Append(std::vector<int16_t>(1000, 0), 1);
+    Append(MakePcm(1000, 1, [](int i) { return i < 500 ? 0 : 7; }), 1);
+    LxPCMData record;
+    ASSERT_TRUE(store.ReadPageHeader(324, record));
+    EXPECT_EQ(record.codec, kLxPageCodecSilent);
+    EXPECT_TRUE(Range(324, 0, 360, 1000).IsSilent());
+    EXPECT_FALSE(Range(324, 0, 360, 1001).IsSilent());  // byte 1000 is 7
+    EXPECT_FALSE(Range(360, 1000, 360, 2000).IsSilent());
+    EXPECT_TRUE(Range(360, 1400, 360, 1400).IsSilent());  // no bytes at all
+    EXPECT_FALSE(Range(180, 0, 180, 4).IsSilent());
+    LxPageRange noFile;
+    EXPECT_FALSE(noFile.IsSilent());
+    AssertRecorder recorder;
+    EXPECT_FALSE(Range(324, 100, 324, 50).IsSilent());
+    ExpectSingleReport(recorder, "invalid range", kRangeSource, RangeLine("// offsets"));
+    // Channel queries on an invalid range answer 1.
+    recorder.Clear();
+    EXPECT_EQ(Range(216, 0, 180, 0).GetMaximumNumberOfChannels(), 1);
+    EXPECT_EQ(Range(216, 0, 180, 0).GetChannels(), 1);
+    EXPECT_EQ(recorder.Count(), 2u);
+}
+
+TEST_F(PageRangeTest, SerializesItsFieldsAndOneVolumeEffect) {
+    LxMemoryStream stream;
+    stream.SetWriting(true);
+    LxPageRange range(&store, LxAudioVolumeEffect(0.5f, 100.0f, 2.0f), 180, 4000, 216, 400);
+    range.Serialize(stream);
+    // Four fields, effect count 1, kind 1 (volume), then gain, threshold, ratio.
+    ASSERT_EQ(stream.GetBytes().size(), 48u);
+    stream.Seek(0, kLxSeekBegin);
+    stream.SetWriting(false);
+    std::vector<int32_t> ints(6);
+    for (int32_t& v : ints) stream.Xfer(v);
+    EXPECT_EQ(ints, (std::vector<int32_t>{180, 4000, 216, 400, 1, 1}));
+    double values[3] = {};
+    for (double& v : values) stream.Xfer(v);
+    EXPECT_EQ(values[0], 0.5);
+    EXPECT_EQ(values[1], 100.0);
+    EXPECT_EQ(values[2], 2.0);
+    stream.Seek(0, kLxSeekBegin);
+    LxPageRange loaded(&store);
+    loaded.Serialize(stream);
+    EXPECT_EQ(loaded, range);
+
+    // An effect of unknown kind is reported and its data is not read; a volume
+    // effect after it still loads.
+    LxMemoryStream odd;
+    odd.SetWriting(true);
+    for (int32_t v : {216, 8, 216, 16, 2, 7, 1}) odd.Xfer(v);
+    for (double v : {3.0, 0.0, 1.0}) odd.Xfer(v);
+    odd.Seek(0, kLxSeekBegin);
+    odd.SetWriting(false);
+    AssertRecorder recorder;
+    LxPageRange fromOdd(&store);
+    fromOdd.Serialize(odd);
+    EXPECT_EQ(fromOdd, LxPageRange(&store, LxAudioVolumeEffect(3.0f, 0, 1.0f), 216, 8, 216, 16));
+    ExpectSingleReport(recorder, "", kRangeSource, RangeLine("LxAssertFailed(\"\", kSourceFile, __LINE__);"));
+}
+
+namespace {
+// Exposes the pair check that sub-clips and edits use.
+class TranslationPairProbe : public LxAudioClipBase {
+public:
+    using LxAudioClipBase::isValidTranslationPair;
+};
+}  // namespace
+
+TEST_F(PageRangeTest, TranslationPairsAndTimesOutOfRange) {
+    // The design fixes the line numbers of these two reports.
+    struct Case {
+        LxPageTranslation from, to;
+        const char* message;
+        int line;
+    };
+    std::vector<Case> rejected = {
+        {{-1, 180, 0}, {0, 180, 8}, "invalid translation", 141},
+        {{0, 180, 0}, {-1, 180, 8}, "invalid translation", 141},
+        {{1, 180, 0}, {0, 180, 8}, "invalid translation", 141},
+        {{0, 180, 8}, {0, 180, 8}, "empty range", 147},
+    };
+    for (const Case& c : rejected) {
+        AssertRecorder recorder;
+        EXPECT_FALSE(TranslationPairProbe::isValidTranslationPair(c.from, c.to));
+        ExpectSingleReport(recorder, c.message, kClipSource, c.line);
+    }
+    AssertRecorder recorder;
+    // Within one range the order of page and offset is not checked.
+    EXPECT_TRUE(TranslationPairProbe::isValidTranslationPair({0, 180, 8}, {0, 180, 4}));
+    EXPECT_TRUE(TranslationPairProbe::isValidTranslationPair({0, 180, 8}, {1, 180, 8}));
+
+    // Times far beyond any clip land just past its end; NaN and negative times
+    // land on frame 1.
+    std::vector<LxPageRange> ranges = {Range(180, 0, 216, 176400)};
+    LxPageTranslation end{0, 216, 176400}, first{0, 180, 0};
+    EXPECT_EQ(LxAudioClipBase::TranslateTime(1e12f, ranges), end);
+    EXPECT_EQ(LxAudioClipBase::TranslateTime(std::numeric_limits<float>::quiet_NaN(), ranges), first);
+    EXPECT_EQ(LxAudioClipBase::TranslateTime(-3.0f, ranges), first);
+    EXPECT_EQ(LxAudioClipBase::TranslateTimeInDeciSeconds(std::numeric_limits<int>::max(), ranges), end);
+    EXPECT_EQ(LxAudioClipBase::TranslateTimeInMilliSeconds(std::numeric_limits<int>::max(), ranges), end);
+    EXPECT_EQ(LxAudioClipBase::TranslateTimeInMilliSeconds(std::numeric_limits<int>::min(), ranges), first);
+    EXPECT_EQ(recorder.Count(), 0u);
 }

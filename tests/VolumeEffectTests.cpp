@@ -66,4 +66,14 @@ TEST(VolumeEffect, SavesItsParametersAsThreeDoubles) {
     LxAudioVolumeEffect copy;
     copy = loaded;
     EXPECT_EQ(copy.Transform(1000), loaded.Transform(1000));
+
+    // A float is widened exactly, not re-rounded through its decimal form.
+    LxMemoryStream widened;
+    widened.SetWriting(true);
+    LxAudioVolumeEffect(0.3f, 0, 1.0f).XferData(widened);
+    widened.Seek(0, kLxSeekBegin);
+    widened.SetWriting(false);
+    widened.Xfer(gain);
+    EXPECT_EQ(gain, static_cast<double>(0.3f));
+    EXPECT_NE(gain, 0.3);
 }
