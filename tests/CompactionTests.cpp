@@ -180,3 +180,28 @@ TEST(Compaction, AfterEditsAndCompressionLiveClipsReadTheSameAndTheStoreShrinks)
     ASSERT_TRUE(store.ReadPageHeader(180, record));
     EXPECT_EQ(record.codec, 2);  // a's first page stayed compressed
 }
+
+TEST(Compaction, ThumbnailsFollowTheirPagesToTheNewIDs) {
+    TempDir tmp;
+    LxAudioFile store(tmp.Dir());
+    int dropped = StorePages(store, 1, 100);  // 180
+    int kept = StorePages(store, 2, 5000);    // 216, 252 -> 180, 216
+    LxAudioClip before(store, kept);
+    before.LoadThumbnail();  // holds the cache entries of pages 216 and 252
+    std::vector<int> points;
+    for (int n = 0; n < before.GetNumberOfFramesInThumbnail(); n += 97) points.push_back(before.GetNthFrameInThumbnail(n));
+    LxAudioClip other(store, dropped);
+    other.LoadThumbnail();  // an entry of a page that compaction drops, still in use
+    std::list<int> live = {kept};
+    ASSERT_TRUE(store.Compact(live, nullptr));
+    // A fresh load after the swap reads the entries under their new page IDs.
+    LxAudioClip after(store, live.front());
+    after.LoadThumbnail();
+    ASSERT_EQ(after.GetNumberOfFramesInThumbnail(), before.GetNumberOfFramesInThumbnail());
+    std::vector<int> again;
+    for (int n = 0; n < after.GetNumberOfFramesInThumbnail(); n += 97) again.push_back(after.GetNthFrameInThumbnail(n));
+    EXPECT_EQ(again, points);
+    // Clips that loaded before the swap still read their own points.
+    EXPECT_EQ(before.GetNthFrameInThumbnail(0), points[0]);
+    EXPECT_NE(other.GetNthFrameInThumbnail(0), 0);
+}
