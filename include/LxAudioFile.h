@@ -107,7 +107,12 @@ private:
     // After compaction: cache entries follow their pages to the new IDs; entries
     // of dropped pages go, or wait in retiredThumbnails while a clip still uses them.
     void RenumberThumbnails(const std::map<int, int>& oldToNewPage);
-    bool AllPagesVisitedByCompressor();
+    // True when the compressor has visited every page and no page record refers
+    // to "raw.lxa" any more: a save may then leave the raw data out.
+    bool RawDataUnreferenced();
+    // Empties the thumbnail cache when the pages it describes are replaced; entries
+    // a clip still holds wait in retiredThumbnails.
+    void DropThumbnailCache();
 
     LxFile directory;
     std::unique_ptr<LxDataStream> rawStream;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include "AssertRecorder.h"
 #include "LxAudioClip.h"
 #include "LxAudioFile.h"
@@ -143,7 +144,8 @@ TEST(StorePersistence, ChunkFilesSplitAtOneMebibyte) {
     EXPECT_TRUE(save.Child("pcm.lxa1").Exists());
     EXPECT_TRUE(save.Child("map.lxa1").Exists());
 
-    // One byte more: two chunks and a count file.
+    // Four bytes more: two chunks and a count file. "enc.lxa" did not grow (four
+    // bytes fill no thumbnail group), so its chunk is neither written nor reported.
     GrowRaw(store, 4);
     info.Clear();
     ASSERT_TRUE(store.WriteTo(save.Dir(), true, &info));
@@ -151,7 +153,7 @@ TEST(StorePersistence, ChunkFilesSplitAtOneMebibyte) {
     EXPECT_EQ(save.Child("raw.lxa2").GetLength(), 4);
     EXPECT_EQ(Bytes(save.Child("raw.lxa0")), (std::vector<uint8_t>{2, 0, 0, 0}));
     EXPECT_EQ(Names(info.addedFiles), (std::vector<std::string>{"raw.lxa0", "raw.lxa2"}));
-    EXPECT_EQ(Names(info.changedFiles), (std::vector<std::string>{"enc.lxa1"}));
+    EXPECT_TRUE(info.changedFiles.empty());
 
     // Ten bytes more, incrementally: appended to the second chunk only.
     LxFile first = save.Child("raw.lxa1");
@@ -161,7 +163,8 @@ TEST(StorePersistence, ChunkFilesSplitAtOneMebibyte) {
     ASSERT_TRUE(store.WriteTo(save.Dir(), true, &info));
     EXPECT_EQ(save.Child("raw.lxa2").GetLength(), 14);
     EXPECT_EQ(Bytes(first), firstBefore);
-    EXPECT_EQ(Names(info.changedFiles), (std::vector<std::string>{"enc.lxa1", "raw.lxa0", "raw.lxa2"}));
+    EXPECT_EQ(Names(info.changedFiles), (std::vector<std::string>{"raw.lxa2"}));
+    EXPECT_TRUE(info.addedFiles.empty());
     EXPECT_TRUE(info.deletedFiles.empty());
 
     // The saved directory loads back into an identical store, and an
@@ -174,8 +177,11 @@ TEST(StorePersistence, ChunkFilesSplitAtOneMebibyte) {
     for (const char* name : kMembers) EXPECT_EQ(Bytes(other.Child(name)), Bytes(work.Child(name))) << name;
     info.Clear();
     loaded.WriteTo(save.Dir(), true, &info);
-    EXPECT_EQ(Names(info.changedFiles), (std::vector<std::string>{"enc.lxa1", "raw.lxa0", "raw.lxa2"}));
-    EXPECT_EQ(save.Child("raw.lxa2").GetLength(), 14);
+    EXPECT_TRUE(info.addedFiles.empty() && info.changedFiles.empty() && info.deletedFiles.empty());
+    GrowRaw(loaded, 6);
+    loaded.WriteTo(save.Dir(), true, &info);
+    EXPECT_EQ(Names(info.changedFiles), (std::vector<std::string>{"raw.lxa2"}));
+    EXPECT_EQ(save.Child("raw.lxa2").GetLength(), 20);
 }
 
 TEST(StorePersistence, FullSavesDeleteLeftoverChunksAndBadChunksAreRewritten) {
@@ -248,4 +254,135 @@ TEST(StorePersistence, DamagedClipTablesKeepWhatCanBeRead) {
     EXPECT_EQ(clip.WorthInFrames(), 900);
     // Gaps in IDs are never reused: the next ID follows the largest.
     EXPECT_EQ(StoreClip(store, 90, 3), 2);
+}
+
+TEST(StorePersistence, IncompleteChunkDirectoriesAreRefusedBeforeAnythingChanges) {
+    TempDir work, save;
+    {
+        LxAudioFile store(work.Dir());
+        GrowRaw(store, 2 * 1048576 + 100);  // raw.lxa1..3 and raw.lxa0 holding 3
+        StoreClip(store, 900, 1);
+        ASSERT_TRUE(store.WriteTo(save.Dir(), false, nullptr));
+    }
+    const std::vector<uint8_t> second = Bytes(save.Child("raw.lxa2"));
+    struct Damage {
+        const char* what;
+        std::function<void()> apply, undo;
+    };
+    const std::vector<Damage> damages = {
+        {"a middle chunk missing", [&] { save.Child("raw.lxa2").Delete(); }, [&] { WriteBytes(save.Child("raw.lxa2"), second); }},
+        {"a middle chunk short",
+         [&] { WriteBytes(save.Child("raw.lxa2"), std::vector<uint8_t>(second.begin(), second.end() - 1)); },
+         [&] { WriteBytes(save.Child("raw.lxa2"), second); }},
+        {"a count beyond the chunks", [&] { WriteBytes(save.Child("raw.lxa0"), {4, 0, 0, 0}); },
+         [&] { WriteBytes(save.Child("raw.lxa0"), {3, 0, 0, 0}); }},
+        {"a count of one in a count file", [&] { WriteBytes(save.Child("raw.lxa0"), {1, 0, 0, 0}); },
+         [&] { WriteBytes(save.Child("raw.lxa0"), {3, 0, 0, 0}); }},
+        {"a count file cut short", [&] { WriteBytes(save.Child("raw.lxa0"), {3, 0}); },
+         [&] { WriteBytes(save.Child("raw.lxa0"), {3, 0, 0, 0}); }},
+        {"a count too large for 32-bit positions", [&] { WriteBytes(save.Child("raw.lxa0"), {0, 0, 0, 0x40}); },
+         [&] { WriteBytes(save.Child("raw.lxa0"), {3, 0, 0, 0}); }},
+        {"an oversized single chunk", [&] { WriteBytes(save.Child("pcm.lxa1"), std::vector<uint8_t>(1048577, 0)); },
+         [&] { save.Child("pcm.lxa1").Delete(); }},
+    };
+    TempDir target;
+    LxAudioFile store(target.Dir());
+    int mine = StoreClip(store, 1980, 3);
+    store.Flush();
+    const std::vector<uint8_t> before = Bytes(target.Child("pcm.lxa"));
+    std::vector<uint8_t> pcmSaved = Bytes(save.Child("pcm.lxa1"));
+    for (const Damage& damage : damages) {
+        damage.apply();
+        AssertRecorder recorder;
+        EXPECT_FALSE(store.ReadFrom(save.Dir())) << damage.what;
+        ExpectSingleReport(recorder, "saved store member is incomplete", "source/components/audiocore/LxAudioFile",
+                           SourceLineOf("source/components/audiocore/LxAudioFile.cpp", "\"saved store member is incomplete\""));
+        damage.undo();
+        if (!save.Child("pcm.lxa1").Exists()) WriteBytes(save.Child("pcm.lxa1"), pcmSaved);
+    }
+    store.Flush();
+    EXPECT_EQ(Bytes(target.Child("pcm.lxa")), before);
+    LxAudioClip clip(store, mine);
+    EXPECT_EQ(clip.WorthInFrames(), 1980);
+    // Undamaged again, it loads; a member saved empty has no chunk file at all.
+    EXPECT_FALSE(save.Child("clip.lxa0").Exists());
+    ASSERT_TRUE(store.ReadFrom(save.Dir()));
+    LxAudioClip loaded(store, 1);
+    EXPECT_EQ(ReadAll(loaded, 2), MakeRamp(900, 2, 1));
+    TempDir empty;
+    LxAudioFile cleared(empty.Dir());
+    cleared.Clear();
+    TempDir emptySave;
+    cleared.WriteTo(emptySave.Dir(), false, nullptr);
+    EXPECT_FALSE(emptySave.Child("pcm.lxa1").Exists());
+    EXPECT_TRUE(store.ReadFrom(emptySave.Dir()));
+    int sizes[5];
+    store.GetMemberSizes(sizes);
+    EXPECT_EQ(std::vector<int>(sizes, sizes + 5), (std::vector<int>{0, 0, 0, 0, 4}));
+}
+
+TEST(StorePersistence, IncrementalSavesIntoAnotherDirectoryFallBackToWhole) {
+    // The host saved 1 MiB exactly (one full chunk), then asks for an incremental
+    // save into a directory that lacks it: appending there would lose that chunk.
+    TempDir work, first, second;
+    LxAudioFile store(work.Dir());
+    GrowRaw(store, 1048576);
+    store.WriteTo(first.Dir(), false, nullptr);
+    GrowRaw(store, 20);
+    AssertRecorder recorder;
+    LxZipUpdateInfo info;
+    store.WriteTo(second.Dir(), true, &info);
+    ASSERT_EQ(recorder.Count(), 2u);  // raw.lxa (at a chunk boundary) and enc.lxa (mid-chunk)
+    EXPECT_EQ(second.Child("raw.lxa1").GetLength(), 1048576);
+    EXPECT_EQ(second.Child("raw.lxa2").GetLength(), 20);
+    EXPECT_EQ(Names(info.addedFiles), (std::vector<std::string>{"enc.lxa1", "raw.lxa0", "raw.lxa1", "raw.lxa2"}));
+    TempDir check;
+    LxAudioFile loaded(check.Dir());
+    ASSERT_TRUE(loaded.ReadFrom(second.Dir()));
+    loaded.Flush();
+    store.Flush();
+    for (const char* name : kMembers) EXPECT_EQ(Bytes(check.Child(name)), Bytes(work.Child(name))) << name;
+}
+
+TEST(StorePersistence, RawDataStaysWhileAnyPageStillNeedsIt) {
+    // A page the encoder cannot take (here: one sample of a stereo page, no whole
+    // frame) stays raw although the compressor has visited it. Saving must keep
+    // "raw.lxa": it is that page's only copy.
+    TempDir work, other, saveDir;
+    LxAudioFile store(work.Dir());
+    int clipID = StoreClip(store, 4410, 1);
+    int16_t lonely = 1234;
+    int rawPage = -1;
+    store.AppendPage(&lonely, 2, 2, 44100, 16, rawPage);
+    store.CompressAllPages(nullptr);
+    EXPECT_FALSE(store.HasPagesToCompress());
+    LxPCMData record;
+    ASSERT_TRUE(store.ReadPageHeader(rawPage, record));
+    ASSERT_EQ(record.codec, 1);
+
+    LxMemoryStream saved;
+    ASSERT_TRUE(store.WriteTo(saved));
+    ASSERT_TRUE(store.WriteTo(saveDir.Dir(), false, nullptr));
+    for (int form = 0; form < 2; ++form) {
+        LxAudioFile loaded(other.Dir());
+        saved.Seek(0, kLxSeekBegin);
+        ASSERT_TRUE(form == 0 ? loaded.ReadFrom(saved) : loaded.ReadFrom(saveDir.Dir()));
+        ASSERT_TRUE(loaded.ReadPageHeader(rawPage, record));
+        int16_t out = 0;
+        int got = 0;
+        loaded.ReadPageData(record, 2, &out, 2, got);
+        EXPECT_EQ(got, 2) << form;
+        EXPECT_EQ(out, 1234) << form;
+        LxAudioClip clip(loaded, clipID);
+        EXPECT_EQ(clip.WorthInFrames(), 4410);
+    }
+    // Once nothing refers to "raw.lxa", a save leaves it out.
+    LxAudioFile onlyCompressed(other.Dir());
+    StoreClip(onlyCompressed, 4410, 2);
+    onlyCompressed.CompressAllPages(nullptr);
+    LxMemoryStream small;
+    ASSERT_TRUE(onlyCompressed.WriteTo(small));
+    int sizes[5];
+    onlyCompressed.GetMemberSizes(sizes);
+    EXPECT_EQ(sizes[0], 0);
 }

@@ -91,11 +91,16 @@ bool LxAudioFile::IsOpen() const {
 int LxAudioFile::WriteClip(LxAudioClipBase& clip) {
     LxRecursiveLock guard(lock);
     if (!mapStream || !clipStream || !clipStream->GetStream()) return -1;
+    int clipID = mapStream->GetNextClipID();
+    if (clipID < 1) {
+        // A damaged table already holds the largest ID there is.
+        LxAssertFailed("no clip ID left", kSourceFile, __LINE__);
+        return -1;
+    }
     ILxReadWriteStream* stream = clipStream->GetStream();
     stream->Seek(0, kLxSeekEnd);
     auto position = static_cast<uint32_t>(stream->GetPosition());
     clip.WriteToStream(*stream);
-    int clipID = mapStream->GetNextClipID();
     (*mapStream)[clipID] = position;
     return clipID;
 }
@@ -214,6 +219,15 @@ void LxAudioFile::RenumberThumbnails(const std::map<int, int>& oldToNewPage) {
     for (auto& node : moved) thumbnailCache.insert(std::move(node));
 }
 
+void LxAudioFile::DropThumbnailCache() {
+    // Entries that a clip still holds stay alive (the clip keeps a pointer to
+    // them) until it lets go and ReleaseUnusedThumbnails frees them.
+    while (!thumbnailCache.empty()) {
+        auto node = thumbnailCache.extract(thumbnailCache.begin());
+        if (node.mapped().useCount >= 1) retiredThumbnails.push_back(std::move(node));
+    }
+}
+
 LxPageRange LxAudioFile::GetSilenceRange() const {
     LxRecursiveLock guard(lock);
     return silenceRange;
@@ -260,6 +274,7 @@ void LxAudioFile::Clear() {
     clipStream->Truncate();
     mapStream->Truncate();
     mapStream->Clear();
+    DropThumbnailCache();
 }
 
 void LxAudioFile::DiscardRawData() {
@@ -269,8 +284,17 @@ void LxAudioFile::DiscardRawData() {
     rawStream->savedLength = 0;
 }
 
-bool LxAudioFile::AllPagesVisitedByCompressor() {
-    return pcmStream && static_cast<int64_t>(pcmStream->compressCursor) >= pcmStream->GetSize();
+bool LxAudioFile::RawDataUnreferenced() {
+    if (!pcmStream || !pcmStream->GetStream()) return false;
+    int size = pcmStream->GetSize();
+    if (static_cast<int64_t>(pcmStream->compressCursor) < size) return false;
+    // The compressor has visited every page, but a page it could not encode
+    // stays raw: its bytes are still the only copy of that audio.
+    LxPCMData record;
+    for (int page = 0; page + kLxPageRecordBytes <= size; page += kLxPageRecordBytes) {
+        if (pcmStream->ReadPageHeader(page, record) && record.codec == kLxPageCodecRaw) return false;
+    }
+    return true;
 }
 
 void LxAudioFile::GetMemberSizes(int sizes[5]) {
@@ -283,7 +307,7 @@ void LxAudioFile::GetMemberSizes(int sizes[5]) {
 bool LxAudioFile::WriteTo(ILxStream& out) {
     LxRecursiveLock guard(lock);
     // Once every page is compressed, "raw.lxa" holds nothing still referenced.
-    if (AllPagesVisitedByCompressor()) DiscardRawData();
+    if (RawDataUnreferenced()) DiscardRawData();
     if (!mapStream) return false;
     bool ok = rawStream->WriteTo(out);
     ok = encStream->WriteTo(out) && ok;
@@ -327,13 +351,13 @@ bool LxAudioFile::ReadFrom(ILxStream& in) {
     rawStream->savedLength = 0;
     encStream->savedLength = 0;
     pcmStream->compressCursor = 0;
-    thumbnailCache.clear();
+    DropThumbnailCache();
     return ok;
 }
 
 bool LxAudioFile::WriteTo(const LxFile& directoryOut, bool incremental, LxZipUpdateInfo* info) {
     LxRecursiveLock guard(lock);
-    if (AllPagesVisitedByCompressor()) DiscardRawData();
+    if (RawDataUnreferenced()) DiscardRawData();
     if (!mapStream) return false;
     if (!directoryOut.IsDirectory() && !directoryOut.CreateDirectories()) return false;
     rawStream->Flush();
@@ -352,13 +376,23 @@ bool LxAudioFile::ReadFrom(const LxFile& directoryIn) {
     LxRecursiveLock guard(lock);
     if (!mapStream) return false;
     if (!directoryIn.IsDirectory()) return false;
+    // Check every member's chunk files before any member is touched: a damaged
+    // directory leaves the store as it was.
+    LxMemberStream* members[5] = {rawStream.get(), encStream.get(), pcmStream.get(), clipStream.get(), mapStream.get()};
+    for (LxMemberStream* member : members) {
+        int64_t length = 0;
+        if (!LxMemberStream::CheckChunks(directoryIn, member->GetName(), length)) {
+            LxAssertFailed("saved store member is incomplete", kSourceFile, __LINE__);
+            return false;
+        }
+    }
     rawStream->savedLength = rawStream->LoadChunks(directoryIn);
     encStream->savedLength = encStream->LoadChunks(directoryIn);
     pcmStream->LoadChunks(directoryIn);
     clipStream->LoadChunks(directoryIn);
     mapStream->LoadWhole(directoryIn);
     pcmStream->compressCursor = 0;
-    thumbnailCache.clear();
+    DropThumbnailCache();
     return true;
 }
 
@@ -407,11 +441,15 @@ int LxAudioFile::CompressAllPages(ILxGeneralProgressCallBack* progress) {
             LxRecursiveLock guard(lock);
             if (!pcmStream || pcmStream->compressCursor >= static_cast<uint32_t>(pcmStream->GetSize())) break;
         }
+        int before = cursor;
         if (CompressOnePage()) ++compressed;
         {
             LxRecursiveLock guard(lock);
             cursor = pcmStream ? static_cast<int>(pcmStream->compressCursor) / kLxPageRecordBytes : total;
         }
+        // A page the compressor cannot take (a damaged channel count) keeps the
+        // cursor where it is; calling again would spin for ever.
+        if (cursor == before) break;
         if (progress) {
             progress->ReportProgress(cursor);
             if (progress->IsCancelled()) break;

@@ -1,5 +1,7 @@
 #include "LxClipMapStream.h"
 
+#include <algorithm>
+#include <cstdint>
 #include "LxPublic/LxAssert.h"
 
 static const char* const kSourceFile = "source/components/audiocore/LxAudioFile";
@@ -13,16 +15,23 @@ void LxClipMapStream::Load() {
     stream->SetWriting(false);
     int32_t count = 0;
     if (!stream->Xfer(count) || count < 1) return;
-    // A count larger than the pairs present (a truncated file) stops at the end
-    // of the data; a clip ID that occurs twice keeps its first position.
+    // A damaged table keeps what can be read, with one report: a count larger
+    // than the pairs present (a truncated file) stops at the end of the data, a
+    // clip ID that occurs twice keeps its first position, and an ID below 1
+    // (which names no clip) is left out.
+    bool damaged = false;
     int64_t available = (stream->GetLength() - 4) / 8;
-    if (count > available) LxAssertFailed("clip table shorter than its count", kSourceFile, __LINE__);
+    if (count > available) damaged = true;
     for (int64_t i = 0; i < count && i < available; ++i) {
         int32_t clipID = 0;
         uint32_t position = 0;
-        if (!stream->Xfer(clipID) || !stream->Xfer(position)) break;
-        table.emplace(clipID, position);
+        if (!stream->Xfer(clipID) || !stream->Xfer(position)) {
+            damaged = true;
+            break;
+        }
+        if (clipID < 1 || !table.emplace(clipID, position).second) damaged = true;
     }
+    if (damaged) LxAssertFailed("clip table damaged", kSourceFile, __LINE__);
 }
 
 void LxClipMapStream::Save() {
@@ -40,7 +49,12 @@ void LxClipMapStream::Save() {
     stream->Truncate();
 }
 
-int LxClipMapStream::GetNextClipID() const { return table.empty() ? 1 : table.rbegin()->first + 1; }
+int LxClipMapStream::GetNextClipID() const {
+    if (table.empty()) return 1;
+    int largest = table.rbegin()->first;
+    // IDs are never reused, so a table that holds the largest int has none left.
+    return largest == INT32_MAX ? -1 : std::max(largest + 1, 1);
+}
 
 std::optional<uint32_t> LxClipMapStream::Find(int clipID) const {
     auto it = table.find(clipID);

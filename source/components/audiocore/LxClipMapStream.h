@@ -15,6 +15,7 @@ public:
     void Load();
     // Writes the table and cuts the file after it.
     void Save();
+    // One more than the largest ID (1 for an empty table); -1 when none is left.
     int GetNextClipID() const;
     uint32_t& operator[](int clipID) { return table[clipID]; }
     std::optional<uint32_t> Find(int clipID) const;

@@ -113,29 +113,38 @@ int LxMemberStream::SaveChunks(const LxFile& directory, int start, LxZipUpdateIn
             LxAssertFailed("", kSourceFile, __LINE__);
             return size;
         }
-        stream->Seek(start, kLxSeekBegin);
-        stream->SetWriting(false);
         chunk = start / kChunkBytes;
         int offset = start % kChunkBytes;
+        // What the last save left must still be there: the partly written chunk
+        // with exactly offset bytes, or else the last full chunk. Appending to
+        // anything else would leave a member that loads damaged, so it is saved
+        // whole instead.
+        LxFile partial = ChunkFile(directory, name, chunk + 1);
+        bool intact = offset != 0 ? partial.GetLength() == offset
+                                  : ChunkFile(directory, name, chunk).GetLength() == kChunkBytes;
+        if (!intact) {
+            LxAssertFailed("", kSourceFile, __LINE__);
+            return SaveChunks(directory, 0, info);
+        }
+        stream->Seek(start, kLxSeekBegin);
+        stream->SetWriting(false);
         if (offset != 0) {
-            // Complete the partly written chunk by appending to it.
-            LxFile partial = ChunkFile(directory, name, chunk + 1);
-            if (partial.GetLength() != offset) {
-                // The directory does not hold what the last save wrote: appending
-                // would leave a damaged member, so save it whole instead.
-                LxAssertFailed("", kSourceFile, __LINE__);
-                return SaveChunks(directory, 0, info);
+            int bytes = std::min(kChunkBytes - offset, size - start);
+            // Nothing to append, nothing changed: the chunk is not touched, and a
+            // host that packs the directory need not store it again.
+            if (bytes > 0) {
+                // Complete the partly written chunk by appending to it.
+                std::unique_ptr<ILxReadWriteStream> out =
+                    LxStreamUtil::CreateFileStreamReadWrite(partial, 3, 0x3f3f3f3f, 0x3f3f3f3f);
+                if (out) {
+                    out->Seek(offset, kLxSeekBegin);
+                    out->Truncate();
+                    out->SetWriting(true);
+                    CopyBlocks(*stream, *out, bytes);
+                    out->Flush();
+                }
+                if (info) info->changedFiles.push_back(partial.GetName());
             }
-            std::unique_ptr<ILxReadWriteStream> out =
-                LxStreamUtil::CreateFileStreamReadWrite(partial, 3, 0x3f3f3f3f, 0x3f3f3f3f);
-            if (out) {
-                out->Seek(offset, kLxSeekBegin);
-                out->Truncate();
-                out->SetWriting(true);
-                CopyBlocks(*stream, *out, std::min(kChunkBytes - offset, size - start));
-                out->Flush();
-            }
-            if (info) info->changedFiles.push_back(partial.GetName());
             ++chunk;
         }
     } else {
@@ -166,7 +175,8 @@ int LxMemberStream::SaveChunks(const LxFile& directory, int start, LxZipUpdateIn
             countFile.Delete();
             if (info) info->deletedFiles.push_back(countFile.GetName());
         }
-    } else {
+    } else if (!countFile.Exists() || countFile.GetLength() != 4 || ReadChunkCount(directory, name) != chunk) {
+        // Written only when it does not already hold this count.
         bool existed = countFile.Exists();
         std::unique_ptr<ILxReadWriteStream> out =
             LxStreamUtil::CreateFileStreamReadWrite(countFile, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
@@ -176,15 +186,36 @@ int LxMemberStream::SaveChunks(const LxFile& directory, int start, LxZipUpdateIn
         }
         if (info) (existed ? info->changedFiles : info->addedFiles).push_back(countFile.GetName());
     }
-    // Chunks left over from a longer earlier save.
+    // Chunks left over from a longer earlier save. The count comes from a file,
+    // so it does not size the loop: chunks are numbered without gaps, and the
+    // first one missing ends the leftovers.
     for (int stale = chunk + 1; stale <= previousCount; ++stale) {
         LxFile old = ChunkFile(directory, name, stale);
-        if (old.Exists()) {
-            old.Delete();
-            if (info) info->deletedFiles.push_back(old.GetName());
-        }
+        if (!old.Exists()) break;
+        old.Delete();
+        if (info) info->deletedFiles.push_back(old.GetName());
     }
     return size;
+}
+
+bool LxMemberStream::CheckChunks(const LxFile& directory, const LxString& name, int64_t& total) {
+    total = 0;
+    bool counted = ChunkFile(directory, name, 0).Exists();
+    int count = ReadChunkCount(directory, name);
+    // NAME0 exists only for two or more chunks, and 32-bit positions cannot
+    // name more than 2047 of them.
+    if (counted && (count < 2 || count > INT32_MAX / kChunkBytes)) return false;
+    for (int number = 1; number <= count; ++number) {
+        int64_t length = ChunkFile(directory, name, number).GetLength();
+        if (length < 0) return !counted && number == 1;  // no NAME1 alone: an empty member
+        // Every chunk but the last is full; the last holds at least a byte
+        // unless it is the only one.
+        if (length > kChunkBytes || (number < count && length != kChunkBytes) || (counted && length == 0)) {
+            return false;
+        }
+        total += length;
+    }
+    return total <= INT32_MAX;
 }
 
 int LxMemberStream::LoadChunks(const LxFile& directory) {

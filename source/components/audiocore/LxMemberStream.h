@@ -46,6 +46,10 @@ public:
     int SaveChunks(const LxFile& directory, int start, LxZipUpdateInfo* info);
     // Replaces the member with the chunk files of directory; returns the bytes read.
     int LoadChunks(const LxFile& directory);
+    // Whether directory holds a whole saved member called name: NAME0 absent or
+    // holding 2 or more, every chunk up to the count present, all but the last
+    // exactly 1 MiB. total receives the member's length.
+    static bool CheckChunks(const LxFile& directory, const LxString& name, int64_t& total);
 
 protected:
     std::unique_ptr<ILxReadWriteStream> stream;

@@ -1,6 +1,7 @@
 #include "LxPCMDataStream.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <vector>
 #include "LxCodecVorbis.h"
@@ -57,11 +58,17 @@ void LxPCMDataStream::AppendPage(const void* pcm, int pcmBytes, int channels, in
     if (!stream) return;
     const auto* bytes = static_cast<const unsigned char*>(pcm);
     if (bytes == nullptr) pcmBytes = 0;
+    if (pcmBytes > kLxMaxPageBytes) {
+        // A page holds at most 176,400 bytes: the codecs, the compressor and the
+        // copy between stores are all sized to that.
+        LxAssertFailed("page longer than 176400 bytes", kSourceFile, __LINE__);
+        return;
+    }
 
     // Thumbnail: one {min, max} pair of 16-bit values per 90 frames; both start
     // at 0, so min <= 0 <= max. Samples are read as 16-bit whatever the format says.
-    int groupBytes = (channels * bitsPerSample * 90) / 8;
-    int groups = groupBytes > 0 && pcmBytes > 0 ? pcmBytes / groupBytes : 0;
+    int64_t groupBytes = (int64_t{channels} * bitsPerSample * 90) / 8;
+    int groups = groupBytes > 0 && pcmBytes > 0 ? static_cast<int>(pcmBytes / groupBytes) : 0;
     std::vector<int16_t> thumbnail(static_cast<size_t>(groups) * 2, 0);
     int samples = std::max(pcmBytes, 0) / 2;
     if (channels == 1) {
@@ -241,7 +248,7 @@ void LxPCMDataStream::ReadPageThumbnail(int pageID, void* buffer, int bufferByte
         bytesRead = encStream->Read(record.thumbnailRange, buffer, n);
     } else if (record.codec == kLxPageCodecSilent) {
         std::memset(buffer, 0, static_cast<size_t>(std::max(bufferBytes, 0)));
-        bytesRead = bufferBytes;
+        bytesRead = std::max(bufferBytes, 0);
     }
 }
 
