@@ -7,7 +7,7 @@ JOBS ?= 2
 
 # Debian packages the build needs.
 PACKAGES := cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev \
-            libvorbis-dev libogg-dev libspeexdsp-dev sox
+            libvorbis-dev libogg-dev libspeexdsp-dev sox vorbis-tools
 
 .PHONY: all deps configure build test clean
 

@@ -24,6 +24,10 @@ class LxAudioFile;
 class LxZipUpdateInfo;
 class LxMP3Importer;
 class LxWAVImporter;
+class LxNvVorbisImporter;
+class LxRawAudioImporter;
+class LxWAVExporter;
+class LxRawAudioExporter;
 class LxMP3Exporter;
 
 class LXAUDIOCORE_API LxAudioController {
@@ -73,6 +77,20 @@ public:
     // Each import is also stored as a clip of its own.
     std::unique_ptr<LxAudioClipBase> GetOneMergedClipByImporingtMultipleWavFiles(const std::vector<LxFile>& files,
                                                                                  int gapDeciSeconds);
+    // Ogg Vorbis files; no noise suppression.
+    std::unique_ptr<LxNvVorbisImporter> GetNvVorbisImporter(LxCallBackFunction callback, void* context);
+    // Streams of raw PCM chunks, as GetRawAudioExporter writes them.
+    std::unique_ptr<LxRawAudioImporter> GetRawAudioImporter(LxCallBackFunction callback, void* context,
+                                                            bool noiseReduce = false);
+
+    // --- export -------------------------------------------------------------------
+    // The output's channels (1 or 2), frame rate and bits per sample (16, 24, or
+    // 32 for float samples); an unsupported format is reported by Export.
+    std::unique_ptr<LxWAVExporter> GetWAVExporter(int channels, int frameRate, int bitsPerSample,
+                                                  LxCallBackFunction callback, void* context);
+    // Raw PCM chunks; bits per sample must be 16.
+    std::unique_ptr<LxRawAudioExporter> GetRawAudioExporter(int channels, int frameRate, int bitsPerSample,
+                                                            LxCallBackFunction callback, void* context);
 
     // Never built: both report and throw LxLCException("kLxErrorInternal").
     LxMP3Importer* GetMP3Importer(LxCallBackFunction callback, void* context);

@@ -14,3 +14,8 @@
 #include "LxAudioClipBase.h"
 #include "LxAudioFile.h"
 #include "LxAudioResampler.h"
+#include "LxAudioExporter.h"
+#include "LxWAVExporter.h"
+#include "LxRawAudioExporter.h"
+#include "LxRawAudioImporter.h"
+#include "LxNvVorbisImporter.h"

@@ -7,6 +7,7 @@
 // format: Initialize, the header and footer sizes, Decode and IsDecoderEOF.
 // An importer serves one import; it is made by the controller and owned by the caller.
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <vector>
 #include "LxAudioCoreExport.h"
@@ -59,6 +60,10 @@ public:
     // Resamples n interleaved samples to 44100 frames per second and appends them to clip.
     virtual void DoResamplingAppendPCMData(short* data, int n, LxAudioClip* clip);
     virtual int DoImport();
+    // What the loop reports to the progress receiver: by default the source bytes
+    // it has read itself. An importer whose decoder reads the source on its own
+    // (Ogg Vorbis) reports its decoder's position instead.
+    virtual int64_t GetProgressPosition(int64_t bytesReadByTheLoop) { return bytesReadByTheLoop; }
 
     void SetProgressCallBack(ILxGeneralProgressCallBack* receiver) { progress = receiver; }
     ILxGeneralProgressCallBack* GetProgressCallBack() const { return progress; }
@@ -79,6 +84,9 @@ protected:
     void* context;
     std::vector<unsigned char> decoded;
     std::atomic<bool> cancelled{false};
+    // Set by a concrete importer that finds its source damaged half-way (after
+    // reporting it): the loop stops, nothing is stored and the import gives -1.
+    bool decodeFailed = false;
     ILxGeneralProgressCallBack* progress = nullptr;
     bool noiseReduce;
     std::vector<short> denoised;

@@ -2,6 +2,10 @@
 
 #include "LxAudioFile.h"
 #include "LxWAVImporter.h"
+#include "LxNvVorbisImporter.h"
+#include "LxRawAudioExporter.h"
+#include "LxRawAudioImporter.h"
+#include "LxWAVExporter.h"
 #include "LxPublic/LxAssert.h"
 #include "LxPublic/LxFileUtil.h"
 #include "LxPublic/LxLCException.h"
@@ -83,6 +87,28 @@ std::unique_ptr<LxAudioClip> LxAudioController::MergeClips(const std::list<int>&
 std::unique_ptr<LxWAVImporter> LxAudioController::GetWAVImporter(LxCallBackFunction callback, void* context,
                                                                 bool noiseReduce) {
     return std::make_unique<LxWAVImporter>(*this, callback, context, noiseReduce);
+}
+
+std::unique_ptr<LxNvVorbisImporter> LxAudioController::GetNvVorbisImporter(LxCallBackFunction callback,
+                                                                           void* context) {
+    return std::make_unique<LxNvVorbisImporter>(*this, callback, context, false);
+}
+
+std::unique_ptr<LxRawAudioImporter> LxAudioController::GetRawAudioImporter(LxCallBackFunction callback, void* context,
+                                                                           bool noiseReduce) {
+    return std::make_unique<LxRawAudioImporter>(*this, callback, context, noiseReduce);
+}
+
+std::unique_ptr<LxWAVExporter> LxAudioController::GetWAVExporter(int channels, int frameRate, int bitsPerSample,
+                                                                LxCallBackFunction callback, void* context) {
+    return std::make_unique<LxWAVExporter>(*this, channels, frameRate, bitsPerSample, callback, context);
+}
+
+std::unique_ptr<LxRawAudioExporter> LxAudioController::GetRawAudioExporter(int channels, int frameRate,
+                                                                           int bitsPerSample,
+                                                                           LxCallBackFunction callback,
+                                                                           void* context) {
+    return std::make_unique<LxRawAudioExporter>(*this, channels, frameRate, bitsPerSample, callback, context);
 }
 
 std::unique_ptr<LxAudioClipBase> LxAudioController::GetOneMergedClipByImporingtMultipleWavFiles(

@@ -98,7 +98,7 @@ int LxAudioImporter::DoImport() {
     int64_t read = 0;
     int available = 0, consumed = 0, offset = 0;
     do {
-        if (cancelled) break;
+        if (cancelled || decodeFailed) break;
         if (consumed < available) {
             offset += consumed;
             available -= consumed;
@@ -139,7 +139,7 @@ int LxAudioImporter::DoImport() {
             }
         }
         if (progress) {
-            progress->ReportProgress(static_cast<int>(std::min<int64_t>(read, INT32_MAX)));
+            progress->ReportProgress(static_cast<int>(std::clamp<int64_t>(GetProgressPosition(read), 0, INT32_MAX)));
             if (progress->IsCancelled()) cancelled = true;
         }
         bytesConsumed += consumed;
@@ -149,7 +149,9 @@ int LxAudioImporter::DoImport() {
     Finalize();
 
     int result = -2;
-    if (!cancelled) {
+    if (decodeFailed) {
+        result = -1;
+    } else if (!cancelled) {
         result = clip->FinishAppendingPCMData(channels, 44100, 16, 1.0f);
         lengthMS = clip->WorthInDeciSeconds() * 100;
     }

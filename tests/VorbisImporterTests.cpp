@@ -1,0 +1,345 @@
+// Importing Ogg Vorbis files: mono and stereo at 44100 and other rates, files
+// of another encoder, chained files, progress and cancel, and damaged files.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cmath>
+#include <cstdlib>
+#include <numbers>
+#include <random>
+#include <string>
+#include <vorbis/vorbisenc.h>
+#include "AssertRecorder.h"
+#include "LxAudioController.h"
+#include "LxNvVorbisImporter.h"
+#include "LxPublic/ILxGeneralProgressCallBack.h"
+#include "LxPublic/LxMemoryStream.h"
+#include "LxPublic/LxStreamUtil.h"
+#include "PcmHelpers.h"
+#include "TempDir.h"
+
+namespace {
+
+const char* const kVorbisFile = "source/components/audiocore/LxNvVorbisImporter";
+
+// Encodes interleaved float samples as one Ogg Vorbis stream with libvorbisenc.
+std::vector<uint8_t> EncodeVorbis(const std::vector<float>& samples, int channels, int rate, int serial = 1) {
+    std::vector<uint8_t> out;
+    vorbis_info info;
+    vorbis_info_init(&info);
+    if (vorbis_encode_init_vbr(&info, channels, rate, 0.4f) != 0) {
+        ADD_FAILURE() << "vorbis_encode_init_vbr " << channels << " x " << rate;
+        vorbis_info_clear(&info);
+        return out;
+    }
+    vorbis_comment comment;
+    vorbis_comment_init(&comment);
+    vorbis_dsp_state dsp;
+    vorbis_analysis_init(&dsp, &info);
+    vorbis_block block;
+    vorbis_block_init(&dsp, &block);
+    ogg_stream_state os;
+    ogg_stream_init(&os, serial);
+    ogg_packet id, comments, books;
+    vorbis_analysis_headerout(&dsp, &comment, &id, &comments, &books);
+    ogg_stream_packetin(&os, &id);
+    ogg_stream_packetin(&os, &comments);
+    ogg_stream_packetin(&os, &books);
+    ogg_page page;
+    auto append = [&] {
+        out.insert(out.end(), page.header, page.header + page.header_len);
+        out.insert(out.end(), page.body, page.body + page.body_len);
+    };
+    while (ogg_stream_flush(&os, &page)) append();
+    auto drain = [&] {
+        while (vorbis_analysis_blockout(&dsp, &block) == 1) {
+            vorbis_analysis(&block, nullptr);
+            vorbis_bitrate_addblock(&block);
+            ogg_packet packet;
+            while (vorbis_bitrate_flushpacket(&dsp, &packet)) {
+                ogg_stream_packetin(&os, &packet);
+                while (ogg_stream_pageout(&os, &page)) append();
+            }
+        }
+    };
+    const int frames = static_cast<int>(samples.size()) / channels;
+    for (int done = 0; done < frames;) {
+        int n = std::min(1024, frames - done);
+        float** buffer = vorbis_analysis_buffer(&dsp, n);
+        for (int i = 0; i < n; ++i) {
+            for (int c = 0; c < channels; ++c) buffer[c][i] = samples[static_cast<size_t>((done + i) * channels + c)];
+        }
+        vorbis_analysis_wrote(&dsp, n);
+        drain();
+        done += n;
+    }
+    vorbis_analysis_wrote(&dsp, 0);
+    drain();
+    while (ogg_stream_flush(&os, &page)) append();
+    ogg_stream_clear(&os);
+    vorbis_block_clear(&block);
+    vorbis_dsp_clear(&dsp);
+    vorbis_comment_clear(&comment);
+    vorbis_info_clear(&info);
+    return out;
+}
+
+double Tone(double f, double a, double rate, int i) { return a * std::sin(2.0 * std::numbers::pi * f * i / rate); }
+
+// seconds of 440 Hz at half scale in channel 0, 1000 Hz at 0.3 in channel 1, 700 Hz beyond.
+std::vector<float> Tones(double seconds, int channels, int rate) {
+    const int frames = static_cast<int>(seconds * rate);
+    std::vector<float> out(static_cast<size_t>(frames * channels));
+    const double f[] = {440.0, 1000.0, 700.0, 700.0, 700.0, 700.0};
+    const double a[] = {0.5, 0.3, 0.2, 0.2, 0.2, 0.2};
+    for (int i = 0; i < frames; ++i) {
+        for (int c = 0; c < channels; ++c) out[static_cast<size_t>(i * channels + c)] = static_cast<float>(Tone(f[c], a[c], rate, i));
+    }
+    return out;
+}
+
+// Rising zero crossings of one channel, per second, between the two edges.
+double Frequency(const std::vector<int16_t>& pcm, int channels, int channel) {
+    const size_t frames = pcm.size() / static_cast<size_t>(channels);
+    const size_t from = 4410, to = frames - 4410;
+    int crossings = 0;
+    for (size_t i = from; i + 1 < to; ++i) {
+        crossings += pcm[i * channels + channel] < 0 && pcm[(i + 1) * channels + channel] >= 0;
+    }
+    return crossings * 44100.0 / static_cast<double>(to - from);
+}
+
+std::vector<uint8_t> ReadFileBytes(const LxFile& file) {
+    auto in = LxStreamUtil::CreateFileStreamRead(file);
+    std::vector<uint8_t> bytes(in ? static_cast<size_t>(in->GetLength()) : 0);
+    if (!bytes.empty()) in->Read(bytes.data(), static_cast<int>(bytes.size()));
+    return bytes;
+}
+
+bool HaveOggTools() {
+#if defined(_WIN32)
+    return false;
+#else
+    return std::system("oggenc --version > /dev/null 2>&1") == 0 && std::system("oggdec --version > /dev/null 2>&1") == 0 &&
+           std::system("sox --version > /dev/null 2>&1") == 0;
+#endif
+}
+
+}  // namespace
+
+TEST(NvVorbisImporter, ImportsMonoAndStereoAtAnyRate) {
+    LxAudioController controller;
+    struct Case {
+        int channels, rate;
+    };
+    for (Case c : {Case{1, 44100}, Case{2, 44100}, Case{1, 48000}, Case{2, 48000}, Case{2, 22050}}) {
+        SCOPED_TRACE(std::to_string(c.channels) + " x " + std::to_string(c.rate));
+        AssertRecorder recorder;
+        LxMemoryStream stream(EncodeVorbis(Tones(1.5, c.channels, c.rate), c.channels, c.rate));
+        auto importer = controller.GetNvVorbisImporter(nullptr, nullptr);
+        int id = importer->Import(&stream);
+        ASSERT_GT(id, 0);
+        EXPECT_EQ(recorder.Count(), 0u);
+        EXPECT_EQ(importer->GetAudioChannels(), c.channels);
+        EXPECT_EQ(importer->GetAudioSampleRate(), c.rate);
+        EXPECT_EQ(importer->GetTotalFrames(), c.rate * 3 / 2);
+        EXPECT_EQ(importer->GetAudioLengthMilliSeconds(), 1500);
+        auto clip = controller.GetClip(id);
+        EXPECT_EQ(clip->GetMaximumNumberOfChannels(), c.channels);
+        if (c.rate == 44100) {
+            EXPECT_EQ(clip->WorthInFrames(), 66150);  // whole 180-byte blocks already
+        } else {
+            // Less the resampler's delay at the start and the last partial block.
+            EXPECT_NEAR(clip->WorthInFrames(), 66150, 300);
+        }
+        std::vector<int16_t> pcm = ReadAll(*clip, c.channels);
+        EXPECT_NEAR(Frequency(pcm, c.channels, 0), 440.0, 2.0);
+        if (c.channels == 2) {
+            EXPECT_NEAR(Frequency(pcm, 2, 1), 1000.0, 2.0);
+        }
+        // The waveform itself, in time: a lossy codec, but a close one on pure tones.
+        double worst = 0.0;
+        for (int i = 4410; i < 66150 - 4410; ++i) {
+            worst = std::max(worst, std::fabs(pcm[static_cast<size_t>(i * c.channels)] / 32768.0 - Tone(440, 0.5, 44100, i)));
+        }
+        EXPECT_LT(worst, 0.02);
+    }
+}
+
+TEST(NvVorbisImporter, ReadsChainedFilesAndRecognisesOggNames) {
+    LxAudioController controller;
+    std::vector<uint8_t> first = EncodeVorbis(Tones(0.5, 2, 44100), 2, 44100, 1);
+    std::vector<uint8_t> second = EncodeVorbis(Tones(0.3, 2, 44100), 2, 44100, 2);
+    std::vector<uint8_t> chained = first;
+    chained.insert(chained.end(), second.begin(), second.end());
+    LxMemoryStream stream(chained);
+    auto importer = controller.GetNvVorbisImporter(nullptr, nullptr);
+    EXPECT_TRUE(importer->CanImport(&stream));
+    int id = importer->Import(&stream);
+    ASSERT_GT(id, 0);
+    EXPECT_EQ(importer->GetTotalFrames(), 22050 + 13230);
+    EXPECT_EQ(controller.GetClip(id)->WorthInFrames(), (22050 + 13230) / 45 * 45);
+
+    EXPECT_TRUE(importer->CanImport(LxString("talk.OGG")));
+    EXPECT_TRUE(importer->CanImport(LxString("talk.oga")));
+    EXPECT_FALSE(importer->CanImport(LxString("talk.wav")));
+    EXPECT_FALSE(importer->CanImport(LxString("ogg")));
+    LxMemoryStream other(std::vector<uint8_t>(100, 'x'));
+    EXPECT_FALSE(importer->CanImport(&other));
+    EXPECT_EQ(importer->GetSupportedFormats(), (std::vector<LxString>{"ogg", "oga"}));
+}
+
+namespace {
+
+class Progress : public ILxGeneralProgressCallBack {
+public:
+    int total = -1, last = -1, reports = 0, ends = 0, cancelAfter = INT_MAX;
+    bool monotonic = true;
+    void BeginTask(const LxString& key, int n, int) override {
+        EXPECT_EQ(key, LxString("kLxImportingAudio"));
+        total = n;
+    }
+    void BeginNextTask(const LxString&, int) override {}
+    void ReportProgress(int done) override {
+        monotonic = monotonic && done >= last;
+        last = done;
+        ++reports;
+    }
+    bool IsCancelled() override { return reports >= cancelAfter; }
+    void EndTask() override { ++ends; }
+};
+
+}  // namespace
+
+TEST(NvVorbisImporter, ReportsProgressThroughTheFileAndCanBeCancelled) {
+    LxAudioController controller;
+    const std::vector<uint8_t> file = EncodeVorbis(Tones(3.0, 2, 44100), 2, 44100);
+    {
+        Progress progress;
+        LxMemoryStream stream(file);
+        auto importer = controller.GetNvVorbisImporter(nullptr, nullptr);
+        importer->SetProgressCallBack(&progress);
+        ASSERT_GT(importer->Import(&stream), 0);
+        EXPECT_EQ(progress.total, static_cast<int>(file.size()));
+        EXPECT_TRUE(progress.monotonic);
+        EXPECT_EQ(progress.last, static_cast<int>(file.size()));
+        // About one report per 8184 bytes of PCM, not per 4092 bytes of the file.
+        EXPECT_NEAR(progress.reports, 3 * 176400 / 8184, 10);
+        EXPECT_EQ(progress.ends, 1);
+    }
+    Progress progress;
+    progress.cancelAfter = 5;
+    LxMemoryStream stream(file);
+    auto importer = controller.GetNvVorbisImporter(nullptr, nullptr);
+    importer->SetProgressCallBack(&progress);
+    EXPECT_EQ(importer->Import(&stream), -2);
+    EXPECT_EQ(progress.reports, 5);
+    EXPECT_LT(progress.last, static_cast<int>(file.size()));
+    EXPECT_EQ(progress.ends, 1);
+    std::list<int> ids;
+    controller.GetListOfClipIDs(ids);
+    EXPECT_EQ(ids.size(), 1u);
+}
+
+TEST(NvVorbisImporter, DamagedFilesGiveAReportAndNoClip) {
+    LxAudioController controller;
+    const std::vector<uint8_t> good = EncodeVorbis(Tones(2.0, 2, 44100), 2, 44100);
+    std::mt19937 random(3);
+    std::vector<uint8_t> noise(20000);
+    for (auto& b : noise) b = static_cast<uint8_t>(random());
+    // Bytes overwritten in the middle of the audio: a page fails its checksum.
+    std::vector<uint8_t> hole = good;
+    for (size_t i = hole.size() / 2; i < hole.size() / 2 + 64; ++i) hole[i] = static_cast<uint8_t>(random());
+    std::vector<uint8_t> chained = EncodeVorbis(Tones(0.5, 2, 44100), 2, 44100, 1);
+    std::vector<uint8_t> link48k = EncodeVorbis(Tones(0.5, 2, 48000), 2, 48000, 2);
+    chained.insert(chained.end(), link48k.begin(), link48k.end());
+    std::vector<uint8_t> withNoise = std::vector<uint8_t>(good.begin(), good.begin() + 4000);
+    withNoise.insert(withNoise.end(), noise.begin(), noise.end());
+    struct Case {
+        const char* name;
+        std::vector<uint8_t> bytes;
+        const char* message;
+    };
+    std::vector<Case> cases = {
+        {"empty", {}, "Not an Ogg Vorbis file"},
+        {"random bytes", noise, "Not an Ogg Vorbis file"},
+        {"headers cut", std::vector<uint8_t>(good.begin(), good.begin() + 100), "Not an Ogg Vorbis file"},
+        {"no audio", EncodeVorbis({}, 2, 44100), "No audio data in Ogg Vorbis file"},
+        {"damaged page", hole, "Damaged Ogg Vorbis data"},
+        {"noise after the first pages", withNoise, "Not an Ogg Vorbis file"},
+        {"five channels", EncodeVorbis(Tones(0.5, 5, 44100), 5, 44100), "Not supported format"},
+        {"links of two rates", chained, "Not supported format"},
+    };
+    for (const Case& c : cases) {
+        AssertRecorder recorder;
+        LxMemoryStream stream(c.bytes);
+        auto importer = controller.GetNvVorbisImporter(nullptr, nullptr);
+        EXPECT_EQ(importer->Import(&stream), -1) << c.name;
+        auto reports = recorder.Reports();
+        ASSERT_EQ(reports.size(), 1u) << c.name;
+        EXPECT_EQ(reports[0].message, c.message) << c.name;
+        EXPECT_EQ(reports[0].sourceFile, kVorbisFile) << c.name;
+    }
+    std::list<int> ids;
+    controller.GetListOfClipIDs(ids);
+    EXPECT_TRUE(ids.empty());
+
+    // A file cut short imports up to its last whole page, as players play it.
+    AssertRecorder recorder;
+    const std::vector<uint8_t> longer = EncodeVorbis(Tones(5.0, 2, 44100), 2, 44100);
+    LxMemoryStream cut(std::vector<uint8_t>(longer.begin(), longer.begin() + static_cast<long>(longer.size() * 8 / 10)));
+    auto importer = controller.GetNvVorbisImporter(nullptr, nullptr);
+    int id = importer->Import(&cut);
+    ASSERT_GT(id, 0);
+    EXPECT_EQ(recorder.Count(), 0u);
+    EXPECT_GT(controller.GetClip(id)->WorthInFrames(), 5 * 44100 / 2);
+    EXPECT_LT(controller.GetClip(id)->WorthInFrames(), 5 * 44100);
+
+    // A file that does not exist.
+    TempDir tmp;
+    AssertRecorder missing;
+    EXPECT_EQ(controller.GetNvVorbisImporter(nullptr, nullptr)->Import(tmp.Child("missing.ogg")), -1);
+    EXPECT_EQ(missing.Count(), 1u);
+}
+
+TEST(NvVorbisImporter, DecodesFilesOfOggencLikeOggdec) {
+    if (!HaveOggTools()) GTEST_SKIP() << "needs oggenc and oggdec (vorbis-tools) and sox (Linux)";
+    TempDir tmp;
+    LxAudioController controller;
+    struct Case {
+        int channels, rate;
+    };
+    for (Case c : {Case{2, 44100}, Case{1, 48000}}) {
+        SCOPED_TRACE(std::to_string(c.channels) + " x " + std::to_string(c.rate));
+        const std::string wav = tmp.Child("in.wav").GetPath().str(), ogg = tmp.Child("in.ogg").GetPath().str(),
+                          dec = tmp.Child("dec.wav").GetPath().str();
+        std::string make = "sox -D -n -r " + std::to_string(c.rate) + " -c " + std::to_string(c.channels) + " -b 16 '" +
+                           wav + "' synth 2 sine 440 vol 0.5 2>/dev/null && oggenc -Q -q 3 -o '" + ogg + "' '" + wav +
+                           "' && oggdec -Q -o '" + dec + "' '" + ogg + "'";
+        ASSERT_EQ(std::system(make.c_str()), 0) << make;
+        auto importer = controller.GetNvVorbisImporter(nullptr, nullptr);
+        EXPECT_TRUE(importer->CanImport(tmp.Child("in.ogg")));
+        int id = importer->Import(tmp.Child("in.ogg"));
+        ASSERT_GT(id, 0);
+        std::vector<int16_t> pcm = ReadAll(*controller.GetClip(id), c.channels);
+        EXPECT_NEAR(Frequency(pcm, c.channels, 0), 440.0, 2.0);
+        if (c.rate == 44100) {
+            // The same decoder underneath: the very samples oggdec writes.
+            std::vector<uint8_t> decoded = ReadFileBytes(tmp.Child("dec.wav"));
+            size_t at = 12;
+            while (at + 8 <= decoded.size() && std::string(decoded.begin() + static_cast<long>(at), decoded.begin() + static_cast<long>(at) + 4) != "data") {
+                at += 8 + (decoded[at + 4] | decoded[at + 5] << 8 | decoded[at + 6] << 16 | static_cast<size_t>(decoded[at + 7]) << 24);
+            }
+            ASSERT_LT(at + 8, decoded.size());
+            at += 8;
+            std::vector<int16_t> expected((decoded.size() - at) / 2);
+            for (size_t i = 0; i < expected.size(); ++i) {
+                expected[i] = static_cast<int16_t>(decoded[at + 2 * i] | decoded[at + 1 + 2 * i] << 8);
+            }
+            expected.resize(expected.size() / 90 * 90);
+            EXPECT_EQ(pcm, expected);
+        } else {
+            EXPECT_NEAR(static_cast<double>(pcm.size()), 88200.0, 300.0);
+        }
+    }
+}
