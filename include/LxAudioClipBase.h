@@ -95,7 +95,13 @@ public:
     // Renumbers page IDs after compaction: keys are old page IDs, values the downward shift.
     void ApplyCorrection(const std::map<int, int>& pageShift);
 
+    // Cut copies of the store's reserved silence range covering frames frames in all.
+    static std::vector<LxPageRange> MakeSilenceRanges(LxAudioFile& file, int frames);
+
 protected:
+    // The editing front works on the range vector directly.
+    friend class LxAudioEditableClip;
+
     static bool isValidTranslationPair(const LxPageTranslation& from, const LxPageTranslation& to);
 
     std::vector<LxPageRange> pageRanges;

@@ -37,6 +37,10 @@ public:
     // True when every byte the range covers is zero (or it lies inside the
     // store's reserved silence).
     bool IsSilent() const;
+    // Folds a volume effect into this range's effect: gains multiply, compressor
+    // settings average (a range without a compressor takes the new one over).
+    // Any other kind of effect is reported and ignored.
+    void AddEffect(const LxAudioEffect& other);
     // Writes or reads the four page fields and the effect list, by the stream's direction.
     void Serialize(ILxReadWriteStream& stream);
 

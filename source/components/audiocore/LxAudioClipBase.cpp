@@ -271,10 +271,7 @@ void LxAudioClipBase::ReplaceWith(const LxAudioClipBase& clip) {
     if (this != &clip) pageRanges = clip.pageRanges;
 }
 
-namespace {
-
-// Cut copies of the store's silence range, covering `frames` frames in all.
-std::vector<LxPageRange> MakeSilence(LxAudioFile& file, int frames) {
+std::vector<LxPageRange> LxAudioClipBase::MakeSilenceRanges(LxAudioFile& file, int frames) {
     std::vector<LxPageRange> made;
     LxPageRange silence = file.GetSilenceRange();
     int available = silence.WorthInFrames();
@@ -293,13 +290,11 @@ std::vector<LxPageRange> MakeSilence(LxAudioFile& file, int frames) {
     return made;
 }
 
-}  // namespace
-
 void LxAudioClipBase::AppendSilenceFrames(int frames, int& framesAdded, bool) {
     framesAdded = 0;
     if (frames < 1) return;
     int before = WorthInFrames();
-    AppendPageRanges(MakeSilence(*audioFile, frames));
+    AppendPageRanges(MakeSilenceRanges(*audioFile, frames));
     framesAdded = WorthInFrames() - before;
 }
 
@@ -307,7 +302,7 @@ void LxAudioClipBase::PrependSilenceFrames(int frames, int& framesAdded, bool) {
     framesAdded = 0;
     if (frames < 1) return;
     int before = WorthInFrames();
-    PrependPageRanges(MakeSilence(*audioFile, frames));
+    PrependPageRanges(MakeSilenceRanges(*audioFile, frames));
     framesAdded = WorthInFrames() - before;
 }
 

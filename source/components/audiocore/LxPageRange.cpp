@@ -222,3 +222,19 @@ void LxPageRange::Serialize(ILxReadWriteStream& stream) {
         }
     }
 }
+
+void LxPageRange::AddEffect(const LxAudioEffect& other) {
+    const auto* volume = dynamic_cast<const LxAudioVolumeEffect*>(&other);
+    if (other.GetType() != LxAudioEffectVolume || volume == nullptr) {
+        LxAssertFailed("", kSourceFile, 479);
+        return;
+    }
+    effect.gain *= volume->gain;
+    if (effect.threshold == 0.0f) {
+        effect.threshold = volume->threshold;
+        effect.ratio = volume->ratio;
+    } else {
+        effect.threshold = (effect.threshold + volume->threshold) * 0.5f;
+        effect.ratio = (effect.ratio + volume->ratio) * 0.5f;
+    }
+}
