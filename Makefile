@@ -1,3 +1,4 @@
+SHELL := /bin/bash
 # Two commands for a new user:
 #   make test   installs what is missing (Debian), builds and runs every test
 #   make demo   (comes with the command-line tool)
@@ -9,7 +10,7 @@ JOBS ?= 2
 PACKAGES := cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev \
             libvorbis-dev libogg-dev libspeexdsp-dev sox vorbis-tools
 
-.PHONY: all deps configure build test clean
+.PHONY: all deps configure build test clean fuzz fuzz-deps
 
 all: build
 
@@ -37,6 +38,41 @@ build: configure
 
 test: build
 	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
+
+# Fuzzing with libFuzzer (clang), under AddressSanitizer and UndefinedBehaviorSanitizer:
+# every target runs FUZZ_SECONDS seconds from its seeds and kept inputs; a crash,
+# a hang over 10 s or an allocation over 1 GiB stops it and leaves the input in
+# build-fuzz/artifacts/.
+FUZZ_DIR ?= build-fuzz
+FUZZ_SECONDS ?= 60
+FUZZ_PACKAGES := clang-14 libclang-rt-14-dev
+FUZZ_TARGETS := FuzzWavImport:wav FuzzStoreStream:store FuzzStoreDirectory:directory FuzzVorbisPage:vorbis
+FUZZ_FLAGS := -fsanitize=address,undefined,fuzzer-no-link -fno-sanitize-recover=undefined -fno-omit-frame-pointer -g -O1
+
+fuzz-deps: deps
+	@$(MAKE) --no-print-directory deps PACKAGES="$(FUZZ_PACKAGES)"
+
+fuzz: fuzz-deps
+	CC=clang-14 CXX=clang++-14 cmake -S . -B $(FUZZ_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DBUILD_TESTING=OFF -DLX_BUILD_FUZZERS=ON \
+	  -DCMAKE_C_FLAGS="$(FUZZ_FLAGS)" -DCMAKE_CXX_FLAGS="$(FUZZ_FLAGS)" \
+	  -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=address,undefined" -DCMAKE_SHARED_LINKER_FLAGS="-fsanitize=address,undefined"
+	cmake --build $(FUZZ_DIR) -j $(JOBS)
+	@mkdir -p $(FUZZ_DIR)/artifacts
+	@for entry in $(FUZZ_TARGETS); do \
+	  name=$${entry%%:*}; corpus=$${entry##*:}; \
+	  mkdir -p $(FUZZ_DIR)/corpus/$$corpus; \
+	  echo "== $$name, $(FUZZ_SECONDS) s"; \
+	  ASAN_OPTIONS=detect_leaks=1 $(FUZZ_DIR)/bin/$$name -max_total_time=$(FUZZ_SECONDS) -timeout=10 \
+	    -rss_limit_mb=2048 -malloc_limit_mb=1024 -print_final_stats=1 \
+	    -artifact_prefix=$(FUZZ_DIR)/artifacts/$$name- \
+	    $(FUZZ_DIR)/corpus/$$corpus $(FUZZ_DIR)/fuzz/seeds/$$corpus fuzz/regressions/$$corpus \
+	    > $(FUZZ_DIR)/$$name.log 2>&1; \
+	  status=$$?; \
+	  grep -E "^(stat::number_of_executed_units|stat::peak_rss_mb|#[0-9]+ +DONE)" $(FUZZ_DIR)/$$name.log; \
+	  if [ $$status -ne 0 ]; then tail -60 $(FUZZ_DIR)/$$name.log; \
+	    echo "$$name failed (exit $$status); the input is in $(FUZZ_DIR)/artifacts"; exit 1; fi; \
+	done
 
 clean:
 	rm -rf $(BUILD_DIR)

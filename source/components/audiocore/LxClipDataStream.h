@@ -8,7 +8,9 @@ class LxPCMDataStream;
 class LxClipDataStream : public LxMemberStream {
 public:
     LxClipDataStream(const LxFile& file, LxPCMDataStream* pcm);
+    // The page store whose pages the clips refer to.
+    LxPCMDataStream* GetPCMStream() const { return pcmStream; }
 
 private:
-    LxPCMDataStream* pcmStream;  // kept for the store's structure; not used here
+    LxPCMDataStream* pcmStream;
 };

@@ -58,6 +58,10 @@ void LxPCMDataStream::AppendPage(const void* pcm, int pcmBytes, int channels, in
     if (!stream) return;
     const auto* bytes = static_cast<const unsigned char*>(pcm);
     if (bytes == nullptr) pcmBytes = 0;
+    if (channels < 0 || channels > kMaxChannels || bitsPerSample < 0 || bitsPerSample > kMaxBitsPerSample) {
+        LxAssertFailed("page format not supported", kSourceFile, __LINE__);
+        return;
+    }
     if (pcmBytes > kLxMaxPageBytes) {
         // A page holds at most 176,400 bytes: the codecs, the compressor and the
         // copy between stores are all sized to that.
@@ -157,6 +161,14 @@ bool LxPCMDataStream::ReadPageHeader(int pageID, LxPCMData& record) {
     record.channels = fields[6];
     record.sampleRate = fields[7];
     record.bitsPerSample = fields[8];
+    // Every reader multiplies these two fields into byte counts: a damaged
+    // record with absurd values is refused here rather than overflowing there.
+    if (record.channels < 0 || record.channels > kMaxChannels || record.bitsPerSample < 0 ||
+        record.bitsPerSample > kMaxBitsPerSample) {
+        LxAssertFailed("invalid page record", kSourceFile, __LINE__);
+        record = LxPCMData();
+        return false;
+    }
     return true;
 }
 

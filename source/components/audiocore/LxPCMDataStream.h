@@ -14,6 +14,10 @@ class LxDataStream;
 
 class LxPCMDataStream : public LxMemberStream {
 public:
+    // Largest format fields a readable page record may carry.
+    static constexpr int kMaxChannels = 16;
+    static constexpr int kMaxBitsPerSample = 64;
+
     LxPCMDataStream(const LxFile& file, LxDataStream* raw, LxDataStream* enc);
     ~LxPCMDataStream() override;
 

@@ -1,6 +1,7 @@
 #include "LxPageRange.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <vector>
 #include "LxAudioFile.h"
@@ -11,7 +12,12 @@ static const char* const kSourceFile = "source/components/audiocore/LxPageRange"
 
 namespace {
 
-int BytesPerFrame(const LxPCMData& record) { return (record.channels * record.bitsPerSample) / 8; }
+// Bytes of one frame of the page; 0 for a format no page can have (a damaged
+// record), which makes the page count as empty.
+int BytesPerFrame(const LxPCMData& record) {
+    const int64_t bytes = (static_cast<int64_t>(record.channels) * record.bitsPerSample) / 8;
+    return bytes > 0 && bytes <= 64 ? static_cast<int>(bytes) : 0;
+}
 
 // Frames of page `page` that the range covers, from its header.
 int FramesOnPage(const LxPageRange& range, int page, const LxPCMData& record) {
