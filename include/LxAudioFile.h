@@ -96,6 +96,12 @@ public:
     // Copies every clip of other into this store; idMap receives old ID -> new ID.
     void AppendAudioFileFrom(LxAudioFile& other, std::map<int, int>& idMap);
 
+    // True after a read or write of a member file failed (a full disk, an I/O error):
+    // the store no longer holds what it should, and it refuses to be saved or
+    // compacted, so that a damaged store never replaces a good saved project.
+    // Loading a project or clearing the store makes it whole again.
+    bool IsDamaged() const;
+
     // Sizes of the five members in bytes, in the order raw, enc, pcm, clip, map (0 when closed).
     void GetMemberSizes(int sizes[5]);
 
@@ -113,6 +119,12 @@ private:
     // Empties the thumbnail cache when the pages it describes are replaced; entries
     // a clip still holds wait in retiredThumbnails.
     void DropThumbnailCache();
+    // Failed reads or writes of the member files (chunk saves counted as writes).
+    int64_t MemberFailures(bool writes) const;
+    // Takes the present failures as the store's healthy state.
+    void MarkIntact();
+    // Reports and returns true when the store is damaged.
+    bool RefuseDamagedSave() const;
 
     LxFile directory;
     std::unique_ptr<LxDataStream> rawStream;
@@ -127,5 +139,7 @@ private:
     // (compaction, destruction); always taken before the store's lock.
     LxMutex compressorMutex;
     std::map<int, LxPageThumbnail> thumbnailCache;
+    // Failures that had happened when the store was last known whole.
+    int64_t damageBaseline = 0;
     std::vector<std::map<int, LxPageThumbnail>::node_type> retiredThumbnails;
 };

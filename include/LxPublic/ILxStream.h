@@ -31,6 +31,11 @@ public:
     // Flush, then ask the operating system to put the bytes on the disk.
     virtual bool Sync() { return Flush(); }
     virtual void Close() = 0;
+    // Failed transfers since the stream was opened, as the OS (or a full disk)
+    // reported them; reaching the end of the data is not a failure. A failed
+    // write means the file no longer holds what its writer meant it to.
+    virtual int64_t GetReadFailures() const { return 0; }
+    virtual int64_t GetWriteFailures() const { return 0; }
 
     // Little-endian 32-bit helpers for stream formats; false on a short transfer
     // (the value is then 0 after a read).

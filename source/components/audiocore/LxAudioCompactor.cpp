@@ -9,8 +9,11 @@
 #include "LxDataStream.h"
 #include "LxPCMDataStream.h"
 #include "LxPublic/ILxGeneralProgressCallBack.h"
+#include "LxPublic/LxAssert.h"
 #include "LxPublic/LxFileUtil.h"
 #include "LxPublic/LxRecursiveLock.h"
+
+static const char* const kSourceFile = "source/components/audiocore/LxAudioFile";
 
 namespace {
 
@@ -67,6 +70,7 @@ bool LxAudioCompactor::Run(std::list<int>& clipIDs, ILxGeneralProgressCallBack* 
     // Every stored clip is in use: nothing to gain. Only the counts are compared.
     if (static_cast<int>(clipIDs.size()) == tableCount) return false;
 
+    const int64_t readFailures = store.MemberFailures(false);
     Progress progress(receiver);
     std::list<int> tableIDs;
     store.mapStream->GetClipIDs(tableIDs);
@@ -146,6 +150,18 @@ bool LxAudioCompactor::Run(std::list<int>& clipIDs, ILxGeneralProgressCallBack* 
         (*freshMap)[newID] = newPosition;
         newIDs.push_back(newID);
         progress.Report(++done);
+    }
+    // A page that could not be read, or a fresh member that could not be
+    // written, would make the compacted store lie: keep the store as it was.
+    int64_t freshFailures = 0;
+    for (LxMemberStream* fresh : {static_cast<LxMemberStream*>(freshRaw.get()), static_cast<LxMemberStream*>(freshEnc.get()),
+                                  static_cast<LxMemberStream*>(freshPcm.get()), static_cast<LxMemberStream*>(freshClip.get()),
+                                  static_cast<LxMemberStream*>(freshMap.get())}) {
+        if (fresh) freshFailures += fresh->GetFailures(true);
+    }
+    if (freshFailures > 0 || store.MemberFailures(false) != readFailures) {
+        LxAssertFailed("disk failure while compacting; the store is kept as it was", kSourceFile, __LINE__);
+        return false;
     }
     clipIDs = newIDs;
     Swap();

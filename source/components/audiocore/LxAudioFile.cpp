@@ -236,8 +236,16 @@ LxPageRange LxAudioFile::GetSilenceRange() const {
 bool LxAudioFile::Compact(std::list<int>& clipIDs, ILxGeneralProgressCallBack* progress) {
     LxLock compressorGuard(compressorMutex);
     LxRecursiveLock guard(lock);
+    // Compacting copies what the pages hold; from a damaged store it would
+    // make a store that looks whole and is not.
+    if (IsDamaged()) {
+        LxAssertFailed("store damaged by a failed disk write; not compacted", kSourceFile, __LINE__);
+        return false;
+    }
     LxAudioCompactor compactor(*this);
-    return compactor.Run(clipIDs, progress);
+    const bool changed = compactor.Run(clipIDs, progress);
+    if (changed) MarkIntact();
+    return changed;
 }
 
 void LxAudioFile::Flush() {
@@ -275,6 +283,7 @@ void LxAudioFile::Clear() {
     mapStream->Truncate();
     mapStream->Clear();
     DropThumbnailCache();
+    MarkIntact();
 }
 
 void LxAudioFile::DiscardRawData() {
@@ -304,16 +313,48 @@ void LxAudioFile::GetMemberSizes(int sizes[5]) {
     for (int i = 0; i < 5; ++i) sizes[i] = mapStream && members[i] ? members[i]->GetSize() : 0;
 }
 
+int64_t LxAudioFile::MemberFailures(bool writes) const {
+    int64_t failures = 0;
+    for (const LxMemberStream* member : {static_cast<const LxMemberStream*>(rawStream.get()),
+                                         static_cast<const LxMemberStream*>(encStream.get()),
+                                         static_cast<const LxMemberStream*>(pcmStream.get()),
+                                         static_cast<const LxMemberStream*>(clipStream.get()),
+                                         static_cast<const LxMemberStream*>(mapStream.get())}) {
+        if (member) failures += member->GetFailures(writes) + (writes ? member->GetChunkWriteFailures() : 0);
+    }
+    return failures;
+}
+
+bool LxAudioFile::IsDamaged() const {
+    LxRecursiveLock guard(lock);
+    // Failed reads count as well: what was read wrong (a clip table, a page)
+    // may have been written back in another form since.
+    return MemberFailures(true) + MemberFailures(false) > damageBaseline;
+}
+
+void LxAudioFile::MarkIntact() { damageBaseline = MemberFailures(true) + MemberFailures(false); }
+
+bool LxAudioFile::RefuseDamagedSave() const {
+    if (!IsDamaged()) return false;
+    LxAssertFailed("store damaged by a failed disk write; not saved", kSourceFile, __LINE__);
+    return true;
+}
+
 bool LxAudioFile::WriteTo(ILxStream& out) {
     LxRecursiveLock guard(lock);
     // Once every page is compressed, "raw.lxa" holds nothing still referenced.
     if (RawDataUnreferenced()) DiscardRawData();
-    if (!mapStream) return false;
+    if (!mapStream || RefuseDamagedSave()) return false;
+    const int64_t outFailures = out.GetWriteFailures();
     bool ok = rawStream->WriteTo(out);
     ok = encStream->WriteTo(out) && ok;
     ok = pcmStream->WriteTo(out) && ok;
     ok = clipStream->WriteTo(out) && ok;
     ok = mapStream->WriteTo(out) && ok;
+    if (out.GetWriteFailures() != outFailures || IsDamaged()) {
+        LxAssertFailed("disk failure while saving the store", kSourceFile, __LINE__);
+        ok = false;
+    }
     return ok;
 }
 
@@ -342,6 +383,8 @@ bool LxAudioFile::ReadFrom(ILxStream& in) {
     }
     in.Seek(start, kLxSeekBegin);
     LxMemberStream* members[5] = {rawStream.get(), encStream.get(), pcmStream.get(), clipStream.get(), mapStream.get()};
+    const int64_t inFailures = in.GetReadFailures();
+    const int64_t writeFailures = MemberFailures(true) + MemberFailures(false);
     bool ok = true;
     for (int i = 0; i < 5; ++i) {
         int32_t length = 0;
@@ -352,6 +395,13 @@ bool LxAudioFile::ReadFrom(ILxStream& in) {
     encStream->savedLength = 0;
     pcmStream->compressCursor = 0;
     DropThumbnailCache();
+    if (in.GetReadFailures() != inFailures || MemberFailures(true) + MemberFailures(false) != writeFailures) {
+        // Members are half replaced: better an empty store than a wrong one.
+        LxAssertFailed("disk failure while loading the store", kSourceFile, __LINE__);
+        Clear();
+        return false;
+    }
+    if (ok) MarkIntact();
     return ok;
 }
 
@@ -360,6 +410,7 @@ bool LxAudioFile::WriteTo(const LxFile& directoryOut, bool incremental, LxZipUpd
     if (RawDataUnreferenced()) DiscardRawData();
     if (!mapStream) return false;
     if (!directoryOut.IsDirectory() && !directoryOut.CreateDirectories()) return false;
+    if (RefuseDamagedSave()) return false;
     rawStream->Flush();
     rawStream->savedLength = rawStream->SaveChunks(directoryOut, incremental ? rawStream->savedLength : 0, info);
     encStream->Flush();
@@ -369,6 +420,10 @@ bool LxAudioFile::WriteTo(const LxFile& directoryOut, bool incremental, LxZipUpd
     clipStream->Flush();
     clipStream->SaveChunks(directoryOut, -1, nullptr);
     mapStream->SaveWhole(directoryOut);
+    if (IsDamaged()) {
+        LxAssertFailed("disk failure while saving the store", kSourceFile, __LINE__);
+        return false;
+    }
     return true;
 }
 
@@ -386,6 +441,7 @@ bool LxAudioFile::ReadFrom(const LxFile& directoryIn) {
             return false;
         }
     }
+    const int64_t writeFailures = MemberFailures(true) + MemberFailures(false);
     rawStream->savedLength = rawStream->LoadChunks(directoryIn);
     encStream->savedLength = encStream->LoadChunks(directoryIn);
     pcmStream->LoadChunks(directoryIn);
@@ -393,6 +449,12 @@ bool LxAudioFile::ReadFrom(const LxFile& directoryIn) {
     mapStream->LoadWhole(directoryIn);
     pcmStream->compressCursor = 0;
     DropThumbnailCache();
+    if (MemberFailures(true) + MemberFailures(false) != writeFailures) {
+        LxAssertFailed("disk failure while loading the store", kSourceFile, __LINE__);
+        Clear();
+        return false;
+    }
+    MarkIntact();
     return true;
 }
 

@@ -103,6 +103,17 @@ bool LxMemberStream::ReadFrom(ILxStream& in, int length) {
     return CopyBlocks(in, *stream, length) == length;
 }
 
+void LxMemberStream::CountChunkWrite(ILxReadWriteStream* out) {
+    // A chunk file that could not be opened, or took less than it was given,
+    // leaves a directory that would load damaged.
+    if (out == nullptr || !out->Sync() || out->GetWriteFailures() > 0) ++chunkWriteFailures;
+}
+
+int64_t LxMemberStream::GetFailures(bool writes) const {
+    if (!stream) return 0;
+    return writes ? stream->GetWriteFailures() : stream->GetReadFailures();
+}
+
 int LxMemberStream::SaveChunks(const LxFile& directory, int start, LxZipUpdateInfo* info) {
     int size = GetSize();
     if (!stream) return size;
@@ -141,8 +152,8 @@ int LxMemberStream::SaveChunks(const LxFile& directory, int start, LxZipUpdateIn
                     out->Truncate();
                     out->SetWriting(true);
                     CopyBlocks(*stream, *out, bytes);
-                    out->Flush();
                 }
+                CountChunkWrite(out.get());
                 if (info) info->changedFiles.push_back(partial.GetName());
             }
             ++chunk;
@@ -163,8 +174,8 @@ int LxMemberStream::SaveChunks(const LxFile& directory, int start, LxZipUpdateIn
         if (out) {
             out->SetWriting(true);
             CopyBlocks(*stream, *out, bytes);
-            out->Flush();
         }
+        CountChunkWrite(out.get());
         position += bytes;
         stream->Seek(position, kLxSeekBegin);
         if (info) (existed ? info->changedFiles : info->addedFiles).push_back(target.GetName());
@@ -180,10 +191,8 @@ int LxMemberStream::SaveChunks(const LxFile& directory, int start, LxZipUpdateIn
         bool existed = countFile.Exists();
         std::unique_ptr<ILxReadWriteStream> out =
             LxStreamUtil::CreateFileStreamReadWrite(countFile, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
-        if (out) {
-            out->WriteInt32(chunk);
-            out->Flush();
-        }
+        if (out) out->WriteInt32(chunk);
+        CountChunkWrite(out.get());
         if (info) (existed ? info->changedFiles : info->addedFiles).push_back(countFile.GetName());
     }
     // Chunks left over from a longer earlier save. The count comes from a file,

@@ -51,8 +51,16 @@ public:
     // exactly 1 MiB. total receives the member's length.
     static bool CheckChunks(const LxFile& directory, const LxString& name, int64_t& total);
 
+    // Failed reads or writes of the member's file since it was opened.
+    int64_t GetFailures(bool writes) const;
+    // Chunk files that failed while being saved, since the member was made.
+    int64_t GetChunkWriteFailures() const { return chunkWriteFailures; }
+
 protected:
+    void CountChunkWrite(ILxReadWriteStream* out);
+
     std::unique_ptr<ILxReadWriteStream> stream;
+    int64_t chunkWriteFailures = 0;
     LxFile file;
     LxString name;
 };

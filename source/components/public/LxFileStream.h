@@ -26,10 +26,14 @@ public:
     bool Flush() override;
     bool Sync() override;
     void Close() override;
+    int64_t GetReadFailures() const override { return readFailures_; }
+    int64_t GetWriteFailures() const override { return writeFailures_; }
 
 private:
     // Writes the dirty part of the window to the file.
     bool WriteBack();
+    // The one door to the disk for writes: a full disk (or an injected one) cuts them short.
+    int64_t WriteToDisk(int64_t offset, const void* buffer, int64_t bytes);
 
     LxNativeFile native_;
     bool writable_ = false;
@@ -40,4 +44,9 @@ private:
     int64_t dirtyHi_ = 0;
     int64_t position_ = 0;
     int64_t size_ = 0;         // logical size, counting bytes not yet written back
+    int64_t readFailures_ = 0;
+    int64_t writeFailures_ = 0;
+    // After a failed seek the position is not where the caller believes: every
+    // transfer fails until a seek succeeds, rather than touching the wrong bytes.
+    bool lostPosition_ = false;
 };
