@@ -9,19 +9,12 @@
 #include "LxPublic/LxMemoryStream.h"
 #include "LxPublic/LxStreamUtil.h"
 #include "PcmHelpers.h"
+#include "StoreHelpers.h"
 #include "TempDir.h"
 
 namespace {
 
 const unsigned char* Bytes(const std::vector<int16_t>& pcm) { return reinterpret_cast<const unsigned char*>(pcm.data()); }
-int ByteSize(const std::vector<int16_t>& pcm) { return static_cast<int>(pcm.size() * 2); }
-
-int StoreClip(LxAudioFile& store, const std::vector<int16_t>& pcm, int channels, float volume = 1.0f) {
-    LxAudioClip clip(store, -1, LX_AUDIO_CLIP_SOURCE_IMPORT);
-    clip.AppendPCMData(Bytes(pcm), ByteSize(pcm), channels, 44100, 16, volume);
-    return clip.FinishAppendingPCMData(channels, 44100, 16, volume);
-}
-
 }  // namespace
 
 TEST(AudioClip, AppendingCutsPagesAndKeepsAFullPagePending) {
@@ -90,22 +83,14 @@ TEST(AudioClip, ReadsBackWhatWasAppendedWithEffectsAndChannelConversion) {
     LxAudioClip monoClip(store, StoreClip(store, monoPcm, 1));
     std::vector<int16_t> doubled = ReadAll(monoClip, 2, 1000);
     ASSERT_EQ(doubled.size(), 2 * monoPcm.size());
-    for (size_t i = 0; i < monoPcm.size(); i += 1234) {
-        EXPECT_EQ(doubled[2 * i], monoPcm[i]);
-        EXPECT_EQ(doubled[2 * i + 1], monoPcm[i]);
-    }
+    for (size_t i = 0; i < doubled.size(); i += 1233) EXPECT_EQ(doubled[i], monoPcm[i / 2]) << i;
 
     // The range's volume effect applies on the way out, never to the store.
     std::vector<int16_t> loud = MakePcm(990, 1, [](int i) { return i % 2 ? 20001 : -20001; });
     LxAudioClip halved(store, StoreClip(store, loud, 1, 0.5f));
-    std::vector<int16_t> out = ReadAll(halved, 1);
-    ASSERT_EQ(out.size(), 990u);
-    EXPECT_EQ(out[0], -10000);
-    EXPECT_EQ(out[1], 10000);
+    EXPECT_EQ(ReadAll(halved, 1), MakePcm(990, 1, [](int i) { return i % 2 ? 10000 : -10000; }));
     LxAudioClip doubledGain(store, StoreClip(store, loud, 1, 2.0f));
-    out = ReadAll(doubledGain, 1);
-    EXPECT_EQ(out[0], -32768);
-    EXPECT_EQ(out[1], 32767);
+    EXPECT_EQ(ReadAll(doubledGain, 1), MakePcm(990, 1, [](int i) { return i % 2 ? 32767 : -32768; }));
 }
 
 TEST(AudioClip, PortionsDeliverExactlyTheFramesAsked) {
@@ -136,7 +121,6 @@ TEST(AudioClip, PortionsDeliverExactlyTheFramesAsked) {
 TEST(AudioClip, MixingAddsWithSixteenBitWrapAround) {
     TempDir tmp;
     LxAudioFile store(tmp.Dir());
-    std::vector<int16_t> pcm = MakePcm(4, 1, [](int) { return 10000; });
     LxAudioClip clip(store, StoreClip(store, MakePcm(180, 1, [](int) { return 10000; }), 1));
     std::vector<int16_t> out = {30000, -5, 0, 1};
     int got = 0;

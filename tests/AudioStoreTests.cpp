@@ -3,10 +3,8 @@
 // copying pages between stores.
 #include <gtest/gtest.h>
 
-#include <climits>
-#include <cstring>
 #include <algorithm>
-#include <map>
+#include <climits>
 #include <set>
 #include <string>
 #include <thread>
@@ -15,116 +13,79 @@
 #include "LxAudioFile.h"
 #include "LxPCMDataStream.h"
 #include "LxPublic/LxMemoryStream.h"
-#include "LxPublic/LxStreamUtil.h"
 #include "PcmHelpers.h"
+#include "StoreHelpers.h"
 #include "TempDir.h"
 
 namespace {
 
-const char* const kPcmSource = "source/components/audiocore/LxPCMDataStream";
-const char* const kFileSource = "source/components/audiocore/LxAudioFile";
+const char* const kPcm = "audiocore/LxPCMDataStream";
+const LxAudioVolumeEffect kUnit;
 
-std::vector<int32_t> Ints(const LxFile& file) {
-    auto in = LxStreamUtil::CreateFileStreamRead(file);
-    std::vector<int32_t> values;
-    int32_t v;
-    while (in && in->ReadInt32(v)) values.push_back(v);
-    return values;
+LxPCMData Header(LxAudioFile& store, int page) {
+    LxPCMData record;
+    EXPECT_TRUE(store.ReadPageHeader(page, record)) << page;
+    return record;
 }
 
-std::vector<uint8_t> Bytes(const LxFile& file) {
-    auto in = LxStreamUtil::CreateFileStreamRead(file);
-    std::vector<uint8_t> bytes(in ? static_cast<size_t>(in->GetLength()) : 0);
-    if (!bytes.empty()) in->Read(bytes.data(), static_cast<int>(bytes.size()));
-    return bytes;
-}
-
-void WriteBytes(const LxFile& file, const std::vector<uint8_t>& bytes) {
-    auto out = LxStreamUtil::CreateFileStreamReadWrite(file, kLxStreamWrite, 0, 0);
-    ASSERT_NE(out, nullptr);
-    out->Write(bytes.data(), static_cast<int>(bytes.size()));
-}
-
-std::vector<uint8_t> Le32(std::initializer_list<int64_t> values) {
-    std::vector<uint8_t> bytes;
-    for (int64_t v : values) {
-        for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<uint8_t>(static_cast<uint32_t>(v) >> (8 * i)));
-    }
-    return bytes;
-}
-
-// A store deletes its member files when destroyed; a test that reopens a store
-// keeps their bytes and puts them back.
-using Members = std::map<std::string, std::vector<uint8_t>>;
-Members Snapshot(const TempDir& dir) {
-    Members members;
-    for (const char* name : {"raw.lxa", "enc.lxa", "pcm.lxa", "clip.lxa", "map.lxa"}) members[name] = Bytes(dir.Child(name));
-    return members;
-}
-void Restore(const TempDir& dir, const Members& members) {
-    for (const auto& [name, bytes] : members) WriteBytes(dir.Child(name.c_str()), bytes);
-}
-
-int Append(LxAudioFile& store, const std::vector<int16_t>& pcm, int channels) {
-    int page = -1;
-    store.AppendPage(pcm.data(), static_cast<int>(pcm.size() * 2), channels, 44100, 16, page);
-    return page;
+std::vector<int> MemberSizes(LxAudioFile& store) {
+    int sizes[5];
+    store.GetMemberSizes(sizes);
+    return std::vector<int>(sizes, sizes + 5);
 }
 
 }  // namespace
 
-TEST(AudioStore, NewStoreHoldsFiveSilentPagesAndReopensAsItWas) {
+// The example of the format documentation, "A new store, byte by byte".
+TEST(AudioStore, WritesTheDocumentedBytesAndReopensAsItWas) {
     TempDir tmp;
+    const std::vector<uint8_t> silent = Le32({3, 176400, 0, 0, 0, 0, 1, 44100, 16});
+    std::vector<uint8_t> fiveSilent;
+    for (int r = 0; r < 5; ++r) fiveSilent.insert(fiveSilent.end(), silent.begin(), silent.end());
+    StoreFiles kept;
     {
         LxAudioFile store(tmp.Dir());
         store.Flush();
-        std::vector<int32_t> pcm = Ints(tmp.Child("pcm.lxa"));
-        ASSERT_EQ(pcm.size(), 45u);  // 180 bytes
-        for (int r = 0; r < 5; ++r) {
-            EXPECT_EQ(std::vector<int32_t>(pcm.begin() + 9 * r, pcm.begin() + 9 * r + 9),
-                      (std::vector<int32_t>{3, 176400, 0, 0, 0, 0, 1, 44100, 16}))
-                << "record " << r;
-        }
-        EXPECT_EQ(tmp.Child("raw.lxa").GetLength(), 0);
-        EXPECT_EQ(tmp.Child("enc.lxa").GetLength(), 0);
-        EXPECT_EQ(tmp.Child("clip.lxa").GetLength(), 0);
-        EXPECT_EQ(Ints(tmp.Child("map.lxa")), std::vector<int32_t>{0});
-        LxPageRange silence = store.GetSilenceRange();
-        EXPECT_EQ(silence, LxPageRange(&store, LxAudioVolumeEffect(), 0, 0, 144, 176400));
-        EXPECT_EQ(silence.WorthInFrames(), 5 * 88200);
-        EXPECT_EQ(Append(store, MakeRamp(100, 1), 1), 180);
+        EXPECT_EQ(FileBytes(tmp.Child("pcm.lxa")), fiveSilent);
+        EXPECT_EQ(FileBytes(tmp.Child("map.lxa")), Le32({0}));
+        EXPECT_EQ(MemberSizes(store), (std::vector<int>{0, 0, 180, 0, 4}));
+        EXPECT_EQ(store.GetSilenceRange(), LxPageRange(&store, kUnit, 0, 0, 144, 176400));
+        EXPECT_EQ(store.GetSilenceRange().WorthInFrames(), 5 * 88200);
+
+        EXPECT_EQ(AppendPage(store, MakeRamp(100, 1), 1), 180);
         LxAudioClipBase clip(store);
-        clip.AppendPageRange(LxPageRange(&store, LxAudioVolumeEffect(), 180, 0, 180, 200));
-        EXPECT_EQ(store.WriteClip(clip), 1);
+        clip.AppendPageRange(LxPageRange(&store, kUnit, 180, 0, 180, 200));
+        ASSERT_EQ(store.WriteClip(clip), 1);
+        store.Flush();
+        std::vector<uint8_t> pcm = fiveSilent, sound = Le32({1, 200, 0, 200, 0, 4, 1, 44100, 16});
+        pcm.insert(pcm.end(), sound.begin(), sound.end());
+        EXPECT_EQ(FileBytes(tmp.Child("pcm.lxa")), pcm);
+        EXPECT_EQ(tmp.Child("raw.lxa").GetLength(), 200);
+        EXPECT_EQ(tmp.Child("enc.lxa").GetLength(), 4);
+        // The clip record: count, four page fields, one volume effect of three doubles.
+        std::vector<uint8_t> record = Le32({1, 180, 0, 180, 200, 1, 1});
+        for (uint8_t high : {0xF0, 0x00, 0xF0}) record.insert(record.end(), {0, 0, 0, 0, 0, 0, high, uint8_t(high ? 0x3F : 0)});
+        EXPECT_EQ(FileBytes(tmp.Child("clip.lxa")), record);
+        EXPECT_EQ(FileBytes(tmp.Child("map.lxa")), Le32({1, 1, 0}));
         // Closing without destroying keeps the files for a reopen.
         store.Close();
-        // The store deletes its member files only when destroyed; keep copies.
-        for (const char* name : {"raw.lxa", "enc.lxa", "pcm.lxa", "clip.lxa", "map.lxa"}) {
-            auto out = LxStreamUtil::CreateFileStreamReadWrite(tmp.Child((std::string("keep-") + name).c_str()), 2, 0, 0);
-            auto bytes = Bytes(tmp.Child(name));
-            out->Write(bytes.data(), static_cast<int>(bytes.size()));
-        }
+        kept = KeepStoreFiles(tmp.Dir());
     }
     EXPECT_FALSE(tmp.Child("pcm.lxa").Exists());  // members go with the store
-    for (const char* name : {"raw.lxa", "enc.lxa", "pcm.lxa", "clip.lxa", "map.lxa"}) {
-        tmp.Child((std::string("keep-") + name).c_str()).RenameTo(tmp.Child(name));
-    }
+    RestoreStoreFiles(tmp.Dir(), kept);
     LxAudioFile reopened(tmp.Dir());
     EXPECT_EQ(tmp.Child("pcm.lxa").GetLength(), 216);  // no second set of silent pages
-    LxAudioClipBase clip(reopened, 1);
-    EXPECT_EQ(clip.WorthInFrames(), 100);
+    EXPECT_EQ(LxAudioClipBase(reopened, 1).WorthInFrames(), 100);
     EXPECT_EQ(reopened.GetSilenceRange().endPage, 144);
 }
 
 TEST(AudioStore, PagesStoreDataThumbnailsAndSilence) {
     TempDir tmp;
     LxAudioFile store(tmp.Dir());
-    // Three pages after the reserved ones: 180, 216, 252.
-    EXPECT_EQ(Append(store, MakePcm(900, 1, [](int) { return 100; }), 1), 180);
-    EXPECT_EQ(Append(store, MakePcm(900, 1, [](int) { return -100; }), 1), 216);
-    EXPECT_EQ(Append(store, MakePcm(89, 2, [](int i) { return i; }), 2), 252);
-    LxPCMData record;
-    ASSERT_TRUE(store.ReadPageHeader(180, record));
+    EXPECT_EQ(AppendPage(store, MakePcm(900, 1, [](int) { return 100; }), 1), 180);
+    EXPECT_EQ(AppendPage(store, MakePcm(900, 1, [](int) { return -100; }), 1), 216);
+    EXPECT_EQ(AppendPage(store, MakePcm(89, 2, [](int i) { return i; }), 2), 252);
+    LxPCMData record = Header(store, 180);
     EXPECT_EQ(record.codec, 1);
     EXPECT_EQ(record.pcmBytes, 1800);
     EXPECT_EQ(record.dataRange, (LxRange{0, 1800}));
@@ -134,19 +95,17 @@ TEST(AudioStore, PagesStoreDataThumbnailsAndSilence) {
     int got = 0;
     store.ReadPageThumbnail(180, thumb.data(), 40, got);
     EXPECT_EQ(got, 40);
-    EXPECT_EQ(thumb[0], 0);
-    EXPECT_EQ(thumb[1], 100);
+    EXPECT_EQ(std::vector<int16_t>(thumb.begin(), thumb.begin() + 2), (std::vector<int16_t>{0, 100}));
     store.ReadPageThumbnail(216, thumb.data(), 40, got);
-    EXPECT_EQ(thumb[0], -100);
-    EXPECT_EQ(thumb[1], 0);
+    EXPECT_EQ(std::vector<int16_t>(thumb.begin(), thumb.begin() + 2), (std::vector<int16_t>{-100, 0}));
     // 89 stereo frames: no full group, an empty thumbnail range at the end of "enc.lxa".
-    ASSERT_TRUE(store.ReadPageHeader(252, record));
+    record = Header(store, 252);
     EXPECT_EQ(record.thumbnailRange, (LxRange{80, 80}));
     EXPECT_EQ(record.dataRange, (LxRange{3600, 3600 + 356}));
 
     // An all-zero page stores no data, yet its thumbnail bytes stay in "enc.lxa".
-    EXPECT_EQ(Append(store, std::vector<int16_t>(88200, 0), 2), 288);
-    ASSERT_TRUE(store.ReadPageHeader(288, record));
+    EXPECT_EQ(AppendPage(store, std::vector<int16_t>(88200, 0), 2), 288);
+    record = Header(store, 288);
     EXPECT_EQ(record.codec, 3);
     EXPECT_EQ(record.pcmBytes, 176400);
     EXPECT_EQ(record.dataRange, (LxRange{0, 0}));
@@ -154,39 +113,33 @@ TEST(AudioStore, PagesStoreDataThumbnailsAndSilence) {
     store.Flush();
     EXPECT_EQ(tmp.Child("enc.lxa").GetLength(), 80 + 1960);
     EXPECT_EQ(tmp.Child("raw.lxa").GetLength(), 3956);
-    // Silent pages read as zeros and report a zero thumbnail of the size asked.
+    // Silent pages report a zero thumbnail of the size asked.
     std::vector<int16_t> zeros(8, 7);
     store.ReadPageThumbnail(288, zeros.data(), 16, got);
     EXPECT_EQ(got, 16);
     EXPECT_EQ(zeros, std::vector<int16_t>(8, 0));
 
     // Stereo thumbnail: the channels' extremes averaged (truncating).
-    EXPECT_EQ(Append(store, MakePcm(90, 2, [](int i) { return i % 2 ? 101 : -300; }), 2), 324);
+    EXPECT_EQ(AppendPage(store, MakePcm(90, 2, [](int i) { return i % 2 ? 101 : -300; }), 2), 324);
     store.ReadPageThumbnail(324, thumb.data(), 40, got);
     EXPECT_EQ(got, 4);
-    EXPECT_EQ(thumb[0], -150);
-    EXPECT_EQ(thumb[1], 50);
+    EXPECT_EQ(std::vector<int16_t>(thumb.begin(), thumb.begin() + 2), (std::vector<int16_t>{-150, 50}));
 }
 
 TEST(AudioStore, ReadsPagesWithChannelConversionAndMarksDamagedOnes) {
     TempDir tmp;
     LxAudioFile store(tmp.Dir());
     std::vector<int16_t> mono = MakeRamp(1000, 1);
-    std::vector<int16_t> stereo = MakePcm(1000, 2, [](int i) { return i % 2 ? -7 : 1000 + i; });
-    int monoPage = Append(store, mono, 1), stereoPage = Append(store, stereo, 2);
-    LxPCMData record;
-    store.ReadPageHeader(monoPage, record);
+    int monoPage = AppendPage(store, mono, 1);
+    int stereoPage = AppendPage(store, MakePcm(1000, 2, [](int i) { return i % 2 ? -7 : 1000 + i; }), 2);
     // Mono into a stereo request of 1000 bytes: 250 samples, each doubled.
     std::vector<int16_t> out(2000, 0);
     int got = 0;
-    store.ReadPageData(record, 2, out.data(), 1000, got);
+    store.ReadPageData(Header(store, monoPage), 2, out.data(), 1000, got);
     EXPECT_EQ(got, 1000);
-    for (int i = 0; i < 250; ++i) {
-        ASSERT_EQ(out[static_cast<size_t>(2 * i)], mono[static_cast<size_t>(i)]);
-        ASSERT_EQ(out[static_cast<size_t>(2 * i + 1)], mono[static_cast<size_t>(i)]);
-    }
+    for (size_t i = 0; i < 500; ++i) ASSERT_EQ(out[i], mono[i / 2]) << i;
     // Stereo as mono: half the bytes, the truncated average of each pair.
-    store.ReadPageHeader(stereoPage, record);
+    LxPCMData record = Header(store, stereoPage);
     store.ReadPageData(record, 1, out.data(), 4000, got);
     EXPECT_EQ(got, 2000);
     EXPECT_EQ(out[0], (1000 - 7) / 2);
@@ -199,17 +152,14 @@ TEST(AudioStore, ReadsPagesWithChannelConversionAndMarksDamagedOnes) {
     std::vector<uint8_t> bytes(200, 0xAA);
     store.ReadPageData(damaged, 2, bytes.data(), 100, got);
     EXPECT_EQ(got, 100);
-    EXPECT_EQ(bytes[0], 2);
-    EXPECT_EQ(bytes[99], 2);
-    EXPECT_EQ(bytes[100], 0xAA);
-    ExpectSingleReport(recorder, "Unknown Codec", kPcmSource,
-                       SourceLineOf("source/components/audiocore/LxPCMDataStream.cpp", "\"Unknown Codec\""));
+    EXPECT_EQ(std::count(bytes.begin(), bytes.end(), 2), 100);  // marked as near-silence,
+    EXPECT_EQ(bytes[100], 0xAA);                                // and not a byte further
+    ExpectReportFrom(recorder, "Unknown Codec", kPcm);
     recorder.Clear();
     damaged = record;
     damaged.channels = 3;
     store.ReadPageData(damaged, 2, bytes.data(), 100, got);
-    ExpectSingleReport(recorder, "Not supported format!", kPcmSource,
-                       SourceLineOf("source/components/audiocore/LxPCMDataStream.cpp", "\"Not supported format!\""));
+    ExpectReportFrom(recorder, "Not supported format!", kPcm);
     recorder.Clear();
     // A length beyond a page, or data beyond "raw.lxa": reported, never read past.
     damaged = record;
@@ -229,15 +179,11 @@ TEST(AudioStore, ReadsPagesWithChannelConversionAndMarksDamagedOnes) {
 
 TEST(AudioStore, CopiesPagesInTheirStoredForm) {
     TempDir a, b;
-    LxAudioFile source(a.Dir());
-    LxAudioFile target(b.Dir());
+    LxAudioFile source(a.Dir()), target(b.Dir());
     std::vector<int16_t> pcm = MakeRamp(900, 2);
-    int page = Append(source, pcm, 2);
-    int silent = Append(source, std::vector<int16_t>(100, 0), 1);
-    EXPECT_EQ(source.CopyPageTo(page, target), 180);
-    EXPECT_EQ(source.CopyPageTo(silent, target), 216);
-    LxPCMData record;
-    ASSERT_TRUE(target.ReadPageHeader(180, record));
+    EXPECT_EQ(source.CopyPageTo(AppendPage(source, pcm, 2), target), 180);
+    EXPECT_EQ(source.CopyPageTo(AppendPage(source, std::vector<int16_t>(100, 0), 1), target), 216);
+    LxPCMData record = Header(target, 180);
     EXPECT_EQ(record.codec, 1);
     EXPECT_EQ(record.dataRange, (LxRange{0, 3600}));
     EXPECT_EQ(record.thumbnailRange, (LxRange{0, 40}));
@@ -245,7 +191,7 @@ TEST(AudioStore, CopiesPagesInTheirStoredForm) {
     int got = 0;
     target.ReadPageData(record, 2, out.data(), 3600, got);
     EXPECT_EQ(out, pcm);
-    ASSERT_TRUE(target.ReadPageHeader(216, record));
+    record = Header(target, 216);
     EXPECT_EQ(record.codec, 3);
     EXPECT_EQ(record.pcmBytes, 200);
 }
@@ -253,29 +199,23 @@ TEST(AudioStore, CopiesPagesInTheirStoredForm) {
 TEST(AudioStore, ClipRecordsAndTheClipTable) {
     TempDir tmp;
     LxAudioFile store(tmp.Dir());
-    int page = Append(store, MakeRamp(4410, 1), 1);
+    int page = AppendPage(store, MakeRamp(4410, 1), 1);
     LxAudioClipBase clip(store);
     clip.AppendPageRange(LxPageRange(&store, LxAudioVolumeEffect(0.5f, 100, 2), page, 0, page, 8820));
-    EXPECT_EQ(store.WriteClip(clip), 1);
-    EXPECT_EQ(store.WriteClip(clip), 2);  // never rewritten in place
-    EXPECT_EQ(store.WriteClip(clip), 3);
+    for (int id = 1; id <= 3; ++id) EXPECT_EQ(store.WriteClip(clip), id);  // never rewritten in place
     store.Flush();
     // map.lxa: count, then {ID, position} ascending; positions ascending from 0.
-    std::vector<int32_t> map = Ints(tmp.Child("map.lxa"));
-    int recordBytes = static_cast<int>(tmp.Child("clip.lxa").GetLength() / 3);
-    EXPECT_EQ(map, (std::vector<int32_t>{3, 1, 0, 2, recordBytes, 3, 2 * recordBytes}));
-    EXPECT_EQ(tmp.Child("map.lxa").GetLength(), 28);
-    // The clip record: count, four page fields, one volume effect as three doubles.
-    EXPECT_EQ(recordBytes, 4 + 16 + 4 + 4 + 24);
+    // A record: count, four page fields, one volume effect as three doubles.
+    const int recordBytes = 4 + 16 + 4 + 4 + 24;
+    EXPECT_EQ(tmp.Child("clip.lxa").GetLength(), 3 * recordBytes);
+    EXPECT_EQ(FileBytes(tmp.Child("map.lxa")), Le32({3, 1, 0, 2, recordBytes, 3, 2 * recordBytes}));
 
-    LxAudioClipBase loaded(store, 2);
-    EXPECT_TRUE(loaded.IsSameAs(clip));
+    EXPECT_TRUE(LxAudioClipBase(store, 2).IsSameAs(clip));
     AssertRecorder recorder;
     LxAudioClipBase untouched(store);
     untouched.AppendPageRange(clip.GetPageRanges()[0]);
     EXPECT_FALSE(store.ReadClip(9, untouched));
-    ExpectSingleReport(recorder, "clip ID not found in file", kFileSource,
-                       SourceLineOf("source/components/audiocore/LxAudioFile.cpp", "\"clip ID not found in file\""));
+    ExpectReportFrom(recorder, "clip ID not found in file", "audiocore/LxAudioFile");
     EXPECT_EQ(untouched.GetPageRanges().size(), 1u);
     std::list<int> ids;
     store.GetClipIDs(ids);
@@ -284,74 +224,71 @@ TEST(AudioStore, ClipRecordsAndTheClipTable) {
 
 TEST(AudioStore, ClipIDsFollowTheLargestAndRunOutCleanly) {
     TempDir tmp;
-    Members saved;
+    StoreFiles saved;
     {
         LxAudioFile store(tmp.Dir());
         LxAudioClipBase clip(store);
         clip.AppendPageRange(store.GetSilenceRange());
         for (int id = 1; id <= 3; ++id) EXPECT_EQ(store.WriteClip(clip), id);
         store.Flush();
-        saved = Snapshot(tmp);
+        saved = KeepStoreFiles(tmp.Dir());
     }
-    // Tables written by hand (every entry points at the first record): {1, 7}
-    // continues at 8 (gaps are never reused), and a table that holds the largest
-    // int has no ID left to give.
+    // Tables written by hand (every entry points at the first record): gaps are
+    // never reused, a table that holds the largest int has no ID left to give,
+    // and IDs below 1 name no clip: left out, reported once, next ID 1.
     struct Case {
         std::vector<uint8_t> map;
         int next;
         size_t reports;
     };
-    const std::vector<Case> cases = {
+    const Case cases[] = {
         {Le32({2, 1, 0, 7, 0}), 8, 0},
         {Le32({3, 1, 0, 2, 0, 5, 0}), 6, 0},
         {Le32({1, INT_MAX, 0}), -1, 1},
-        // IDs below 1 name no clip: left out, reported once, and the next ID is 1.
         {Le32({2, -1, 0, 0, 0}), 1, 1},
     };
-    for (size_t i = 0; i < cases.size(); ++i) {
-        Members members = saved;
-        members["map.lxa"] = cases[i].map;
-        Restore(tmp, members);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.next);
+        StoreFiles files = saved;
+        files["map.lxa"] = c.map;
+        RestoreStoreFiles(tmp.Dir(), files);
         AssertRecorder recorder;
         LxAudioFile store(tmp.Dir());
-        int clipBytes = static_cast<int>(tmp.Child("clip.lxa").GetLength());
+        const int64_t clipBytes = tmp.Child("clip.lxa").GetLength();
         LxAudioClipBase clip(store);
         clip.AppendPageRange(store.GetSilenceRange());
-        EXPECT_EQ(store.WriteClip(clip), cases[i].next) << i;
-        EXPECT_EQ(recorder.Count(), cases[i].reports) << i;
+        EXPECT_EQ(store.WriteClip(clip), c.next);
+        EXPECT_EQ(recorder.Count(), c.reports);
         store.Flush();
-        if (cases[i].next == -1) {
+        if (c.next == -1) {
             // Nothing was written: no record without an ID to find it by.
             EXPECT_EQ(tmp.Child("clip.lxa").GetLength(), clipBytes);
             EXPECT_EQ(recorder.Reports()[0].message, "no clip ID left");
-            EXPECT_EQ(recorder.Reports()[0].sourceFile, kFileSource);
+            EXPECT_EQ(recorder.Reports()[0].sourceFile, "source/components/audiocore/LxAudioFile");
         } else {
-            LxAudioClipBase loaded(store, cases[i].next);
-            EXPECT_TRUE(loaded.IsSameAs(clip)) << i;
+            EXPECT_TRUE(LxAudioClipBase(store, c.next).IsSameAs(clip));
         }
     }
 }
 
 TEST(AudioStore, ReopeningWithoutSilentPagesReservesThemAtTheEnd) {
     TempDir tmp;
-    Members saved;
+    StoreFiles saved;
     {
-        LxAudioFile store(tmp.Dir());
         // A cleared store that then got six pages of sound: record 144 is not silent.
+        LxAudioFile store(tmp.Dir());
         store.Clear();
-        for (int i = 0; i < 6; ++i) EXPECT_EQ(Append(store, MakeRamp(100, 1, i + 1), 1), 36 * i);
+        for (int i = 0; i < 6; ++i) EXPECT_EQ(AppendPage(store, MakeRamp(100, 1, i + 1), 1), 36 * i);
         store.Flush();
-        saved = Snapshot(tmp);
+        saved = KeepStoreFiles(tmp.Dir());
     }
-    Restore(tmp, saved);
+    RestoreStoreFiles(tmp.Dir(), saved);
     LxAudioFile store(tmp.Dir());
-    EXPECT_EQ(store.GetSilenceRange(), LxPageRange(&store, LxAudioVolumeEffect(), 216, 0, 360, 176400));
+    EXPECT_EQ(store.GetSilenceRange(), LxPageRange(&store, kUnit, 216, 0, 360, 176400));
     store.Flush();
     EXPECT_EQ(tmp.Child("pcm.lxa").GetLength(), 11 * 36);
-    LxPCMData record;
-    ASSERT_TRUE(store.ReadPageHeader(144, record));
-    EXPECT_EQ(record.codec, 1);
-    ASSERT_TRUE(store.ReadPageHeader(360, record));
+    EXPECT_EQ(Header(store, 144).codec, 1);
+    LxPCMData record = Header(store, 360);
     EXPECT_EQ(record.codec, 3);
     EXPECT_EQ(record.pcmBytes, 176400);
     EXPECT_EQ(record.channels, 1);
@@ -361,8 +298,8 @@ TEST(AudioStore, ThumbnailCacheFollowsThePagesItDescribes) {
     TempDir tmp, other;
     LxAudioFile store(tmp.Dir());
     // A full mono page summarises into 980 pairs, a full stereo page into 490.
-    int mono = Append(store, MakePcm(88200, 1, [](int i) { return i % 90 == 5 ? 300 : -2; }), 1);
-    int stereo = Append(store, MakeRamp(44100, 2), 2);
+    int mono = AppendPage(store, MakePcm(88200, 1, [](int i) { return i % 90 == 5 ? 300 : -2; }), 1);
+    int stereo = AppendPage(store, MakeRamp(44100, 2), 2);
     LxPageThumbnail* monoEntry = store.GetPageThumbnail(mono);
     ASSERT_NE(monoEntry, nullptr);
     EXPECT_EQ(monoEntry->NumberOfPoints(), 980);
@@ -373,9 +310,7 @@ TEST(AudioStore, ThumbnailCacheFollowsThePagesItDescribes) {
     EXPECT_EQ(store.GetPageThumbnail(stereo)->NumberOfPoints(), 490);
     EXPECT_EQ(store.GetPageThumbnail(mono), monoEntry);  // a hit, not a second read
     // A silent page's thumbnail is a full page's worth of zeros.
-    LxPageThumbnail* silent = store.GetPageThumbnail(0);
-    EXPECT_EQ(silent->NumberOfPoints(), 980);
-    EXPECT_EQ(std::count(silent->points.begin(), silent->points.end(), 0u), 980);
+    EXPECT_EQ(store.GetPageThumbnail(0)->points, std::vector<uint32_t>(980, 0u));
 
     // Unused entries go on release; one that a clip holds stays.
     ++monoEntry->useCount;
@@ -385,7 +320,7 @@ TEST(AudioStore, ThumbnailCacheFollowsThePagesItDescribes) {
     // Loading another store replaces every page: page IDs now name other audio,
     // and the held entry stays valid for its holder until it lets go.
     LxAudioFile source(other.Dir());
-    EXPECT_EQ(Append(source, MakePcm(900, 1, [](int) { return -1000; }), 1), mono);
+    EXPECT_EQ(AppendPage(source, MakePcm(900, 1, [](int) { return -1000; }), 1), mono);
     LxMemoryStream saved;
     ASSERT_TRUE(source.WriteTo(saved));
     saved.Seek(0, kLxSeekBegin);
@@ -403,7 +338,7 @@ TEST(AudioStore, ThumbnailCacheFollowsThePagesItDescribes) {
     // 0, which must not show the silent page's old entry.
     EXPECT_EQ(store.GetPageThumbnail(0)->points[0], 0u);
     store.Clear();
-    EXPECT_EQ(Append(store, MakePcm(180, 1, [](int) { return 77; }), 1), 0);
+    EXPECT_EQ(AppendPage(store, MakePcm(180, 1, [](int) { return 77; }), 1), 0);
     EXPECT_EQ(store.GetPageThumbnail(0)->points, (std::vector<uint32_t>{0x004D0000u, 0x004D0000u}));
     EXPECT_EQ(reloaded->NumberOfPoints(), 10);
     --reloaded->useCount;
@@ -416,59 +351,47 @@ TEST(AudioStore, PagesThatCannotBeStoredOrCompressedAreReported) {
     store.Flush();
     AssertRecorder recorder;
     // More than a page: refused, nothing written anywhere.
-    std::vector<int16_t> big = MakeRamp(88201, 1);
-    int page = 0;
-    store.AppendPage(big.data(), 176402, 1, 44100, 16, page);
-    EXPECT_EQ(page, -1);
-    ExpectSingleReport(recorder, "page longer than 176400 bytes", kPcmSource,
-                       SourceLineOf("source/components/audiocore/LxPCMDataStream.cpp", "\"page longer than 176400 bytes\""));
-    int sizes[5];
-    store.GetMemberSizes(sizes);
-    EXPECT_EQ(std::vector<int>(sizes, sizes + 5), (std::vector<int>{0, 0, 180, 0, 4}));
+    EXPECT_EQ(AppendPage(store, MakeRamp(88201, 1), 1), -1);
+    ExpectReportFrom(recorder, "page longer than 176400 bytes", kPcm);
+    EXPECT_EQ(MemberSizes(store), (std::vector<int>{0, 0, 180, 0, 4}));
     recorder.Clear();
 
     // Three channels: stored raw with a zeroed thumbnail, "Yet to implement!".
-    std::vector<int16_t> three = MakeRamp(180, 3);
-    page = Append(store, three, 3);
-    EXPECT_EQ(page, 180);
-    ExpectSingleReport(recorder, "Yet to implement!", kPcmSource,
-                       SourceLineOf("source/components/audiocore/LxPCMDataStream.cpp", "\"Yet to implement!\""));
+    EXPECT_EQ(AppendPage(store, MakeRamp(180, 3), 3), 180);
+    ExpectReportFrom(recorder, "Yet to implement!", kPcm);
     std::vector<uint8_t> thumb(64, 0xAA);
     int got = 0;
-    store.ReadPageThumbnail(page, thumb.data(), 64, got);
+    store.ReadPageThumbnail(180, thumb.data(), 64, got);
     EXPECT_EQ(got, 8);  // 180 frames: two pairs
     EXPECT_EQ(std::count(thumb.begin(), thumb.begin() + 8, 0), 8);
     recorder.Clear();
     // The compressor cannot take that page and does not move past it; compressing
     // everything stops there instead of spinning.
-    int next = Append(store, MakeRamp(4410, 1), 1);
+    int next = AppendPage(store, MakeRamp(4410, 1), 1);
     EXPECT_EQ(store.CompressAllPages(nullptr), 0);
     ASSERT_GE(recorder.Count(), 1u);
     EXPECT_EQ(recorder.Reports()[0].message, "Not implemented");
-    LxPCMData record;
-    store.ReadPageHeader(next, record);
-    EXPECT_EQ(record.codec, 1);
+    EXPECT_EQ(Header(store, next).codec, 1);
 }
 
 TEST(AudioStore, ConcurrentWritersEachGetTheirOwnPagesAndClips) {
     TempDir tmp;
     LxAudioFile store(tmp.Dir());
     constexpr int kThreads = 4, kPerThread = 25;
+    const auto frames = [](int t, int i) { return 900 + 90 * ((t + i) % 7); };
     std::vector<std::vector<std::pair<int, int>>> written(kThreads);  // {page, clip ID}
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
+            const int channels = 1 + t % 2;
             for (int i = 0; i < kPerThread; ++i) {
-                int seed = t * 1000 + i + 1;
-                int frames = 900 + 90 * ((t + i) % 7);
-                int page = Append(store, MakeRamp(frames, 1 + t % 2, seed), 1 + t % 2);
+                int page = AppendPage(store, MakeRamp(frames(t, i), channels, t * 1000 + i + 1), channels);
                 LxAudioClipBase clip(store);
-                clip.AppendPageRange(LxPageRange(&store, LxAudioVolumeEffect(), page, 0, page, frames * 2 * (1 + t % 2)));
+                clip.AppendPageRange(LxPageRange(&store, kUnit, page, 0, page, frames(t, i) * 2 * channels));
                 int id = store.WriteClip(clip);
                 // Read something back meanwhile: another thread's pages move the
                 // shared streams' positions between every call.
-                LxAudioClipBase again(store, id);
-                if (!again.IsSameAs(clip)) ADD_FAILURE() << "clip " << id;
+                if (!LxAudioClipBase(store, id).IsSameAs(clip)) ADD_FAILURE() << "clip " << id;
                 written[static_cast<size_t>(t)].push_back({page, id});
             }
         });
@@ -481,13 +404,11 @@ TEST(AudioStore, ConcurrentWritersEachGetTheirOwnPagesAndClips) {
             auto [page, id] = written[static_cast<size_t>(t)][static_cast<size_t>(i)];
             pages.insert(page);
             ids.insert(id);
-            int channels = 1 + t % 2, frames = 900 + 90 * ((t + i) % 7);
-            LxPCMData record;
-            ASSERT_TRUE(store.ReadPageHeader(page, record));
-            std::vector<int16_t> out(static_cast<size_t>(frames * channels));
+            const int channels = 1 + t % 2;
+            std::vector<int16_t> out(static_cast<size_t>(frames(t, i) * channels));
             int got = 0;
-            store.ReadPageData(record, channels, out.data(), frames * channels * 2, got);
-            ASSERT_EQ(out, MakeRamp(frames, channels, t * 1000 + i + 1)) << "page " << page;
+            store.ReadPageData(Header(store, page), channels, out.data(), frames(t, i) * channels * 2, got);
+            ASSERT_EQ(out, MakeRamp(frames(t, i), channels, t * 1000 + i + 1)) << "page " << page;
             LxAudioClipBase clip(store, id);
             ASSERT_EQ(clip.GetPageRanges().size(), 1u);
             EXPECT_EQ(clip.GetPageRanges()[0].startPage, page);
@@ -498,31 +419,4 @@ TEST(AudioStore, ConcurrentWritersEachGetTheirOwnPagesAndClips) {
     EXPECT_EQ(*pages.rbegin(), 180 + 36 * (kThreads * kPerThread - 1));
     EXPECT_EQ(ids.size(), size_t{kThreads * kPerThread});
     EXPECT_EQ(*ids.rbegin(), kThreads * kPerThread);
-}
-
-TEST(AudioStore, WritesTheBytesOfTheFormatDocumentsExample) {
-    // docs/store-format.md, "A new store, byte by byte".
-    TempDir tmp;
-    LxAudioFile store(tmp.Dir());
-    int page = Append(store, MakeRamp(100, 1), 1);
-    LxAudioClipBase clip(store);
-    clip.AppendPageRange(LxPageRange(&store, LxAudioVolumeEffect(), page, 0, page, 200));
-    ASSERT_EQ(store.WriteClip(clip), 1);
-    store.Flush();
-    const std::vector<uint8_t> silent = Le32({3, 176400, 0, 0, 0, 0, 1, 44100, 16});
-    const std::vector<uint8_t> sound = Le32({1, 200, 0, 200, 0, 4, 1, 44100, 16});
-    std::vector<uint8_t> pcm = Bytes(tmp.Child("pcm.lxa"));
-    ASSERT_EQ(pcm.size(), 216u);
-    for (int r = 0; r < 5; ++r) EXPECT_EQ(std::vector<uint8_t>(pcm.begin() + 36 * r, pcm.begin() + 36 * r + 36), silent);
-    EXPECT_EQ(std::vector<uint8_t>(pcm.begin() + 180, pcm.end()), sound);
-    EXPECT_EQ(tmp.Child("raw.lxa").GetLength(), 200);
-    EXPECT_EQ(tmp.Child("enc.lxa").GetLength(), 4);
-    std::vector<uint8_t> record = Le32({1, 180, 0, 180, 200, 1, 1});
-    for (int i = 0; i < 3; ++i) {
-        const std::vector<uint8_t> value = i == 1 ? std::vector<uint8_t>(8, 0)
-                                                  : std::vector<uint8_t>{0, 0, 0, 0, 0, 0, 0xF0, 0x3F};
-        record.insert(record.end(), value.begin(), value.end());
-    }
-    EXPECT_EQ(Bytes(tmp.Child("clip.lxa")), record);
-    EXPECT_EQ(Bytes(tmp.Child("map.lxa")), Le32({1, 1, 0}));
 }

@@ -8,27 +8,32 @@
 #include "LxAudioFile.h"
 #include "LxPublic/LxMemoryStream.h"
 #include "PcmHelpers.h"
+#include "StoreHelpers.h"
 #include "TempDir.h"
 
 namespace {
 
-const char* const kClipSource = "source/components/audiocore/LxAudioClip";
-int ClipLine(const char* snippet) { return SourceLineOf("source/components/audiocore/LxAudioClipBase.cpp", snippet); }
+// Clip reports name the clip's source file; the lines of "invalid translation"
+// (141) and "empty range" (147) are fixed, the others are looked up.
+void ExpectClipReport(AssertRecorder& recorder, const std::string& message, int line = 0) {
+    ExpectSingleReport(recorder, message, "source/components/audiocore/LxAudioClip",
+                       line ? line : SourceLineOf("source/components/audiocore/LxAudioClipBase.cpp", "\"" + message + "\""));
+    recorder.Clear();
+}
 
 class ClipBaseTest : public ::testing::Test {
 protected:
-    // Stores PCM as one clip and returns its ranges' clip base.
     LxAudioClipBase Store(const std::vector<int16_t>& pcm, int channels) {
-        LxAudioClip clip(store, -1, LX_AUDIO_CLIP_SOURCE_IMPORT);
-        clip.AppendPCMData(reinterpret_cast<const unsigned char*>(pcm.data()), static_cast<int>(pcm.size() * 2),
-                           channels, 44100, 16, 1.0f);
-        return LxAudioClipBase(store, clip.FinishAppendingPCMData(channels, 44100, 16, 1.0f));
+        return LxAudioClipBase(store, StoreClip(store, pcm, channels));
     }
     std::vector<int16_t> Read(const LxAudioClipBase& base, int channels) {
         LxAudioClip clip(store);
         clip.AppendClip(base);
         clip.SeekToBeginning();
         return ReadAll(clip, channels);
+    }
+    LxPageRange Range(int startPage, int startOffset, int endPage, int endOffset) {
+        return LxPageRange(&store, LxAudioVolumeEffect(), startPage, startOffset, endPage, endOffset);
     }
     TempDir tmp;
     LxAudioFile store{tmp.Dir()};
@@ -82,14 +87,14 @@ TEST_F(ClipBaseTest, SilenceIsCutFromTheReservedPages) {
     EXPECT_TRUE(clip.IsEmpty());
     clip.AppendDeciSecondsOfSilence(1, added, false);
     EXPECT_EQ(added, 4410);
-    EXPECT_EQ(clip.GetPageRanges()[0], LxPageRange(&store, LxAudioVolumeEffect(), 0, 0, 0, 8820));
+    EXPECT_EQ(clip.GetPageRanges()[0], Range(0, 0, 0, 8820));
     // More than the five reserved pages hold: several cut copies.
     LxAudioClipBase longer(store);
     longer.AppendSilenceFrames(441000 + 1000, added, true);
     EXPECT_EQ(added, 442000);
     ASSERT_EQ(longer.GetPageRanges().size(), 2u);
-    EXPECT_EQ(longer.GetPageRanges()[0], LxPageRange(&store, LxAudioVolumeEffect(), 0, 0, 144, 176400));
-    EXPECT_EQ(longer.GetPageRanges()[1], LxPageRange(&store, LxAudioVolumeEffect(), 0, 0, 0, 2000));
+    EXPECT_EQ(longer.GetPageRanges()[0], Range(0, 0, 144, 176400));
+    EXPECT_EQ(longer.GetPageRanges()[1], Range(0, 0, 0, 2000));
     EXPECT_TRUE(longer.IsSilent());
     EXPECT_EQ(Read(longer, 1), std::vector<int16_t>(442000, 0));
     // Prepending puts the silence first.
@@ -126,14 +131,11 @@ TEST_F(ClipBaseTest, SubClipsCutAtTranslations) {
 
     AssertRecorder recorder;
     EXPECT_EQ(clip.SubClip(clip.Translate(5), clip.Translate(5)), nullptr);
-    ExpectSingleReport(recorder, "empty range", kClipSource, 147);
-    recorder.Clear();
+    ExpectClipReport(recorder, "empty range", 147);
     EXPECT_EQ(clip.SubClip(clip.Translate(1000), clip.Translate(5)), nullptr);
-    ExpectSingleReport(recorder, "invalid translation", kClipSource, 141);
-    recorder.Clear();
-    LxAudioClipBase empty(store);
-    EXPECT_EQ(empty.SubClip(LxPageTranslation{0, 0, 0}, LxPageTranslation{0, 0, 4}), nullptr);
-    ExpectSingleReport(recorder, "empty clip", kClipSource, ClipLine("\"empty clip\""));
+    ExpectClipReport(recorder, "invalid translation", 141);
+    EXPECT_EQ(LxAudioClipBase(store).SubClip(LxPageTranslation{0, 0, 0}, LxPageTranslation{0, 0, 4}), nullptr);
+    ExpectClipReport(recorder, "empty clip");
 }
 
 TEST_F(ClipBaseTest, TrimSilenceRoundsTo180ByteBlocks) {
@@ -195,23 +197,19 @@ TEST_F(ClipBaseTest, SplitsAtDeciSecondPoints) {
     pieces.clear();
     clip.Split({10, 30}, pieces);
     EXPECT_EQ(pieces.size(), 1u);  // the pieces made before the bad point stay
-    ExpectSingleReport(recorder, "splitting point out of bounds", kClipSource,
-                       ClipLine("\"splitting point out of bounds\""));
+    ExpectClipReport(recorder, "splitting point out of bounds");
 }
 
 TEST_F(ClipBaseTest, CorrectionShiftsPagesByTheStartPage) {
     LxAudioClipBase clip(store);
-    clip.AppendPageRange(LxPageRange(&store, LxAudioVolumeEffect(), 180, 0, 216, 10));
-    clip.AppendPageRange(LxPageRange(&store, LxAudioVolumeEffect(), 252, 0, 288, 10));
-    clip.AppendPageRange(LxPageRange(&store, LxAudioVolumeEffect(), 360, 0, 396, 10));
+    clip.AppendPageRange(Range(180, 0, 216, 10));
+    clip.AppendPageRange(Range(252, 0, 288, 10));
+    clip.AppendPageRange(Range(360, 0, 396, 10));
+    const auto before = clip.GetPageRanges();
     clip.ApplyCorrection({});
-    EXPECT_EQ(clip.GetPageRanges()[0].startPage, 180);
+    EXPECT_EQ(clip.GetPageRanges(), before);
     clip.ApplyCorrection({{252, 36}, {360, 72}});
-    EXPECT_EQ(clip.GetPageRanges()[0].startPage, 180);
-    EXPECT_EQ(clip.GetPageRanges()[1].startPage, 216);
-    EXPECT_EQ(clip.GetPageRanges()[1].endPage, 252);
-    EXPECT_EQ(clip.GetPageRanges()[2].startPage, 288);
-    EXPECT_EQ(clip.GetPageRanges()[2].endPage, 324);
+    EXPECT_EQ(clip.GetPageRanges(), (decltype(before){Range(180, 0, 216, 10), Range(216, 0, 252, 10), Range(288, 0, 324, 10)}));
 
     // The record: count, then each range's fields and its one volume effect.
     LxMemoryStream stream;
@@ -252,8 +250,7 @@ TEST_F(ClipBaseTest, PersistsThroughTheStoreAndStopsAtTheEndOfADamagedRecord) {
     LxAudioClipBase damaged(store);
     damaged.ReadFromStream(record);
     EXPECT_TRUE(damaged.IsSameAs(clip));
-    ExpectSingleReport(recorder, "clip record longer than its stream", kClipSource,
-                       ClipLine("\"clip record longer than its stream\""));
+    ExpectClipReport(recorder, "clip record longer than its stream");
     // A count below 1 leaves the clip empty.
     for (int32_t count : {0, -5}) {
         LxMemoryStream small;
@@ -297,15 +294,13 @@ TEST_F(ClipBaseTest, TrimSilenceWalksPagesAndKeepsInnerRanges) {
     LxAudioClipBase paged = Store(pcm, 1);
     const LxPageRange& whole = paged.GetPageRanges()[0];
     LxPCMData record;
-    ASSERT_TRUE(store.ReadPageHeader(whole.startPage, record));
-    EXPECT_EQ(record.codec, kLxPageCodecSilent);
+    EXPECT_TRUE(store.ReadPageHeader(whole.startPage, record) && record.codec == kLxPageCodecSilent);
     EXPECT_EQ(whole.endPage, whole.startPage + 36);
     EXPECT_EQ(whole.endOffset, 1980);  // 2000 bytes rounded down to 180-byte blocks
     float trimmed = -1;
     auto result = paged.TrimSilence(trimmed);
     ASSERT_EQ(result->GetPageRanges().size(), 1u);
-    EXPECT_EQ(result->GetPageRanges()[0], LxPageRange(&store, LxAudioVolumeEffect(), whole.endPage, 180,
-                                                      whole.endPage, 1980));
+    EXPECT_EQ(result->GetPageRanges()[0], Range(whole.endPage, 180, whole.endPage, 1980));
     EXPECT_NEAR(trimmed, (88200 + 90) / 44100.0f, 1e-6);
 
     // Silence, three sounding ranges, silence: the first sounding range loses
@@ -335,7 +330,7 @@ TEST_F(ClipBaseTest, TrimSilenceWalksPagesAndKeepsInnerRanges) {
 
     // Ranges that cannot be walked are kept as they are, with their reports.
     LxAudioClipBase broken(store);
-    LxPageRange reversed(&store, LxAudioVolumeEffect(), 252, 0, 216, 10);
+    const LxPageRange reversed = Range(252, 0, 216, 10);
     broken.AppendPageRange(reversed);
     AssertRecorder recorder;
     result = broken.TrimSilence(trimmed);
@@ -350,18 +345,13 @@ TEST_F(ClipBaseTest, BadArgumentsGiveAReportAndANeutralResult) {
     const LxPageRange& only = clip.GetPageRanges()[0];
     AssertRecorder recorder;
     // Range indices that name no range of this clip.
-    EXPECT_EQ(clip.SubClip(LxPageTranslation{-5, only.startPage, 0}, LxPageTranslation{0, only.startPage, 8}),
-              nullptr);
-    ExpectSingleReport(recorder, "invalid translation", kClipSource, 141);
-    recorder.Clear();
-    EXPECT_EQ(clip.SubClip(LxPageTranslation{0, only.startPage, 0}, LxPageTranslation{3, only.startPage, 8}),
-              nullptr);
-    ExpectSingleReport(recorder, "invalid translation", kClipSource, 141);
-    recorder.Clear();
+    EXPECT_EQ(clip.SubClip(LxPageTranslation{-5, only.startPage, 0}, LxPageTranslation{0, only.startPage, 8}), nullptr);
+    ExpectClipReport(recorder, "invalid translation", 141);
+    EXPECT_EQ(clip.SubClip(LxPageTranslation{0, only.startPage, 0}, LxPageTranslation{3, only.startPage, 8}), nullptr);
+    ExpectClipReport(recorder, "invalid translation", 141);
     // Both bounds past the end clamp to the same position.
     EXPECT_EQ(clip.SubClip(std::numeric_limits<int>::max(), std::numeric_limits<int>::max()), nullptr);
-    ExpectSingleReport(recorder, "empty range", kClipSource, 147);
-    recorder.Clear();
+    ExpectClipReport(recorder, "empty range", 147);
 
     // Silence: nothing for a negative length; a long silence does not overflow.
     int added = -1;
@@ -380,6 +370,5 @@ TEST_F(ClipBaseTest, BadArgumentsGiveAReportAndANeutralResult) {
     LxAudioClipBaseList pieces;
     clip.Split({0}, pieces);
     EXPECT_TRUE(pieces.empty());
-    ExpectSingleReport(recorder, "splitting point out of bounds", kClipSource,
-                       ClipLine("\"splitting point out of bounds\""));
+    ExpectClipReport(recorder, "splitting point out of bounds");
 }

@@ -2,23 +2,14 @@
 // merging, persistence through it, and the operations that are never built.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include "AssertRecorder.h"
 #include "LxAudioController.h"
 #include "LxAudioFile.h"
 #include "LxPublic/LxLCException.h"
 #include "LxPublic/LxMemoryStream.h"
 #include "PcmHelpers.h"
-
-namespace {
-
-int Record(LxAudioController& controller, const std::vector<int16_t>& pcm, int channels) {
-    auto clip = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_RECORDING);
-    clip->AppendPCMData(reinterpret_cast<const unsigned char*>(pcm.data()), static_cast<int>(pcm.size() * 2),
-                        channels, 44100, 16, 1.0f);
-    return clip->FinishAppendingPCMData(channels, 44100, 16, 1.0f);
-}
-
-}  // namespace
+#include "StoreHelpers.h"
 
 TEST(Controller, OwnsAPrivateDirectoryForItsLife) {
     LxFile first, second;
@@ -32,7 +23,7 @@ TEST(Controller, OwnsAPrivateDirectoryForItsLife) {
         a.GetAudioFile()->Flush();
         EXPECT_EQ(first.GetChild("pcm.lxa").GetLength(), 180);
         for (const char* name : {"raw.lxa", "enc.lxa", "clip.lxa", "map.lxa"}) EXPECT_TRUE(first.GetChild(name).Exists());
-        Record(a, MakeRamp(1000, 1), 1);
+        StoreClip(a, MakeRamp(1000, 1), 1);
     }
     EXPECT_FALSE(first.Exists());
     EXPECT_FALSE(second.Exists());
@@ -41,8 +32,8 @@ TEST(Controller, OwnsAPrivateDirectoryForItsLife) {
 TEST(Controller, FactoryAndMerging) {
     LxAudioController controller;
     std::vector<int16_t> one = MakeRamp(4410, 2, 1), two = MakeRamp(8820, 2, 2);
-    int a = Record(controller, one, 2);
-    int b = Record(controller, two, 2);
+    int a = StoreClip(controller, one, 2);
+    int b = StoreClip(controller, two, 2);
     EXPECT_EQ(a, 1);
     EXPECT_EQ(b, 2);
     std::list<int> ids;
@@ -78,7 +69,7 @@ TEST(Controller, SavesAndReopensAProject) {
     std::vector<int16_t> pcm = MakeRamp(49950, 1, 4);
     {
         LxAudioController controller;
-        ASSERT_EQ(Record(controller, pcm, 1), 1);
+        ASSERT_EQ(StoreClip(controller, pcm, 1), 1);
         EXPECT_TRUE(controller.WriteTo(&saved));
     }
     LxAudioController reopened;
@@ -90,7 +81,7 @@ TEST(Controller, SavesAndReopensAProject) {
 
     // Another project's clips come in under new IDs.
     LxAudioController other;
-    Record(other, MakeRamp(100, 1), 1);
+    StoreClip(other, MakeRamp(100, 1), 1);
     std::map<int, int> idMap;
     other.AppendAudioFileFrom(reopened, idMap);
     EXPECT_EQ(idMap, (std::map<int, int>{{1, 2}}));
@@ -101,28 +92,24 @@ TEST(Controller, SavesAndReopensAProject) {
 TEST(Controller, UnbuiltFactoriesReportAndThrow) {
     LxAudioController controller;
     const char* file = "source/components/audiocore/LxAudioController";
-    {
+    struct Case {
+        const char* message;
+        int line;  // of the report; the exception follows on the next line
+        std::function<void()> call;
+    };
+    for (const Case& c : {Case{"GetMP3Importer Not implemented", 144, [&] { controller.GetMP3Importer(nullptr, nullptr); }},
+                          Case{"GetMP3Exporter Not implemented", 156,
+                               [&] { controller.GetMP3Exporter(44100, 2, 16, nullptr, nullptr); }}}) {
         AssertRecorder recorder;
         try {
-            controller.GetMP3Importer(nullptr, nullptr);
-            FAIL() << "no exception";
+            c.call();
+            ADD_FAILURE() << "no exception";
         } catch (const LxLCException& e) {
             EXPECT_EQ(e.GetErrorName(), LxString("kLxErrorInternal"));
             EXPECT_EQ(e.GetSourceFile(), LxString(file));
-            EXPECT_EQ(e.GetLine(), 145);
+            EXPECT_EQ(e.GetLine(), c.line + 1);
         }
-        ExpectSingleReport(recorder, "GetMP3Importer Not implemented", file, 144);
-    }
-    {
-        AssertRecorder recorder;
-        try {
-            controller.GetMP3Exporter(44100, 2, 16, nullptr, nullptr);
-            FAIL() << "no exception";
-        } catch (const LxLCException& e) {
-            EXPECT_EQ(e.GetErrorName(), LxString("kLxErrorInternal"));
-            EXPECT_EQ(e.GetLine(), 157);
-        }
-        ExpectSingleReport(recorder, "GetMP3Exporter Not implemented", file, 156);
+        ExpectSingleReport(recorder, c.message, file, c.line);
     }
     // Stop requests from devices go through the stop handler and return at once.
     controller.HandleStopPlayBackCalledFromDevice(7);

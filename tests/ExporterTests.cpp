@@ -17,30 +17,16 @@
 #include "LxAudioController.h"
 #include "LxPublic/ILxGeneralProgressCallBack.h"
 #include "LxPublic/LxMemoryStream.h"
-#include "LxPublic/LxStreamUtil.h"
 #include "LxWAVExporter.h"
 #include "LxWAVImporter.h"
 #include "PcmHelpers.h"
+#include "StoreHelpers.h"
 #include "TempDir.h"
 #include "WavWriter.h"
 
 namespace {
 
-const char* const kExporterFile = "source/components/audiocore/LxAudioExporter";
-const char* const kExporterSource = "source/components/audiocore/LxAudioExporter.cpp";
-
-std::vector<uint8_t> ReadFileBytes(const LxFile& file) {
-    auto in = LxStreamUtil::CreateFileStreamRead(file);
-    std::vector<uint8_t> bytes(in ? static_cast<size_t>(in->GetLength()) : 0);
-    if (!bytes.empty()) in->Read(bytes.data(), static_cast<int>(bytes.size()));
-    return bytes;
-}
-
-void WriteFileBytes(const LxFile& file, const std::vector<uint8_t>& bytes) {
-    auto out = LxStreamUtil::CreateFileStreamReadWrite(file, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
-    ASSERT_TRUE(out);
-    ASSERT_EQ(out->Write(bytes.data(), static_cast<int>(bytes.size())), static_cast<int>(bytes.size()));
-}
+const char* const kExporter = "audiocore/LxAudioExporter";
 
 std::vector<std::string> FilesIn(const LxFile& dir) {
     std::vector<std::string> names;
@@ -51,18 +37,9 @@ std::vector<std::string> FilesIn(const LxFile& dir) {
     return names;
 }
 
-std::vector<uint8_t> Bytes(const std::vector<int16_t>& pcm) {
-    std::vector<uint8_t> out;
-    for (int16_t s : pcm) WavWriter::Put16(out, static_cast<uint16_t>(s));
-    return out;
-}
-
-// A stored clip holding pcm; frames should be a whole number of 180-byte blocks.
-int StoreClip(LxAudioController& controller, const std::vector<int16_t>& pcm, int channels) {
-    auto clip = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_IMPORT);
-    clip->AppendPCMData(reinterpret_cast<const unsigned char*>(pcm.data()), static_cast<int>(pcm.size() * 2), channels,
-                        44100, 16, 1.0f);
-    return clip->FinishAppendingPCMData(channels, 44100, 16, 1.0f);
+// The 44-byte file of 16-bit PCM at 44100 Hz.
+std::vector<uint8_t> Wave16(int channels, const std::vector<int16_t>& pcm) {
+    return WavWriter::File({WavWriter::Fmt(1, static_cast<uint16_t>(channels), 44100, 16), WavWriter::Chunk("data", PcmBytes(pcm))});
 }
 
 // An independent reading of the 44-byte WAVE layout; every size field is checked
@@ -193,7 +170,7 @@ TEST(WavExporter, ExportsAt44100ExactlyWhatWasImported) {
     LxAudioController controller;
     // 100003 stereo frames: the import keeps whole 180-byte blocks, 100002 frames minus 42.
     std::vector<int16_t> pcm = MakeRamp(100003, 2, 4);
-    WriteFileBytes(tmp.Child("in.wav"), WavWriter::File({WavWriter::Fmt(1, 2, 44100, 16), WavWriter::Chunk("data", Bytes(pcm))}));
+    WriteFileBytes(tmp.Child("in.wav"), Wave16(2, pcm));
     int id = controller.GetWAVImporter(nullptr, nullptr, false)->Import(tmp.Child("in.wav"));
     ASSERT_GT(id, 0);
     std::vector<int16_t> kept(pcm.begin(), pcm.begin() + static_cast<long>(pcm.size() / 90 * 90));
@@ -213,15 +190,16 @@ TEST(WavExporter, ExportsAt44100ExactlyWhatWasImported) {
         int bits;
         std::vector<uint8_t> expected;
     };
-    for (const Case& c : {Case{16, WavWriter::File({WavWriter::Fmt(1, 2, 44100, 16), WavWriter::Chunk("data", Bytes(kept))})},
+    for (const Case& c : {Case{16, Wave16(2, kept)},
                           Case{24, WavWriter::File({WavWriter::Fmt(1, 2, 44100, 24), WavWriter::Chunk("data", data24)})},
                           Case{32, WavWriter::File({WavWriter::Fmt(3, 2, 44100, 32), WavWriter::Chunk("data", dataFloat)})}}) {
         AssertRecorder recorder;
         auto exporter = controller.GetWAVExporter(2, 44100, c.bits, nullptr, nullptr);
+        EXPECT_EQ(exporter->GetSupportedFormats(), (std::vector<LxString>{"wav", "wave"}));
         LxFile out = tmp.Child(("out" + std::to_string(c.bits) + ".wav").c_str());
         ASSERT_EQ(exporter->Export(id, out), 0) << c.bits;
         EXPECT_EQ(exporter->GetFramesWritten(), 99990);
-        EXPECT_EQ(ReadFileBytes(out), c.expected) << c.bits;
+        EXPECT_EQ(FileBytes(out), c.expected) << c.bits;
         EXPECT_EQ(recorder.Count(), 0u);
     }
     // Only the targets are left in the directory: no temporary files.
@@ -240,7 +218,7 @@ TEST(WavExporter, ExportsAt44100ExactlyWhatWasImported) {
         for (const char* name : {"out16.wav", "out24.wav", "out32.wav"}) {
             std::string in = tmp.Child(name).GetPath().str(), raw = tmp.Child("sox.raw").GetPath().str();
             ASSERT_EQ(std::system(("sox -D '" + in + "' -t s16 '" + raw + "' 2>/dev/null").c_str()), 0) << name;
-            EXPECT_EQ(ReadFileBytes(tmp.Child("sox.raw")), Bytes(kept)) << name;
+            EXPECT_EQ(FileBytes(tmp.Child("sox.raw")), PcmBytes(kept)) << name;
         }
     }
 }
@@ -262,16 +240,17 @@ TEST(WavExporter, ResamplesToOtherRates) {
     for (Case c : {Case{2, 48000, 16}, Case{2, 22050, 32}, Case{1, 48000, 24}, Case{2, 8000, 16}}) {
         SCOPED_TRACE(std::to_string(c.channels) + " x " + std::to_string(c.rate) + " x " + std::to_string(c.bits));
         AssertRecorder recorder;
-        auto exporter = controller.GetWAVExporter(c.channels, c.rate, c.bits, nullptr, nullptr);
+        int context = 0;
+        auto exporter = controller.GetWAVExporter(c.channels, c.rate, c.bits, [](LxCallBack&, void*) {}, &context);
+        EXPECT_TRUE(exporter->IsFormatSupported());
         LxFile out = tmp.Child("out.wav");
         ASSERT_EQ(exporter->Export(id, out), 0);
         EXPECT_EQ(recorder.Count(), 0u);
         Wave w;
-        ASSERT_TRUE(ParseWave(ReadFileBytes(out), w));
-        EXPECT_EQ(w.tag, c.bits == 32 ? 3 : 1);
-        EXPECT_EQ(w.channels, c.channels);
-        EXPECT_EQ(w.rate, c.rate);
-        EXPECT_EQ(w.bits, c.bits);
+        ASSERT_TRUE(ParseWave(FileBytes(out), w));
+        EXPECT_EQ(std::make_tuple(w.tag, w.channels, w.rate, w.bits), std::make_tuple(c.bits == 32 ? 3 : 1, c.channels, c.rate, c.bits));
+        EXPECT_EQ(std::make_tuple(exporter->GetFormatTag(), exporter->GetChannels(), exporter->GetFrameRate(),
+                                  exporter->GetBitsPerSample()), std::make_tuple(w.tag, w.channels, w.rate, w.bits));
         // One second stays one second, to the frame: the filters' tail is flushed.
         std::vector<double> s = Samples(w);
         ASSERT_EQ(s.size(), static_cast<size_t>(c.rate * c.channels));
@@ -313,8 +292,7 @@ TEST(WavExporter, ExportsExactlyThePortionAndConvertsChannels) {
         ASSERT_EQ(exporter->Export(*clip, p.start, p.end, out), 0);
         int end = p.end == -1 ? 100036 : p.end;
         std::vector<int16_t> expected(pcm.begin() + 2 * (p.start - 1), pcm.begin() + 2 * (end - 1));
-        EXPECT_EQ(ReadFileBytes(out),
-                  WavWriter::File({WavWriter::Fmt(1, 2, 44100, 16), WavWriter::Chunk("data", Bytes(expected))}));
+        EXPECT_EQ(FileBytes(out), Wave16(2, expected));
         EXPECT_EQ(recorder.Count(), 0u);
     }
 
@@ -325,19 +303,17 @@ TEST(WavExporter, ExportsExactlyThePortionAndConvertsChannels) {
     std::vector<int16_t> doubled;
     for (int16_t s : mono) doubled.insert(doubled.end(), {s, s});
     ASSERT_EQ(controller.GetWAVExporter(2, 44100, 16, nullptr, nullptr)->Export(monoID, tmp.Child("stereo.wav")), 0);
-    EXPECT_EQ(ReadFileBytes(tmp.Child("stereo.wav")),
-              WavWriter::File({WavWriter::Fmt(1, 2, 44100, 16), WavWriter::Chunk("data", Bytes(doubled))}));
+    EXPECT_EQ(FileBytes(tmp.Child("stereo.wav")), Wave16(2, doubled));
     ASSERT_EQ(controller.GetWAVExporter(1, 44100, 16, nullptr, nullptr)->Export(monoID, tmp.Child("mono.wav")), 0);
-    EXPECT_EQ(ReadFileBytes(tmp.Child("mono.wav")),
-              WavWriter::File({WavWriter::Fmt(1, 1, 44100, 16), WavWriter::Chunk("data", Bytes(mono))}));
+    EXPECT_EQ(FileBytes(tmp.Child("mono.wav")), Wave16(1, mono));
     // Stereo read as mono has half the bytes.
     Wave w;
     ASSERT_EQ(controller.GetWAVExporter(1, 44100, 16, nullptr, nullptr)->Export(*clip, 1, 1001, tmp.Child("m.wav")), 0);
-    ASSERT_TRUE(ParseWave(ReadFileBytes(tmp.Child("m.wav")), w));
+    ASSERT_TRUE(ParseWave(FileBytes(tmp.Child("m.wav")), w));
     EXPECT_EQ(w.data.size(), 2000u);
     // 24-bit mono of an odd frame count has a pad byte after the data.
     ASSERT_EQ(controller.GetWAVExporter(1, 44100, 24, nullptr, nullptr)->Export(*controller.GetClip(monoID), 3, 6, tmp.Child("pad.wav")), 0);
-    std::vector<uint8_t> padded = ReadFileBytes(tmp.Child("pad.wav"));
+    std::vector<uint8_t> padded = FileBytes(tmp.Child("pad.wav"));
     ASSERT_TRUE(ParseWave(padded, w));
     EXPECT_EQ(w.data.size(), 9u);
     EXPECT_EQ(padded.size(), 54u);
@@ -357,7 +333,7 @@ TEST(WavExporter, PullsAnyPlayableSourceIntoAnyStream) {
     stream.Seek(0, kLxSeekEnd);
     ASSERT_EQ(exporter->Export(source, 1, -1, &stream), 0);
     std::vector<uint8_t> expected = {'a', 'b', 'c'};
-    std::vector<uint8_t> wave = WavWriter::File({WavWriter::Fmt(1, 2, 44100, 16), WavWriter::Chunk("data", Bytes(pcm))});
+    std::vector<uint8_t> wave = Wave16(2, pcm);
     expected.insert(expected.end(), wave.begin(), wave.end());
     EXPECT_EQ(stream.GetBytes(), expected);
     EXPECT_EQ(stream.GetPosition(), static_cast<int64_t>(expected.size()));
@@ -397,7 +373,7 @@ TEST(WavExporter, ReportsProgressAndCancelLeavesNothingBehind) {
         EXPECT_EQ(progress.reports, 10);  // pages of mono read as stereo come in halves
         EXPECT_EQ(progress.ends, 1);
     }
-    const std::vector<uint8_t> before = ReadFileBytes(target);
+    const std::vector<uint8_t> before = FileBytes(target);
     ASSERT_EQ(before.size(), 44u + 480000 * 4);
 
     // Cancelled by the progress receiver, then through Cancel: -2 each time,
@@ -420,12 +396,12 @@ TEST(WavExporter, ReportsProgressAndCancelLeavesNothingBehind) {
     EXPECT_EQ(exporter->Export(*clip, 1, -1, &stream), -2);
     EXPECT_EQ(stream.GetBytes(), (std::vector<uint8_t>{1, 2}));
     EXPECT_EQ(recorder.Count(), 0u);
-    EXPECT_EQ(ReadFileBytes(target), before);
+    EXPECT_EQ(FileBytes(target), before);
     EXPECT_EQ(FilesIn(tmp.Dir()), (std::vector<std::string>{"lecture.wav"}));
 
     // A cancel applies to one export; the exporter works again after it.
     ASSERT_EQ(exporter->Export(*clip, 1, 4411, target), 0);
-    EXPECT_EQ(ReadFileBytes(target).size(), 44u + 4410 * 3);
+    EXPECT_EQ(FileBytes(target).size(), 44u + 4410 * 3);
 }
 
 namespace {
@@ -453,82 +429,54 @@ TEST(WavExporter, FailuresAreReportedAndLeaveNothingBehind) {
     ASSERT_GT(id, 0);
     auto clip = controller.GetClip(id);
     auto exporter = controller.GetWAVExporter(2, 44100, 16, nullptr, nullptr);
-    auto expectOne = [&](const AssertRecorder& recorder, const std::string& message, const std::string& snippet) {
-        ExpectSingleReport(recorder, message, kExporterFile, SourceLineOf(kExporterSource, snippet));
+    AssertRecorder recorder;
+    const auto expectReport = [&](const char* message) {
+        ExpectReportFrom(recorder, message, kExporter);
+        recorder.Clear();
     };
-    {
-        AssertRecorder recorder;
-        EXPECT_EQ(exporter->Export(*clip, 1, -1, tmp.Child("missing").GetChild("out.wav")), -1);
-        expectOne(recorder, "Cannot create the export file", "\"Cannot create the export file\"");
-    }
-    {
-        AssertRecorder recorder;
-        EXPECT_EQ(exporter->Export(*clip, 1, -1, tmp.Dir()), -1);
-        expectOne(recorder, "The export target is not a file name", "\"The export target is not a file name\"");
-    }
+    EXPECT_EQ(exporter->Export(*clip, 1, -1, tmp.Child("missing").GetChild("out.wav")), -1);
+    expectReport("Cannot create the export file");
+    EXPECT_EQ(exporter->Export(*clip, 1, -1, tmp.Dir()), -1);
+    expectReport("The export target is not a file name");
+    EXPECT_EQ(exporter->Export(id + 1, tmp.Child("bad.wav")), -1);
+    expectReport("No such clip to export");
+    EXPECT_EQ(exporter->Export(*clip, 1, -1, static_cast<ILxStream*>(nullptr)), -1);
+    expectReport("No stream to export to");
     // A disk that fills up half-way: the stream is cut back to where it started.
     for (int64_t limit : {10, 44, 30000}) {
-        AssertRecorder recorder;
         FailingStream stream(limit);
         EXPECT_EQ(exporter->Export(*clip, 1, -1, &stream), -1) << limit;
-        expectOne(recorder, "Cannot write the exported audio", "\"Cannot write the exported audio\"");
+        expectReport("Cannot write the exported audio");
         EXPECT_EQ(stream.GetLength(), 0) << limit;
     }
     // Portions outside the clip; a stream that held something keeps it.
     for (auto [start, end] : std::vector<std::pair<int, int>>{{0, -1}, {9002, -1}, {10, 9}, {1, 9002}, {-5, 3}}) {
-        AssertRecorder recorder;
         EXPECT_EQ(exporter->Export(*clip, start, end, tmp.Child("bad.wav")), -1);
-        expectOne(recorder, "Invalid portion to export", "\"Invalid portion to export\"");
+        expectReport("Invalid portion to export");
         LxMemoryStream held(std::vector<uint8_t>(100, 7));
         held.Seek(10, kLxSeekBegin);
         EXPECT_EQ(exporter->Export(*clip, start, end, &held), -1);
         EXPECT_EQ(held.GetBytes(), std::vector<uint8_t>(100, 7));
         EXPECT_EQ(held.GetPosition(), 10);
+        recorder.Clear();
     }
     // Formats that cannot be written.
     for (auto [channels, rate, bits] : std::vector<std::tuple<int, int, int>>{
              {0, 44100, 16}, {3, 44100, 16}, {2, 44100, 8}, {2, 44100, 12}, {2, 999, 16}, {2, 768001, 16}, {2, -44100, 16}}) {
-        AssertRecorder recorder;
         auto bad = controller.GetWAVExporter(channels, rate, bits, nullptr, nullptr);
         EXPECT_FALSE(bad->IsFormatSupported());
         EXPECT_EQ(bad->Export(*clip, 1, -1, tmp.Child("bad.wav")), -1);
-        EXPECT_EQ(recorder.Count(), 1u);
+        ASSERT_EQ(recorder.Count(), 1u);
         EXPECT_EQ(recorder.Reports()[0].message, "Not supported format");
+        recorder.Clear();
     }
     // More than a RIFF file can hold, refused before anything is read.
-    {
-        FakeClip huge(pcm, 2);
-        huge.claimedFrames = INT_MAX;
-        AssertRecorder recorder;
-        LxMemoryStream stream;
-        EXPECT_EQ(controller.GetWAVExporter(2, 96000, 32, nullptr, nullptr)->Export(huge, 1, -1, &stream), -1);
-        expectOne(recorder, "Too long for the export format", "\"Too long for the export format\"");
-        EXPECT_EQ(huge.pulls, 0);
-        EXPECT_EQ(stream.GetLength(), 0);
-    }
-    // A clip ID the store does not know, and no stream at all.
-    {
-        AssertRecorder recorder;
-        EXPECT_EQ(exporter->Export(id + 1, tmp.Child("bad.wav")), -1);
-        expectOne(recorder, "No such clip to export", "\"No such clip to export\"");
-    }
-    {
-        AssertRecorder recorder;
-        EXPECT_EQ(exporter->Export(*clip, 1, -1, static_cast<ILxStream*>(nullptr)), -1);
-        expectOne(recorder, "No stream to export to", "\"No stream to export to\"");
-    }
+    FakeClip huge(pcm, 2);
+    huge.claimedFrames = INT_MAX;
+    LxMemoryStream stream;
+    EXPECT_EQ(controller.GetWAVExporter(2, 96000, 32, nullptr, nullptr)->Export(huge, 1, -1, &stream), -1);
+    expectReport("Too long for the export format");
+    EXPECT_EQ(huge.pulls, 0);
+    EXPECT_EQ(stream.GetLength(), 0);
     EXPECT_TRUE(FilesIn(tmp.Dir()).empty());
-}
-
-TEST(WavExporter, ControllerPassesTheFormatThrough) {
-    LxAudioController controller;
-    int context = 0;
-    auto exporter = controller.GetWAVExporter(1, 48000, 24, [](LxCallBack&, void*) {}, &context);
-    EXPECT_EQ(exporter->GetChannels(), 1);
-    EXPECT_EQ(exporter->GetFrameRate(), 48000);
-    EXPECT_EQ(exporter->GetBitsPerSample(), 24);
-    EXPECT_EQ(exporter->GetFormatTag(), 1);
-    EXPECT_TRUE(exporter->IsFormatSupported());
-    EXPECT_EQ(controller.GetWAVExporter(2, 44100, 32, nullptr, nullptr)->GetFormatTag(), 3);
-    EXPECT_EQ(exporter->GetSupportedFormats(), (std::vector<LxString>{"wav", "wave"}));
 }

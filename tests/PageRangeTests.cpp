@@ -83,29 +83,23 @@ TEST_F(PageRangeTest, CountsFramesWithEachPagesOwnFormat) {
 }
 
 TEST_F(PageRangeTest, TranslatesFramesIntoPagesAndOffsets) {
-    int page = 0, offset = 0;
-    LxPageRange range = Range(180, 4000, 252, 176400);
-    range.Translate(1, page, offset);
-    EXPECT_EQ(page, 180);
-    EXPECT_EQ(offset, 4000);
-    int firstPageFrames = (176400 - 4000) / 4;
-    range.Translate(firstPageFrames, page, offset);  // last frame of the start page
-    EXPECT_EQ(page, 180);
-    EXPECT_EQ(offset, 176396);
-    range.Translate(firstPageFrames + 1, page, offset);
-    EXPECT_EQ(page, 216);
-    EXPECT_EQ(offset, 0);
-    range.Translate(firstPageFrames + 44100 + 1, page, offset);
-    EXPECT_EQ(page, 252);
-    EXPECT_EQ(offset, 0);
-    range.Translate(firstPageFrames + 2 * 44100 + 1, page, offset);  // one past the end
-    EXPECT_EQ(page, -1);
+    const LxPageRange range = Range(180, 4000, 252, 176400);
+    const int firstPageFrames = (176400 - 4000) / 4;
+    struct Case {
+        int frame, page, offset;
+    };
+    for (const Case& c : {Case{1, 180, 4000}, Case{firstPageFrames, 180, 176396},  // the last frame of the start page
+                          Case{firstPageFrames + 1, 216, 0}, Case{firstPageFrames + 44100 + 1, 252, 0},
+                          Case{firstPageFrames + 2 * 44100 + 1, -1, -1}}) {  // one past the end
+        int page = 0, offset = 0;
+        range.Translate(c.frame, page, offset);
+        EXPECT_EQ(std::make_pair(page, offset), std::make_pair(c.page, c.offset)) << c.frame;
+    }
     AssertRecorder recorder;
+    int page = 0, offset = 0;
     range.Translate(0, page, offset);
-    EXPECT_EQ(page, -1);
-    EXPECT_EQ(offset, -1);
-    ExpectSingleReport(recorder, "Non positive frame index in Translate", kRangeSource,
-                       RangeLine("\"Non positive frame index in Translate\""));
+    EXPECT_EQ(std::make_pair(page, offset), std::make_pair(-1, -1));
+    ExpectReportFrom(recorder, "Non positive frame index in Translate", "audiocore/LxPageRange");
 }
 
 TEST_F(PageRangeTest, IncrementsInTwoStepsAcrossPages) {
@@ -125,13 +119,12 @@ TEST_F(PageRangeTest, IncrementsInTwoStepsAcrossPages) {
     range.IncrementByOneFrame(page, offset);
     EXPECT_EQ(page, 216);
     EXPECT_EQ(offset, 8);
-    ExpectSingleReport(recorder, "OVerflow. Can't increment pageOffset", kRangeSource,
-                       RangeLine("\"OVerflow. Can't increment pageOffset\""));
+    ExpectReportFrom(recorder, "OVerflow. Can't increment pageOffset", "audiocore/LxPageRange");
     recorder.Clear();
     page = 252;
     range.IncrementByOneFrame(page, offset);
     EXPECT_EQ(page, 252);
-    ExpectSingleReport(recorder, "invalid arg", kRangeSource, RangeLine("\"invalid arg\""));
+    ExpectReportFrom(recorder, "invalid arg", "audiocore/LxPageRange");
 }
 
 TEST_F(PageRangeTest, ClipTranslationWalksRangesAndClampsPastTheEnd) {

@@ -4,23 +4,12 @@
 
 #include <cstring>
 #include <random>
+#include <tuple>
 #include <vector>
 #include "LxPublic/LxMemoryStream.h"
 #include "LxPublic/LxStreamUtil.h"
+#include "StoreHelpers.h"
 #include "TempDir.h"
-
-namespace {
-
-std::vector<uint8_t> FileBytes(const LxFile& file) {
-    auto in = LxStreamUtil::CreateFileStreamRead(file);
-    std::vector<uint8_t> bytes(in ? static_cast<size_t>(in->GetLength()) : 0);
-    if (in && !bytes.empty()) {
-        EXPECT_EQ(in->Read(bytes.data(), static_cast<int>(bytes.size())), int(bytes.size()));
-    }
-    return bytes;
-}
-
-}  // namespace
 
 TEST(PlatformStream, TransfersAreLittleEndianAndSymmetric) {
     LxMemoryStream stream;
@@ -29,28 +18,17 @@ TEST(PlatformStream, TransfersAreLittleEndianAndSymmetric) {
     uint32_t b = 0x11223344u;
     int64_t c = 0x0102030405060708LL;
     double d = 1.5;
-    EXPECT_TRUE(stream.Xfer(a));
-    EXPECT_TRUE(stream.Xfer(b));
-    EXPECT_TRUE(stream.Xfer(c));
-    EXPECT_TRUE(stream.Xfer(d));
+    EXPECT_TRUE(stream.Xfer(a) && stream.Xfer(b) && stream.Xfer(c) && stream.Xfer(d));
     const std::vector<uint8_t> expected = {0xFE, 0xFF, 0xFF, 0xFF, 0x44, 0x33, 0x22, 0x11, 0x08, 0x07, 0x06, 0x05,
                                            0x04, 0x03, 0x02, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xF8, 0x3F};
     EXPECT_EQ(stream.GetBytes(), expected);
 
+    // The same calls read them back.
     stream.Seek(0, kLxSeekBegin);
     stream.SetWriting(false);
-    int32_t a2 = 0;
-    uint32_t b2 = 0;
-    int64_t c2 = 0;
-    double d2 = 0;
-    EXPECT_TRUE(stream.Xfer(a2));
-    EXPECT_TRUE(stream.Xfer(b2));
-    EXPECT_TRUE(stream.Xfer(c2));
-    EXPECT_TRUE(stream.Xfer(d2));
-    EXPECT_EQ(a2, -2);
-    EXPECT_EQ(b2, 0x11223344u);
-    EXPECT_EQ(c2, 0x0102030405060708LL);
-    EXPECT_EQ(d2, 1.5);
+    a = 0, b = 0, c = 0, d = 0;
+    EXPECT_TRUE(stream.Xfer(a) && stream.Xfer(b) && stream.Xfer(c) && stream.Xfer(d));
+    EXPECT_EQ(std::make_tuple(a, b, c, d), std::make_tuple(-2, 0x11223344u, 0x0102030405060708LL, 1.5));
 
     // A short read fails and leaves zero, never stale bytes.
     stream.Seek(-2, kLxSeekEnd);

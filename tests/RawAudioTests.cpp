@@ -13,19 +13,13 @@
 #include "LxRawAudioExporter.h"
 #include "LxRawAudioImporter.h"
 #include "PcmHelpers.h"
+#include "StoreHelpers.h"
 #include "TempDir.h"
 #include "WavWriter.h"
 
 namespace {
 
 const char* const kRawImporterFile = "source/components/audiocore/LxRawAudioImporter";
-
-int StoreClip(LxAudioController& controller, const std::vector<int16_t>& pcm, int channels) {
-    auto clip = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_IMPORT);
-    clip->AppendPCMData(reinterpret_cast<const unsigned char*>(pcm.data()), static_cast<int>(pcm.size() * 2), channels,
-                        44100, 16, 1.0f);
-    return clip->FinishAppendingPCMData(channels, 44100, 16, 1.0f);
-}
 
 struct Chunk {
     int32_t bytes, channels, rate, bits;
@@ -159,45 +153,27 @@ TEST(RawAudio, OtherRatesGoThroughTheResamplerBothWays) {
     EXPECT_LT(worst, 0.001);
 }
 
-TEST(RawAudio, ClipComparesWithItsOwnChunkStream) {
-    LxAudioController controller;
-    std::vector<int16_t> pcm = MakeRamp(100035, 2, 22);
-    int id = StoreClip(controller, pcm, 2);
-    ASSERT_GT(id, 0);
-    auto clip = controller.GetClip(id);
-    LxMemoryStream stream;
-    ASSERT_EQ(controller.GetRawAudioExporter(2, 44100, 16, nullptr, nullptr)->Export(*clip, 1, -1, &stream), 0);
-
-    // A stream that differs in one sample, one that is cut short, and one of
-    // another clip never compare equal.
-    std::vector<uint8_t> changed = stream.GetBytes();
-    changed[16 + 176400 + 16 + 1000] ^= 1;
-    LxMemoryStream changedStream(changed);
-    EXPECT_FALSE(clip->IsRawDataSameAs(&changedStream));
-    std::vector<uint8_t> shortened(stream.GetBytes().begin(), stream.GetBytes().end() - 180);
-    LxMemoryStream shortStream(shortened);
-    EXPECT_FALSE(clip->IsRawDataSameAs(&shortStream));
-    LxMemoryStream empty;
-    EXPECT_FALSE(clip->IsRawDataSameAs(&empty));
-    EXPECT_FALSE(clip->IsRawDataSameAs(nullptr));
-    int otherID = StoreClip(controller, MakeRamp(100035, 2, 23), 2);
-    LxMemoryStream other;
-    ASSERT_EQ(controller.GetRawAudioExporter(2, 44100, 16, nullptr, nullptr)->Export(*controller.GetClip(otherID), 1, -1, &other), 0);
-    EXPECT_FALSE(clip->IsRawDataSameAs(&other));
-}
-
 // The comparison wants a stream exactly as long as the clip's PCM, so the
-// exporter's own output (a 16-byte header per chunk on top) never matches.
-TEST(RawAudio, ExportedStreamIsLongerThanTheClip) {
+// exporter's own output (a 16-byte header per chunk on top) never matches;
+// neither does one that differs in a sample, is cut short, or is another clip's.
+TEST(RawAudio, ClipComparesOnlyWithItsOwnPcm) {
     LxAudioController controller;
-    std::vector<int16_t> pcm = MakeRamp(100035, 2, 22);
-    int id = StoreClip(controller, pcm, 2);
+    int id = StoreClip(controller, MakeRamp(100035, 2, 22), 2);
     ASSERT_GT(id, 0);
     auto clip = controller.GetClip(id);
+    auto exporter = controller.GetRawAudioExporter(2, 44100, 16, nullptr, nullptr);
     LxMemoryStream stream;
-    ASSERT_EQ(controller.GetRawAudioExporter(2, 44100, 16, nullptr, nullptr)->Export(*clip, 1, -1, &stream), 0);
+    ASSERT_EQ(exporter->Export(*clip, 1, -1, &stream), 0);
     EXPECT_EQ(stream.GetLength(), clip->WorthInBytes() + 3 * 16);
     EXPECT_FALSE(clip->IsRawDataSameAs(&stream));
+
+    std::vector<uint8_t> changed = stream.GetBytes();
+    changed[16 + 176400 + 16 + 1000] ^= 1;
+    LxMemoryStream changedStream(changed), shortStream(std::vector<uint8_t>(stream.GetBytes().begin(), stream.GetBytes().end() - 180));
+    LxMemoryStream empty, other;
+    ASSERT_EQ(exporter->Export(*controller.GetClip(StoreClip(controller, MakeRamp(100035, 2, 23), 2)), 1, -1, &other), 0);
+    for (LxMemoryStream* s : {&changedStream, &shortStream, &empty, &other}) EXPECT_FALSE(clip->IsRawDataSameAs(s));
+    EXPECT_FALSE(clip->IsRawDataSameAs(nullptr));
 }
 
 TEST(RawAudio, DamagedStreamsGiveAReportAndNoClip) {

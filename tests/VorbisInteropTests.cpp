@@ -8,6 +8,7 @@
 #include <vorbis/vorbisfile.h>
 
 #include <cmath>
+#include <numbers>
 #include <cstring>
 #include <vector>
 #include "LxCodecVorbis.h"
@@ -100,7 +101,7 @@ std::vector<short> Tone(int frames, int channels) {
     std::vector<short> pcm(static_cast<size_t>(frames * channels));
     for (int i = 0; i < frames; ++i) {
         double t = i / 44100.0;
-        double v = 0.4 * std::sin(2 * M_PI * 220 * t) + 0.2 * std::sin(2 * M_PI * 660 * t) * std::sin(2 * M_PI * 2 * t);
+        double v = 0.4 * std::sin(2 * std::numbers::pi * 220 * t) + 0.2 * std::sin(2 * std::numbers::pi * 660 * t) * std::sin(2 * std::numbers::pi * 2 * t);
         for (int c = 0; c < channels; ++c) pcm[static_cast<size_t>(i * channels + c)] = static_cast<short>(v * 30000 * (c ? 0.7 : 1));
     }
     return pcm;

@@ -59,3 +59,8 @@ void ExpectSingleReport(const AssertRecorder& recorder, const std::string& messa
     EXPECT_EQ(reports[0].sourceFile, sourceFile);
     EXPECT_EQ(reports[0].line, line);
 }
+
+void ExpectReportFrom(const AssertRecorder& recorder, const std::string& message, const std::string& component) {
+    const std::string file = "source/components/" + component;
+    ExpectSingleReport(recorder, message, file, SourceLineOf(file + ".cpp", "\"" + message + "\""));
+}

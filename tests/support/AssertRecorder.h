@@ -36,3 +36,7 @@ int SourceLineOf(const std::string& relativePath, const std::string& snippet);
 // Expects exactly one report, with this message, source file and line.
 void ExpectSingleReport(const AssertRecorder& recorder, const std::string& message, const std::string& sourceFile,
                         int line);
+
+// Expects exactly one report, raised by source/components/<component>.cpp
+// (component as "audiocore/LxAudioFile") at the one line that quotes message.
+void ExpectReportFrom(const AssertRecorder& recorder, const std::string& message, const std::string& component);
