@@ -11,9 +11,11 @@
 #include <vector>
 #include "LxAudioClip.h"
 #include "LxAudioClipBase.h"
+#include "LxAudioCaptureData.h"
 #include "LxAudioClipSource.h"
 #include "LxAudioCoreExport.h"
 #include "LxAudioPlaybackStopHandler.h"
+#include "LxSharedDeque.h"
 #include "LxPublic/LxCallBack.h"
 #include "LxPublic/LxFile.h"
 #include "LxPublic/LxRecursiveMutex.h"
@@ -29,6 +31,10 @@ class LxRawAudioImporter;
 class LxWAVExporter;
 class LxRawAudioExporter;
 class LxMP3Exporter;
+class ILxAudioPlaybackClip;
+class LxAudioCaptureConsumerBase;
+class LxAudioCaptureDevice;
+class WLxAudioPlayBackDeviceMMIO;
 
 class LXAUDIOCORE_API LxAudioController {
 public:
@@ -96,7 +102,46 @@ public:
     LxMP3Importer* GetMP3Importer(LxCallBackFunction callback, void* context);
     LxMP3Exporter* GetMP3Exporter(int rate, int channels, int bits, LxCallBackFunction callback, void* context);
 
+    // --- capture -----------------------------------------------------------------
+    // Records from input device deviceID (device index in the high 16 bits,
+    // source line in the low 16 bits) into a new clip. volume -1.0 leaves the
+    // input's volume alone; preserve false starts paused. The callback receives
+    // the input level (kind 38) on the capture's reader thread. consumer, when
+    // given, takes the captured buffers instead of the standard consumer and
+    // stays the caller's. False (and nothing running) when the device did not
+    // start; the host then still calls StopCapture or CancelCapture. One capture
+    // at a time; stop or cancel it before starting another and before
+    // destroying the controller.
+    bool StartCapture(const int& deviceID, float volume, bool preserve, LxCallBackFunction callback, void* context,
+                      LxAudioCaptureConsumerBase* consumer = nullptr);
+    void SetCaptureVolume(float volume);
+    void PreserveCapturedData(bool preserve);
+    // While paused the input keeps running (and reporting its level) but nothing
+    // is recorded: paused audio is simply absent from the clip.
+    void PauseCapture();
+    void ResumeCapture();
+    // Ends the capture; the ID of the stored recording, or -1 when nothing was
+    // recorded (or there was no capture).
+    int StopCapture();
+    // Ends the capture without telling the result (a recording is still stored).
+    void CancelCapture();
+
     // --- playback ----------------------------------------------------------------
+    // Plays the stored clip clipID, frames startFrame (1-based) to endFrame
+    // (exclusive, -1: to the end), on the default output. Nothing happens while
+    // clipID is already playing. The callback receives kinds 32 (started), 33
+    // (position in frames) and 36 (stopped); failures show only as a missing 32.
+    void StartPlayBackOnDefaultDevice(int clipID, int startFrame, int endFrame, LxCallBackFunction callback,
+                                      void* context);
+    // Plays the caller's object (which must outlive the playback) under key 0:
+    // one at a time, and not while the stored clip 0 plays.
+    void StartPlayBackOnDefaultDevice(ILxAudioPlaybackClip& clip, int startFrame, int endFrame,
+                                      LxCallBackFunction callback, void* context);
+    // Whether a playback is entered under that key (it stays entered until
+    // stopped, even when its device failed to start). Like every playback entry
+    // point it takes the controller's lock, which StopPlayBack holds while it
+    // waits for a playback's thread: never call these from a playback callback.
+    bool IsPlayingBack(int clipID);
     // Stops and removes the playback under clipID (-1: all).
     void StopPlayBack(int clipID);
     // Asks the stop handler thread to stop a playback; returns at once. Device
@@ -107,7 +152,17 @@ public:
     const LxFile& GetTemporaryDirectory() const { return temporaryDirectory; }
 
 private:
+    void CreateSharedAudioData();
+    void DestroySharedAudioData();
+    // StopCapture and CancelCapture.
+    int EndCapture();
+    void StartPlayBack(int key, std::unique_ptr<LxAudioClip> ownedClip, ILxAudioPlaybackClip& clip, int startFrame,
+                       int endFrame, LxCallBackFunction callback, void* context);
+
     std::unique_ptr<LxAudioFile> audioFile;
+    std::unique_ptr<LxSharedDeque<LxAudioCaptureData*>> sharedAudioData;
+    std::unique_ptr<LxAudioCaptureDevice> captureDevice;
+    std::map<int, std::unique_ptr<WLxAudioPlayBackDeviceMMIO>> playbacks;
     LxAudioPlaybackStopHandler stopHandler;
     LxFile temporaryDirectory;
     LxRecursiveMutex lock;

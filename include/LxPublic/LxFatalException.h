@@ -5,4 +5,5 @@
 class LXPUBLIC_API LxFatalException : public LxException {
 public:
     using LxException::LxException;
+    ~LxFatalException() override;
 };

@@ -8,6 +8,7 @@ public:
     LxLCException(const LxString& errorName, const char* sourceFile, int line)
         : LxException(errorName), errorName_(errorName), sourceFile_(sourceFile ? sourceFile : ""), line_(line) {}
     explicit LxLCException(const LxString& errorName) : LxLCException(errorName, "", 0) {}
+    ~LxLCException() override;
 
     const LxString& GetErrorName() const { return errorName_; }
     const LxString& GetSourceFile() const { return sourceFile_; }

@@ -1,12 +1,18 @@
 #include "LxAudioController.h"
 
+#include "LxAudioCaptureConsumer.h"
+#include "LxAudioCaptureDevice.h"
 #include "LxAudioFile.h"
+#include "LxAudioPlaybackSource.h"
+#include "WLxAudioCaptureDeviceMMIO.h"
+#include "WLxAudioPlayBackDeviceMMIO.h"
 #include "LxWAVImporter.h"
 #include "LxNvVorbisImporter.h"
 #include "LxRawAudioExporter.h"
 #include "LxRawAudioImporter.h"
 #include "LxWAVExporter.h"
 #include "LxPublic/LxAssert.h"
+#include "LxPublic/LxClock.h"
 #include "LxPublic/LxFileUtil.h"
 #include "LxPublic/LxLCException.h"
 #include "LxPublic/LxRecursiveLock.h"
@@ -22,10 +28,20 @@ LxAudioController::LxAudioController() {
 }
 
 LxAudioController::~LxAudioController() {
+    // A capture the host left running would go on writing into the deque and
+    // the store destroyed below: it is cancelled first.
+    if (captureDevice) CancelCapture();
     stopHandler.Post(LxThread::kMessageQuit, 0, 0);
     stopHandler.Join();
-    StopPlayBack(-1);
+    {
+        // Devices still entered are deleted, in ascending key order, without
+        // being stopped (no kind 36 now).
+        LxRecursiveLock guard(lock);
+        for (auto& entry : playbacks) entry.second.reset();
+        playbacks.clear();
+    }
     audioFile.reset();
+    DestroySharedAudioData();
     LxFileUtil::DeleteDirectory(temporaryDirectory, true);
 }
 
@@ -145,8 +161,129 @@ LxMP3Exporter* LxAudioController::GetMP3Exporter(int, int, int, LxCallBackFuncti
     throw LxLCException("kLxErrorInternal", kSourceFile, 157);
 }
 
-void LxAudioController::StopPlayBack(int) {
+// --- capture ---------------------------------------------------------------------
+
+void LxAudioController::CreateSharedAudioData() {
+    if (!sharedAudioData) sharedAudioData = std::make_unique<LxSharedDeque<LxAudioCaptureData*>>();
+}
+
+void LxAudioController::DestroySharedAudioData() {
+    if (!sharedAudioData) return;
+    // Items nobody took (a consumer that ended early leaves some) go with it.
+    for (LxAudioCaptureData* item : sharedAudioData->queue) delete item;
+    sharedAudioData.reset();
+}
+
+bool LxAudioController::StartCapture(const int& deviceID, float volume, bool preserve, LxCallBackFunction callback,
+                                     void* context, LxAudioCaptureConsumerBase* consumer) {
+    CreateSharedAudioData();
+    // A device still held is replaced, not stopped: the host stops a capture
+    // before it starts another.
+    (void)captureDevice.release();
+    captureDevice = std::make_unique<WLxAudioCaptureDeviceMMIO>(*sharedAudioData);
+    if (!captureDevice->Start(deviceID, volume, preserve, callback, context)) {
+        DestroySharedAudioData();
+        return false;
+    }
+    if (consumer != nullptr) {
+        captureDevice->SetConsumer(consumer, false);
+    } else {
+        captureDevice->SetConsumer(new LxAudioCaptureConsumer(), true);
+    }
+    LxAudioCaptureConsumerBase* taker = captureDevice->GetConsumer();
+    taker->Initialize(*this, *sharedAudioData, callback, context);
+    taker->Start();
+    return true;
+}
+
+void LxAudioController::SetCaptureVolume(float volume) {
+    if (captureDevice) captureDevice->SetVolume(volume);
+}
+
+void LxAudioController::PreserveCapturedData(bool preserve) {
+    if (captureDevice) captureDevice->SetCapturing(preserve);
+}
+
+void LxAudioController::PauseCapture() {
+    if (captureDevice) captureDevice->SetCapturing(false);
+}
+
+void LxAudioController::ResumeCapture() {
+    if (captureDevice) captureDevice->SetCapturing(true);
+}
+
+int LxAudioController::StopCapture() { return EndCapture(); }
+
+void LxAudioController::CancelCapture() { EndCapture(); }
+
+int LxAudioController::EndCapture() {
+    if (!captureDevice) return -1;
+    // After Stop the reader thread has ended, so the terminal item is the last one.
+    captureDevice->Stop();
+    int clipID = -1;
+    if (LxAudioCaptureConsumerBase* consumer = captureDevice->GetConsumer()) {
+        if (sharedAudioData && consumer->IsStarted()) {
+            sharedAudioData->PushBack(
+                new LxAudioCaptureData(nullptr, 0, captureDevice->GetVolume(), LxGetTickCountSinceAppStartTimeNS100()));
+            consumer->Join();
+        }
+        clipID = consumer->GetCapturedClipID();
+    }
+    captureDevice.reset();
+    DestroySharedAudioData();
+    return clipID;
+}
+
+// --- playback --------------------------------------------------------------------
+
+void LxAudioController::StartPlayBackOnDefaultDevice(int clipID, int startFrame, int endFrame,
+                                                     LxCallBackFunction callback, void* context) {
     LxRecursiveLock guard(lock);
+    if (playbacks.count(clipID) != 0) return;
+    auto clip = std::make_unique<LxAudioClip>(*audioFile, clipID, LX_AUDIO_CLIP_SOURCE_OTHER);
+    LxAudioClip& playable = *clip;
+    StartPlayBack(clipID, std::move(clip), playable, startFrame, endFrame, callback, context);
+}
+
+void LxAudioController::StartPlayBackOnDefaultDevice(ILxAudioPlaybackClip& clip, int startFrame, int endFrame,
+                                                     LxCallBackFunction callback, void* context) {
+    LxRecursiveLock guard(lock);
+    if (playbacks.count(0) != 0) return;
+    StartPlayBack(0, nullptr, clip, startFrame, endFrame, callback, context);
+}
+
+void LxAudioController::StartPlayBack(int key, std::unique_ptr<LxAudioClip> ownedClip, ILxAudioPlaybackClip& clip,
+                                      int startFrame, int endFrame, LxCallBackFunction callback, void* context) {
+    auto device = std::make_unique<WLxAudioPlayBackDeviceMMIO>(&LxHandleStopPlayBackCalledFromDevice, this);
+    WLxAudioPlayBackDeviceMMIO& started = *device;
+    playbacks[key] = std::move(device);
+    clip.SeekToBeginning();
+    clip.SetPortionToBePlayedBack(startFrame, endFrame);
+    started.SetSource(std::make_unique<LxAudioPlaybackSource>(key, audioFile.get(), std::move(ownedClip), &clip));
+    // A device that fails stays entered (and blocks its key) until stopped.
+    started.Start(callback, context);
+}
+
+bool LxAudioController::IsPlayingBack(int clipID) {
+    LxRecursiveLock guard(lock);
+    return playbacks.count(clipID) != 0;
+}
+
+void LxAudioController::StopPlayBack(int clipID) {
+    LxRecursiveLock guard(lock);
+    // Each entry leaves the map before its device stops, so that a host
+    // callback re-entering here (kind 36 is raised on this thread) finds a
+    // consistent map.
+    if (clipID == -1) {
+        while (!playbacks.empty()) {
+            auto node = playbacks.extract(playbacks.begin());
+            node.mapped()->Stop();
+        }
+        return;
+    }
+    auto node = playbacks.extract(clipID);
+    if (node.empty()) return;
+    node.mapped()->Stop();
 }
 
 void LxAudioController::HandleStopPlayBackCalledFromDevice(int clipID) {

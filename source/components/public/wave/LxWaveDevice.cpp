@@ -1,0 +1,3 @@
+#include "LxPublic/wave/LxWaveDevice.h"
+
+LxWaveDevice::~LxWaveDevice() = default;

@@ -1,0 +1,3 @@
+#include "LxPublic/wave/LxWaveMixer.h"
+
+LxWaveMixer::~LxWaveMixer() = default;

@@ -1,0 +1,315 @@
+// Playback on the simulated driver: the callbacks a host sees (kinds, values,
+// threads), what reaches the sound card, the playback map under start, stop and
+// failure, and the end of audio through the controller's stop handler.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+#include "DeviceTestSupport.h"
+#include "LxAudioController.h"
+#include "LxAudioPlaybackSource.h"
+#include "PcmHelpers.h"
+#include "WLxAudioPlayBackDeviceMMIO.h"
+
+namespace {
+
+constexpr int kBufferFrames = 4410;
+
+int Store(LxAudioController& controller, const std::vector<int16_t>& pcm, int channels) {
+    auto clip = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_RECORDING);
+    clip->AppendPCMData(reinterpret_cast<const unsigned char*>(pcm.data()), static_cast<int>(pcm.size() * 2),
+                        channels, 44100, 16, 1.0f);
+    return clip->FinishAppendingPCMData(channels, 44100, 16, 1.0f);
+}
+
+// Checks that played is expected followed only by whole 100 ms filler buffers
+// (0x0101 samples), at least one and at most four.
+void ExpectAudioThenFiller(const std::vector<unsigned char>& played, const std::vector<unsigned char>& expected) {
+    ASSERT_GE(played.size(), expected.size());
+    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), played.begin())) << "played audio differs";
+    size_t filler = played.size() - expected.size();
+    EXPECT_EQ(filler % 17640, 0u) << filler;
+    EXPECT_GE(filler / 17640, 1u);
+    EXPECT_LE(filler / 17640, 4u);
+    EXPECT_TRUE(std::all_of(played.begin() + static_cast<std::ptrdiff_t>(expected.size()), played.end(),
+                            [](unsigned char b) { return b == 1; }));
+}
+
+struct StopCount {
+    std::mutex mutex;
+    std::vector<int> clipIDs;
+    static void Stop(int clipID, void* context) {
+        auto* self = static_cast<StopCount*>(context);
+        std::lock_guard<std::mutex> lock(self->mutex);
+        self->clipIDs.push_back(clipID);
+    }
+};
+
+// Each playback's context in the stop-order test.
+struct Keyed {
+    int key;
+    std::vector<int>* stoppedKeys;
+    static void Callback(LxCallBack& callBack, void* context) {
+        auto* self = static_cast<Keyed*>(context);
+        if (callBack.GetKind() == kLxCallBackPlaybackStopped) self->stoppedKeys->push_back(self->key);
+    }
+};
+
+}  // namespace
+
+using Playback = SimulatedDeviceTest;
+
+TEST_F(Playback, SevenBuffersGiveTheExactCallbackSequenceAndReachTheCard) {
+    // Whole multiples of 180 bytes, so that storing the clip keeps every frame.
+    const int frames = 6 * kBufferFrames + 990;
+    std::vector<int16_t> pcm = MakeRamp(frames, 2, 3);
+    CallbackRecorder recorder;
+    const std::thread::id host = std::this_thread::get_id();
+    {
+        LxAudioController controller;
+        int clipID = Store(controller, pcm, 2);
+        controller.StartPlayBackOnDefaultDevice(clipID, 1, -1, &CallbackRecorder::Record, &recorder);
+        ASSERT_TRUE(recorder.WaitFor(kLxCallBackPlaybackStopped));
+        EXPECT_FALSE(controller.IsPlayingBack(clipID));
+    }
+    std::vector<CallbackEvent> events = recorder.Events();
+    ASSERT_EQ(events.size(), 4u + 1u + 3u + 5u + 1u);
+    // Priming: four buffers on the host's thread, then "started".
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(events[i].kind, kLxCallBackPlaybackPosition);
+        EXPECT_FLOAT_EQ(events[i].value, static_cast<float>((i + 1) * kBufferFrames));
+        EXPECT_EQ(events[i].thread, host);
+    }
+    EXPECT_EQ(events[4].kind, kLxCallBackPlaybackStarted);
+    EXPECT_EQ(events[4].thread, host);
+    // The writer thread: the three remaining buffers, then five empty reads.
+    const std::thread::id writer = events[5].thread;
+    EXPECT_NE(writer, host);
+    const float positions[] = {5 * kBufferFrames, 6 * kBufferFrames, frames, frames, frames, frames, frames, frames};
+    for (int i = 0; i < 8; ++i) {
+        EXPECT_EQ(events[5 + i].kind, kLxCallBackPlaybackPosition) << i;
+        EXPECT_FLOAT_EQ(events[5 + i].value, positions[i]) << i;
+        EXPECT_EQ(events[5 + i].thread, writer) << i;
+    }
+    // Stopped, on the controller's stop handler thread.
+    EXPECT_EQ(events[13].kind, kLxCallBackPlaybackStopped);
+    EXPECT_NE(events[13].thread, host);
+    EXPECT_NE(events[13].thread, writer);
+
+    std::vector<std::vector<unsigned char>> outputs = Sim().GetFinishedOutputs();
+    ASSERT_EQ(outputs.size(), 1u);
+    ExpectAudioThenFiller(outputs[0], AsBytes(pcm));
+}
+
+TEST_F(Playback, PortionsAndCallersObjectsPlayExactlyTheirFrames) {
+    LxAudioController controller;
+    std::vector<int16_t> mono = MakeRamp(3 * 44100 + 540, 1, 5);
+    int clipID = Store(controller, mono, 1);
+
+    // Frames 44101 to 88200 of a mono clip: one second, doubled to stereo.
+    CallbackRecorder byID;
+    controller.StartPlayBackOnDefaultDevice(clipID, 44101, 88201, &CallbackRecorder::Record, &byID);
+    ASSERT_TRUE(byID.WaitFor(kLxCallBackPlaybackStopped));
+    std::vector<int16_t> expected;
+    for (int i = 44100; i < 88200; ++i) {
+        expected.push_back(mono[static_cast<size_t>(i)]);
+        expected.push_back(mono[static_cast<size_t>(i)]);
+    }
+
+    // A caller's clip object plays under key 0 and stays the caller's.
+    auto own = controller.GetClip(clipID);
+    CallbackRecorder byObject;
+    controller.StartPlayBackOnDefaultDevice(*own, 1, 4411, &CallbackRecorder::Record, &byObject);
+    ASSERT_TRUE(byObject.WaitFor(kLxCallBackPlaybackStopped));
+    EXPECT_FALSE(controller.IsPlayingBack(0));
+    std::vector<int16_t> first;
+    for (int i = 0; i < 4410; ++i) {
+        first.push_back(mono[static_cast<size_t>(i)]);
+        first.push_back(mono[static_cast<size_t>(i)]);
+    }
+
+    std::vector<std::vector<unsigned char>> outputs = Sim().GetFinishedOutputs();
+    ASSERT_EQ(outputs.size(), 2u);
+    ExpectAudioThenFiller(outputs[0], AsBytes(expected));
+    ExpectAudioThenFiller(outputs[1], AsBytes(first));
+    EXPECT_EQ(byObject.Count(kLxCallBackPlaybackStarted), 1);
+    EXPECT_EQ(own->WorthInFrames(), 3 * 44100 + 540);
+}
+
+TEST_F(Playback, AnEmptySourceStopsAtOnceWithoutStarting) {
+    LxAudioController controller;
+    // On the device: Start succeeds, raises nothing, starts no thread and calls
+    // the stop function once with the source's key.
+    {
+        StopCount stops;
+        CallbackRecorder recorder;
+        WLxAudioPlayBackDeviceMMIO device(&StopCount::Stop, &stops);
+        std::unique_ptr<LxAudioClip> empty = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_OTHER);
+        ILxAudioPlaybackClip* playable = empty.get();
+        device.SetSource(std::make_unique<LxAudioPlaybackSource>(17, controller.GetAudioFile(), std::move(empty),
+                                                                 playable));
+        EXPECT_TRUE(device.Start(&CallbackRecorder::Record, &recorder));
+        EXPECT_EQ(stops.clipIDs, std::vector<int>{17});
+        EXPECT_TRUE(recorder.Events().empty());
+        EXPECT_EQ(device.GetFramesWritten(), 0);
+        EXPECT_TRUE(device.Stop());
+        ASSERT_EQ(recorder.Events().size(), 1u);
+        EXPECT_EQ(recorder.Events()[0].kind, kLxCallBackPlaybackStopped);
+        EXPECT_EQ(stops.clipIDs.size(), 1u);
+        // Never started: nothing to close, and no callback to tell.
+        WLxAudioPlayBackDeviceMMIO idle(&StopCount::Stop, &stops);
+        EXPECT_FALSE(idle.Stop());
+        EXPECT_EQ(recorder.Events().size(), 1u);
+    }
+    // Through the controller: an empty portion ends with one kind 36 from the
+    // stop handler, no kind 32, and the entry is gone.
+    int clipID = Store(controller, MakeRamp(44100, 2, 1), 2);
+    CallbackRecorder recorder;
+    controller.StartPlayBackOnDefaultDevice(clipID, 100, 100, &CallbackRecorder::Record, &recorder);
+    ASSERT_TRUE(recorder.WaitFor(kLxCallBackPlaybackStopped));
+    EXPECT_TRUE(WaitUntil([&] { return !controller.IsPlayingBack(clipID); }));
+    EXPECT_EQ(recorder.Count(kLxCallBackPlaybackStarted), 0);
+    EXPECT_EQ(recorder.Count(kLxCallBackPlaybackPosition), 0);
+    EXPECT_EQ(recorder.Count(kLxCallBackPlaybackStopped), 1);
+    EXPECT_NE(recorder.Events()[0].thread, std::this_thread::get_id());
+}
+
+TEST_F(Playback, OnePlaybackPerKeyAndStopAllGoesInAscendingOrder) {
+    // Each 100 ms buffer takes 100 s: playbacks stay running until stopped.
+    Sim().SetSpeed(0.001);
+    LxAudioController controller;
+    std::vector<int16_t> pcm = MakeRamp(10 * kBufferFrames, 2, 2);
+    int one = Store(controller, pcm, 2);
+    int two = Store(controller, pcm, 2);
+    int three = Store(controller, pcm, 2);
+
+    CallbackRecorder first, second;
+    controller.StartPlayBackOnDefaultDevice(two, 1, -1, &CallbackRecorder::Record, &first);
+    controller.StartPlayBackOnDefaultDevice(two, 1, -1, &CallbackRecorder::Record, &second);
+    EXPECT_EQ(first.Count(kLxCallBackPlaybackStarted), 1);
+    EXPECT_EQ(first.Count(kLxCallBackPlaybackPosition), 4);
+    EXPECT_TRUE(second.Events().empty()) << "a second start of a playing clip must do nothing";
+
+    // Two playbacks of callers' objects: the second waits for key 0 to be free.
+    auto objectA = controller.GetClip(one);
+    auto objectB = controller.GetClip(three);
+    CallbackRecorder objectFirst, objectSecond;
+    controller.StartPlayBackOnDefaultDevice(*objectA, 1, -1, &CallbackRecorder::Record, &objectFirst);
+    controller.StartPlayBackOnDefaultDevice(*objectB, 1, -1, &CallbackRecorder::Record, &objectSecond);
+    EXPECT_EQ(objectFirst.Count(kLxCallBackPlaybackStarted), 1);
+    EXPECT_TRUE(objectSecond.Events().empty());
+    controller.StopPlayBack(0);
+    EXPECT_EQ(objectFirst.Count(kLxCallBackPlaybackStopped), 1);
+    EXPECT_FALSE(controller.IsPlayingBack(0));
+
+    std::vector<int> stoppedKeys;
+    Keyed k0{0, &stoppedKeys}, k1{one, &stoppedKeys}, k3{three, &stoppedKeys};
+    controller.StartPlayBackOnDefaultDevice(three, 1, -1, &Keyed::Callback, &k3);
+    controller.StartPlayBackOnDefaultDevice(one, 1, -1, &Keyed::Callback, &k1);
+    controller.StartPlayBackOnDefaultDevice(*objectB, 1, -1, &Keyed::Callback, &k0);
+    EXPECT_TRUE(controller.IsPlayingBack(0));
+    EXPECT_TRUE(controller.IsPlayingBack(one));
+    EXPECT_EQ(Sim().GetOpenDeviceCount(), 4);
+
+    controller.StopPlayBack(-1);
+    EXPECT_EQ(stoppedKeys, (std::vector<int>{0, one, three}));
+    EXPECT_EQ(first.Count(kLxCallBackPlaybackStopped), 1);
+    for (int key : {0, one, two, three}) EXPECT_FALSE(controller.IsPlayingBack(key)) << key;
+    EXPECT_EQ(Sim().GetOpenDeviceCount(), 0);
+    // Stopping what is not playing is silent.
+    controller.StopPlayBack(two);
+    controller.StopPlayBack(-1);
+    EXPECT_EQ(first.Count(kLxCallBackPlaybackStopped), 1);
+}
+
+TEST_F(Playback, AFailedDeviceBlocksItsKeyUntilStopped) {
+    LxAudioController controller;
+    int clipID = Store(controller, MakeRamp(8 * kBufferFrames, 2, 4), 2);
+
+    // No output device: nothing but the final kind 36 when the host stops it.
+    Sim().FailCall(LxWaveCall::OpenOutput, kLxWaveBadDeviceID);
+    CallbackRecorder noDevice;
+    controller.StartPlayBackOnDefaultDevice(clipID, 1, -1, &CallbackRecorder::Record, &noDevice);
+    EXPECT_TRUE(noDevice.Events().empty());
+    EXPECT_TRUE(controller.IsPlayingBack(clipID));
+    CallbackRecorder blocked;
+    controller.StartPlayBackOnDefaultDevice(clipID, 1, -1, &CallbackRecorder::Record, &blocked);
+    EXPECT_TRUE(blocked.Events().empty());
+    controller.StopPlayBack(clipID);
+    ASSERT_EQ(noDevice.Events().size(), 1u);
+    EXPECT_EQ(noDevice.Events()[0].kind, kLxCallBackPlaybackStopped);
+    EXPECT_FALSE(controller.IsPlayingBack(clipID));
+
+    // Preparing a buffer fails: the device is open but never starts.
+    Sim().FailCall(LxWaveCall::Prepare, kLxWaveNoMemory);
+    CallbackRecorder noBuffers;
+    controller.StartPlayBackOnDefaultDevice(clipID, 1, -1, &CallbackRecorder::Record, &noBuffers);
+    EXPECT_EQ(noBuffers.Count(kLxCallBackPlaybackStarted), 0);
+    EXPECT_EQ(Sim().GetOpenDeviceCount(), 1);
+    controller.StopPlayBack(clipID);
+    EXPECT_EQ(noBuffers.Count(kLxCallBackPlaybackStopped), 1);
+    EXPECT_EQ(Sim().GetOpenDeviceCount(), 0);
+
+    // A device that cannot queue its first buffer: no start either.
+    Sim().FailCall(LxWaveCall::Queue, kLxWaveError);
+    CallbackRecorder noQueue;
+    controller.StartPlayBackOnDefaultDevice(clipID, 1, -1, &CallbackRecorder::Record, &noQueue);
+    EXPECT_EQ(noQueue.Count(kLxCallBackPlaybackStarted), 0);
+    EXPECT_EQ(noQueue.Count(kLxCallBackPlaybackPosition), 0);
+    controller.StopPlayBack(clipID);
+    EXPECT_EQ(noQueue.Count(kLxCallBackPlaybackStopped), 1);
+}
+
+TEST_F(Playback, HostStopDuringTheFillerReadsReportsStoppedOnce) {
+    // 50 ms per buffer: the host stops while the end is being drained.
+    Sim().SetSpeed(2.0);
+    CallbackRecorder recorder;
+    int clipID = -1;
+    {
+        LxAudioController controller;
+        clipID = Store(controller, MakeRamp(2 * kBufferFrames, 2, 6), 2);
+        controller.StartPlayBackOnDefaultDevice(clipID, 1, -1, &CallbackRecorder::Record, &recorder);
+        // Two buffers primed, then the first empty read.
+        ASSERT_TRUE(recorder.WaitFor(kLxCallBackPlaybackPosition, 3));
+        controller.StopPlayBack(clipID);
+        EXPECT_EQ(recorder.Count(kLxCallBackPlaybackStopped), 1);
+        // The writer's own stop request reaches the stop handler afterwards; the
+        // destructor lets the handler finish every queued message.
+    }
+    EXPECT_EQ(recorder.Count(kLxCallBackPlaybackStopped), 1);
+    EXPECT_LE(recorder.Count(kLxCallBackPlaybackPosition), 2 + 5);
+}
+
+TEST_F(Playback, DestroyingTheControllerDeletesRunningPlaybacksSilently) {
+    Sim().SetSpeed(0.001);
+    CallbackRecorder recorder;
+    {
+        LxAudioController controller;
+        int a = Store(controller, MakeRamp(6 * kBufferFrames, 2, 7), 2);
+        int b = Store(controller, MakeRamp(6 * kBufferFrames, 1, 8), 1);
+        controller.StartPlayBackOnDefaultDevice(a, 1, -1, &CallbackRecorder::Record, &recorder);
+        controller.StartPlayBackOnDefaultDevice(b, 1, -1, &CallbackRecorder::Record, &recorder);
+        EXPECT_EQ(recorder.Count(kLxCallBackPlaybackStarted), 2);
+        EXPECT_EQ(Sim().GetOpenDeviceCount(), 2);
+    }
+    EXPECT_EQ(Sim().GetOpenDeviceCount(), 0);
+    EXPECT_EQ(recorder.Count(kLxCallBackPlaybackStopped), 0);
+}
+
+TEST_F(Playback, CallbacksWithoutAContextReportOnlyTheStop) {
+    LxAudioController controller;
+    int clipID = Store(controller, MakeRamp(3 * kBufferFrames, 2, 9), 2);
+    static std::atomic<int> started{0}, positions{0}, stopped{0};
+    started = positions = stopped = 0;
+    auto callback = [](LxCallBack& callBack, void*) {
+        if (callBack.GetKind() == kLxCallBackPlaybackStarted) ++started;
+        if (callBack.GetKind() == kLxCallBackPlaybackPosition) ++positions;
+        if (callBack.GetKind() == kLxCallBackPlaybackStopped) ++stopped;
+    };
+    controller.StartPlayBackOnDefaultDevice(clipID, 1, -1, callback, nullptr);
+    ASSERT_TRUE(WaitUntil([&] { return stopped.load() == 1; }));
+    EXPECT_EQ(started.load(), 0);
+    EXPECT_EQ(positions.load(), 0);
+    EXPECT_TRUE(WaitUntil([&] { return !controller.IsPlayingBack(clipID); }));
+}
