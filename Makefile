@@ -1,16 +1,17 @@
 SHELL := /bin/bash
 # Two commands for a new user:
 #   make test   installs what is missing (Debian), builds and runs every test
-#   make demo   (comes with the command-line tool)
+#   make demo   installs what is missing, builds lxaudio and runs a whole lecture session with it
 BUILD_DIR ?= build
 BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= 2
 
 # Debian packages the build needs.
 PACKAGES := cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev \
-            libvorbis-dev libogg-dev libspeexdsp-dev sox vorbis-tools
+            libvorbis-dev libogg-dev libspeexdsp-dev sox vorbis-tools libasound2-dev \
+            libcli11-dev libpng-dev nlohmann-json3-dev
 
-.PHONY: all deps configure build test clean fuzz fuzz-deps
+.PHONY: all deps configure build test clean fuzz fuzz-deps tsan sanitize soak demo bench bench-deps
 
 all: build
 
@@ -38,6 +39,12 @@ build: configure
 
 test: build
 	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
+
+# A lecture session with the command-line tool on synthesised audio; the
+# outputs land in $(BUILD_DIR)/demo.
+demo: configure
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target lxaudio
+	tools/lxaudio/demo.sh $(BUILD_DIR)/bin/lxaudio $(BUILD_DIR)/demo
 
 # Fuzzing with libFuzzer (clang), under AddressSanitizer and UndefinedBehaviorSanitizer:
 # every target runs FUZZ_SECONDS seconds from its seeds and kept inputs; a crash,
@@ -73,6 +80,58 @@ fuzz: fuzz-deps
 	  if [ $$status -ne 0 ]; then tail -60 $(FUZZ_DIR)/$$name.log; \
 	    echo "$$name failed (exit $$status); the input is in $(FUZZ_DIR)/artifacts"; exit 1; fi; \
 	done
+
+# ThreadSanitizer over the sound-device tests (capture, playback and every
+# thread they run): any data race or lock-order inversion fails the run.
+TSAN_DIR ?= build-tsan
+TSAN_FLAGS := -fsanitize=thread -fno-omit-frame-pointer -g
+
+tsan: deps
+	cmake -S . -B $(TSAN_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DCMAKE_C_FLAGS="$(TSAN_FLAGS)" -DCMAKE_CXX_FLAGS="$(TSAN_FLAGS)" \
+	  -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=thread" -DCMAKE_SHARED_LINKER_FLAGS="-fsanitize=thread"
+	cmake --build $(TSAN_DIR) -j $(JOBS) --target LxAudioDeviceTests
+	cd $(TSAN_DIR) && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
+	  ctest -L devices --output-on-failure -j $(JOBS)
+
+# The whole test suite under AddressSanitizer and UndefinedBehaviorSanitizer
+# (leaks included), then the concurrent tests under ThreadSanitizer.
+ASAN_DIR ?= build-asan
+ASAN_FLAGS := -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer -g
+
+sanitize: deps
+	cmake -S . -B $(ASAN_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DCMAKE_C_FLAGS="$(ASAN_FLAGS)" -DCMAKE_CXX_FLAGS="$(ASAN_FLAGS)" \
+	  -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=address,undefined" -DCMAKE_SHARED_LINKER_FLAGS="-fsanitize=address,undefined"
+	cmake --build $(ASAN_DIR) -j $(JOBS)
+	cd $(ASAN_DIR) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  ctest --output-on-failure -j $(JOBS) -E InstalledPackage
+	$(MAKE) --no-print-directory tsan
+
+# One hour of capture under load (see tests/soak/), under AddressSanitizer so
+# that its leak check runs at the end. `make test` runs the same test for two minutes.
+SOAK_SECONDS ?= 3600
+
+soak: deps
+	cmake -S . -B $(ASAN_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DCMAKE_C_FLAGS="$(ASAN_FLAGS)" -DCMAKE_CXX_FLAGS="$(ASAN_FLAGS)" \
+	  -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=address,undefined" -DCMAKE_SHARED_LINKER_FLAGS="-fsanitize=address,undefined"
+	cmake --build $(ASAN_DIR) -j $(JOBS) --target LxAudioSoakTests
+	cd $(ASAN_DIR) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 LXAUDIO_SOAK_SECONDS=$(SOAK_SECONDS) \
+	  ctest -L soak --output-on-failure
+
+# Benchmarks against libsoxr, libsamplerate, oggenc, oggdec, sox and cp: builds
+# bench/ in Release, makes its inputs with sox in a temporary directory and
+# prints one table of ratios (BENCH_ARGS are passed to bench/compare.py).
+BENCH_DIR ?= build-bench
+BENCH_PACKAGES := libbenchmark-dev libsoxr-dev libsamplerate0-dev python3
+BENCH_ARGS ?=
+
+bench-deps: deps
+	@$(MAKE) --no-print-directory deps PACKAGES="$(BENCH_PACKAGES)"
+
+bench: bench-deps
+	python3 bench/compare.py --build-dir $(BENCH_DIR) --jobs $(JOBS) --markdown $(BENCH_DIR)/results.md $(BENCH_ARGS)
 
 clean:
 	rm -rf $(BUILD_DIR)

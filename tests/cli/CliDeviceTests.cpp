@@ -1,0 +1,126 @@
+// The tool on sound devices: recording and playing through ALSA's file plugin
+// (a microphone read from a file, a loudspeaker written to one), the device
+// list, and devices that do not start.
+#include <signal.h>
+#include <nlohmann/json.hpp>
+#include "CliTestSupport.h"
+
+using nlohmann::json;
+
+namespace {
+
+class CliDeviceTest : public CliTest {
+protected:
+    // An ALSA configuration whose default PCM reads in.raw and writes out.raw.
+    std::vector<std::string> AlsaFiles() {
+        CliFiles::Write(files.Path("asound.conf"), Bytes("pcm.!default { type file  slave.pcm { type null }  file \"" +
+                                                         files.Path("out.raw") + "\"  infile \"" +
+                                                         files.Path("in.raw") + "\"  format \"raw\" }\n"));
+        return {"ALSA_CONFIG_PATH=" + files.Path("asound.conf"), "LXAUDIO_WAVE_DRIVER=alsa"};
+    }
+    static std::vector<uint8_t> Bytes(const std::string& text) { return {text.begin(), text.end()}; }
+    static std::vector<int16_t> Samples(const std::vector<uint8_t>& bytes) {
+        std::vector<int16_t> samples(bytes.size() / 2);
+        std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
+        return samples;
+    }
+};
+
+}  // namespace
+
+TEST_F(CliDeviceTest, RecordingKeepsWhatTheDeviceCaptured) {
+    const std::vector<std::string> env = AlsaFiles();
+    const std::vector<int16_t> voice = Ramp(88200, 1, 4);
+    std::vector<uint8_t> raw(voice.size() * 2);
+    std::memcpy(raw.data(), voice.data(), raw.size());
+    CliFiles::Write(files.Path("in.raw"), raw);
+    Ok({"new", "rec.lxp"});
+
+    CliResult r = cli.Run({"record", "rec.lxp", "--seconds", "0.5"}, env);
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(ClipIDs(r.out, "recorded"), std::vector<int>{1});
+    EXPECT_NE(r.out.find("saved rec.lxp"), std::string::npos);
+    json info = json::parse(Ok({"info", "rec.lxp", "--json"}));
+    ASSERT_EQ(info["clips"].size(), 1u);
+    // At least the buffers counted before the stop (100 ms each) are in the clip.
+    EXPECT_GE(info["clips"][0]["frames"].get<int>(), 4 * 4410);
+    EXPECT_EQ(info["clips"][0]["channels"], 1);
+
+    // The recording is the microphone's signal, sample for sample.
+    std::vector<int32_t> recorded = Exported("rec.lxp", 1);
+    const size_t n = std::min(recorded.size(), voice.size());
+    ASSERT_GT(n, 0u);
+    EXPECT_EQ(std::vector<int32_t>(recorded.begin(), recorded.begin() + static_cast<long>(n)),
+              std::vector<int32_t>(voice.begin(), voice.begin() + static_cast<long>(n)));
+}
+
+TEST_F(CliDeviceTest, RecordingWithoutAudioEndsCleanlyAndSavesNothing) {
+    Ok({"new", "rec.lxp"});
+    const std::vector<uint8_t> before = CliFiles::Read(files.Path("rec.lxp"));
+    // The simulated microphone never delivers: the wait ends after the length
+    // asked for plus a grace period, or at once on Ctrl-C.
+    CliResult timed = cli.Run({"record", "rec.lxp", "--seconds", "0.1"}, {"LXAUDIO_WAVE_DRIVER=simulated"});
+    EXPECT_EQ(timed.exitCode, 1);
+    EXPECT_NE(timed.err.find("lxaudio: nothing was recorded: the device delivered no audio"), std::string::npos)
+        << timed.err;
+    pid_t pid = cli.Start({"record", "rec.lxp"}, {"LXAUDIO_WAVE_DRIVER=simulated"});
+    ASSERT_TRUE(cli.WaitForError("press Enter or Ctrl-C"));
+    // While it records, the project is not open to other commands.
+    CliRun other(files.Dir() + "/other");
+    std::filesystem::create_directory(other.Dir());
+    for (const char* command : {"info", "compress"}) {
+        CliResult busy = other.Run({command, "../rec.lxp"});
+        EXPECT_EQ(busy.exitCode, 1) << command;
+        EXPECT_EQ(busy.err, "lxaudio: project in use '../rec.lxp': another lxaudio command is working on it; "
+                            "try again when it has finished\n");
+    }
+    kill(pid, SIGINT);
+    CliResult interrupted = cli.Wait(pid);
+    EXPECT_EQ(interrupted.signal, 0);
+    EXPECT_EQ(interrupted.exitCode, 1);
+    EXPECT_NE(interrupted.err.find("nothing was recorded"), std::string::npos) << interrupted.err;
+    EXPECT_EQ(CliFiles::Read(files.Path("rec.lxp")), before);
+}
+
+TEST_F(CliDeviceTest, PlayingSendsThePortionToTheDevice) {
+    const std::vector<std::string> env = AlsaFiles();
+    CliFiles::Write(files.Path("in.raw"), {});
+    Ok({"new", "p.lxp"});
+    const std::vector<int16_t> music = Ramp(44100, 2, 6);
+    ImportPcm("p.lxp", "music.wav", music, 2);
+
+    CliResult r = cli.Run({"play", "p.lxp", "1", "--from", "250", "--to", "750"}, env);
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_NE(r.out.find("played clip 1: 0.500 s of 0.500 s"), std::string::npos) << r.out;
+    // The device got frames 11025 .. 33074 first (anything after is the device's padding).
+    std::vector<int16_t> played = Samples(CliFiles::Read(files.Path("out.raw")));
+    ASSERT_GE(played.size(), 2u * 22050);
+    EXPECT_EQ(std::vector<int16_t>(played.begin(), played.begin() + 2 * 22050),
+              std::vector<int16_t>(music.begin() + 2 * 11025, music.begin() + 2 * 33075));
+
+    EXPECT_EQ(cli.Run({"play", "p.lxp", "1", "--from", "2s"}, env).exitCode, 2);
+    CliResult missing = cli.Run({"play", "p.lxp", "3"}, env);
+    EXPECT_EQ(missing.err, "lxaudio: no clip 3 in project 'p.lxp'\n");
+
+    // A default device that cannot be opened: one clear line, no hang.
+    CliFiles::Write(files.Path("asound.conf"), Bytes("pcm.!default { type hw card 97 }\n"));
+    CliResult dead = cli.Run({"play", "p.lxp", "1"}, env);
+    EXPECT_EQ(dead.exitCode, 1);
+    EXPECT_NE(dead.err.find("lxaudio: cannot play clip 1:"), std::string::npos) << dead.err;
+}
+
+TEST_F(CliDeviceTest, DevicesListsTheCaptureSources) {
+    // The platform's driver always offers its default input.
+    json devices = json::parse(Ok({"devices", "--json"}));
+    EXPECT_GE(devices.size(), 1u);
+    CliResult r = cli.Run({"devices", "--json"}, {"LXAUDIO_WAVE_DRIVER=simulated"});
+    ASSERT_EQ(r.exitCode, 0);
+    json simulated = json::parse(r.out);
+    ASSERT_GE(simulated.size(), 1u);
+    for (const json& device : simulated) {
+        EXPECT_EQ(device["id"].get<int>(), device["device"].get<int>() * 65536 + device["line"].get<int>());
+        EXPECT_FALSE(device["name"].get<std::string>().empty());
+    }
+    r = cli.Run({"devices"}, {"LXAUDIO_WAVE_DRIVER=simulated"});
+    EXPECT_NE(r.out.find(simulated[0]["name"].get<std::string>()), std::string::npos) << r.out;
+}

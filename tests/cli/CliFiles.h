@@ -1,0 +1,123 @@
+#pragma once
+// Files for the tool's tests: a scratch folder, WAV files written and read back
+// sample by sample, PNG pictures decoded with libpng, raw bytes.
+#include <png.h>
+#include <unistd.h>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+#include "WavWriter.h"
+
+struct WavData {
+    int formatTag = 0;
+    int channels = 0;
+    int rate = 0;
+    int bits = 0;
+    std::vector<int32_t> samples;  // 16-bit and 24-bit as integers; float scaled by 32768
+    int Frames() const { return channels ? static_cast<int>(samples.size()) / channels : 0; }
+};
+
+struct PngPicture {
+    int width = 0;
+    int height = 0;
+    std::vector<uint8_t> rgb;
+    const uint8_t* At(int x, int y) const { return &rgb[(static_cast<size_t>(y) * width + x) * 3]; }
+};
+
+class CliFiles {
+public:
+    // A fresh folder under the system's temporary directory, removed with the object.
+    CliFiles() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "LxCliTest.XXXXXX").string();
+        dir_ = mkdtemp(pattern.data()) ? pattern : std::string();
+    }
+    ~CliFiles() {
+        std::error_code ignored;
+        if (!dir_.empty()) std::filesystem::remove_all(dir_, ignored);
+    }
+    CliFiles(const CliFiles&) = delete;
+    CliFiles& operator=(const CliFiles&) = delete;
+
+    const std::string& Dir() const { return dir_; }
+    std::string Path(const std::string& name) const { return dir_ + "/" + name; }
+
+    static std::vector<uint8_t> Read(const std::string& path) {
+        std::ifstream in(path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    }
+    static void Write(const std::string& path, const std::vector<uint8_t>& bytes) {
+        std::ofstream out(path, std::ios::binary | std::ios::trunc);
+        out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    }
+
+    // A 16-bit PCM WAV file.
+    static void WriteWav(const std::string& path, const std::vector<int16_t>& samples, int channels, int rate) {
+        std::vector<uint8_t> data(samples.size() * 2);
+        std::memcpy(data.data(), samples.data(), data.size());
+        Write(path, WavWriter::File({WavWriter::Fmt(1, static_cast<uint16_t>(channels), static_cast<uint32_t>(rate), 16),
+                                     WavWriter::Chunk("data", data)}));
+    }
+
+    // Reads the fmt and data chunks of a WAV file (empty result when it is none).
+    static WavData ReadWav(const std::string& path) {
+        WavData wav;
+        std::vector<uint8_t> bytes = Read(path);
+        if (bytes.size() < 12 || std::memcmp(bytes.data(), "RIFF", 4) || std::memcmp(bytes.data() + 8, "WAVE", 4))
+            return wav;
+        auto u16 = [&](size_t at) { return static_cast<uint32_t>(bytes[at] | bytes[at + 1] << 8); };
+        auto u32 = [&](size_t at) { return u16(at) | u16(at + 2) << 16; };
+        size_t at = 12;
+        while (at + 8 <= bytes.size()) {
+            std::string id(bytes.begin() + static_cast<std::ptrdiff_t>(at),
+                           bytes.begin() + static_cast<std::ptrdiff_t>(at + 4));
+            size_t size = u32(at + 4);
+            size_t body = at + 8;
+            if (body + size > bytes.size()) size = bytes.size() - body;
+            if (id == "fmt ") {
+                wav.formatTag = static_cast<int>(u16(body));
+                wav.channels = static_cast<int>(u16(body + 2));
+                wav.rate = static_cast<int>(u32(body + 4));
+                wav.bits = static_cast<int>(u16(body + 14));
+            } else if (id == "data" && wav.bits > 0) {
+                size_t step = static_cast<size_t>(wav.bits / 8);
+                for (size_t i = body; i + step <= body + size; i += step) {
+                    if (wav.bits == 16) {
+                        wav.samples.push_back(static_cast<int16_t>(u16(i)));
+                    } else if (wav.bits == 24) {
+                        int32_t v = static_cast<int32_t>(bytes[i] | bytes[i + 1] << 8 | bytes[i + 2] << 16);
+                        wav.samples.push_back(v & 0x800000 ? v - 0x1000000 : v);
+                    } else {
+                        uint32_t raw = u32(i);
+                        float f = 0;
+                        std::memcpy(&f, &raw, 4);
+                        wav.samples.push_back(static_cast<int32_t>(f * 32768.0f));
+                    }
+                }
+            }
+            at = body + size + (size & 1);
+        }
+        return wav;
+    }
+
+    static PngPicture ReadPng(const std::string& path) {
+        PngPicture picture;
+        png_image image{};
+        image.version = PNG_IMAGE_VERSION;
+        if (!png_image_begin_read_from_file(&image, path.c_str())) return picture;
+        image.format = PNG_FORMAT_RGB;
+        std::vector<uint8_t> rgb(PNG_IMAGE_SIZE(image));
+        if (!png_image_finish_read(&image, nullptr, rgb.data(), 0, nullptr)) return picture;
+        picture.width = static_cast<int>(image.width);
+        picture.height = static_cast<int>(image.height);
+        picture.rgb = std::move(rgb);
+        return picture;
+    }
+
+private:
+    std::string dir_;
+};

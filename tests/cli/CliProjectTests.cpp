@@ -1,0 +1,294 @@
+// The tool on whole projects: creating, importing, listing, compressing and
+// compacting in both saved forms; damaged projects; saves cut off by a kill or
+// a full disk; how failures and engine reports reach the user.
+#include <signal.h>
+#include <cmath>
+#include <filesystem>
+#include <map>
+#include <nlohmann/json.hpp>
+#include "CliTestSupport.h"
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+namespace {
+
+std::vector<int16_t> Sine(int frames, double hz, double amplitude) {
+    std::vector<int16_t> pcm(static_cast<size_t>(frames));
+    for (int i = 0; i < frames; ++i)
+        pcm[static_cast<size_t>(i)] = static_cast<int16_t>(amplitude * std::sin(2 * M_PI * hz * i / 44100.0));
+    return pcm;
+}
+
+// Every file of a project (one file, or the files of its folder) with its bytes.
+std::map<std::string, std::vector<uint8_t>> Snapshot(const std::string& path) {
+    std::map<std::string, std::vector<uint8_t>> files;
+    if (fs::is_directory(path)) {
+        for (const auto& entry : fs::directory_iterator(path))
+            files[entry.path().filename().string()] = CliFiles::Read(entry.path().string());
+    } else {
+        files[path] = CliFiles::Read(path);
+    }
+    return files;
+}
+
+// The failure contract: exit status 1, nothing on stdout, one line on stderr.
+void ExpectOneErrorLine(const CliResult& r, const std::string& start) {
+    EXPECT_EQ(r.signal, 0) << "the tool crashed";
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err.rfind(start, 0), 0u) << r.err;
+    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+}
+
+}  // namespace
+
+TEST_F(CliTest, NewImportInfoAndReopenInBothForms) {
+    const std::vector<int16_t> mono = Ramp(66150, 1);
+    const std::vector<int16_t> stereo = Ramp(44100, 2, 7);
+    for (bool directory : {false, true}) {
+        SCOPED_TRACE(directory ? "directory" : "file");
+        const std::string project = directory ? "talk" : "talk.lxp";
+        std::vector<std::string> create = {"new", project};
+        if (directory) create.insert(create.begin(), "--dir");
+        EXPECT_NE(Ok(create).find("created"), std::string::npos);
+        EXPECT_EQ(directory, fs::is_directory(files.Path(project)));
+        // A second `new` on the same path must not overwrite it.
+        ExpectOneErrorLine(cli.Run({"new", project}), "lxaudio: cannot create project '" + project + "'");
+
+        EXPECT_EQ(ImportPcm(project, "mono.wav", mono, 1), 1);
+        EXPECT_EQ(ImportPcm(project, "stereo.wav", stereo, 2), 2);
+
+        json info = json::parse(Ok({"info", project, "--json"}));
+        EXPECT_EQ(info["form"], directory ? "directory" : "file");
+        EXPECT_EQ(info["project"], project);
+        ASSERT_EQ(info["clips"].size(), 2u);
+        EXPECT_EQ(info["clips"][0]["id"], 1);
+        EXPECT_EQ(info["clips"][0]["frames"], 66150);
+        EXPECT_EQ(info["clips"][0]["channels"], 1);
+        EXPECT_NEAR(info["clips"][0]["seconds"].get<double>(), 1.5, 1e-9);
+        EXPECT_EQ(info["clips"][0]["silent"], false);
+        EXPECT_EQ(info["clips"][0]["ranges"].size(), 1u);
+        EXPECT_EQ(info["clips"][0]["ranges"][0]["frames"], 66150);
+        EXPECT_EQ(info["clips"][1]["id"], 2);
+        EXPECT_EQ(info["clips"][1]["frames"], 44100);
+        EXPECT_EQ(info["clips"][1]["channels"], 2);
+        // 132300 + 176400 bytes of raw PCM, one page each besides the five reserved silent pages.
+        EXPECT_EQ(info["store"]["raw"], 132300 + 176400);
+        EXPECT_EQ(info["store"]["pcm"], 7 * 36);
+        EXPECT_EQ(info["pages"]["total"], 7);
+        EXPECT_EQ(info["pages"]["silent"], 5);
+        EXPECT_EQ(info["pages"]["raw"], 2);
+        EXPECT_EQ(info["pages"]["compressed"], 0);
+        EXPECT_EQ(info["pages"]["compressedShare"], 0.0);
+        EXPECT_GT(info["bytesOnDisk"].get<long long>(), 132300 + 176400);
+
+        // Every command reopens the project from disk: the audio came back whole.
+        std::vector<int32_t> back = Exported(project, 1);
+        EXPECT_EQ(std::vector<int32_t>(mono.begin(), mono.end()), back);
+        back = Exported(project, 2);
+        EXPECT_EQ(std::vector<int32_t>(stereo.begin(), stereo.end()), back);
+
+        std::string text = Ok({"info", project});
+        EXPECT_NE(text.find("pages    7: 5 reserved silent, 2 raw, 0 compressed"), std::string::npos) << text;
+    }
+}
+
+TEST_F(CliTest, CompressThenCompactKeepsTheListedClips) {
+    Ok({"new", "p.lxp"});
+    const std::vector<int16_t> tone = Sine(88200, 440.0, 12000.0);
+    const int a = ImportPcm("p.lxp", "a.wav", tone, 1);
+    const int b = ImportPcm("p.lxp", "b.wav", Ramp(44100, 2), 2);
+    const int edited = ResultClip(Ok({"edit", "p.lxp", std::to_string(a), "delete", "0", "500"}));
+    ASSERT_EQ(edited, 3);
+
+    std::string out = Ok({"compress", "p.lxp"});
+    // One page of the tone, one of the stereo clip; the edit added none.
+    EXPECT_NE(out.find("compressed 2 pages"), std::string::npos) << out;
+    json info = json::parse(Ok({"info", "p.lxp", "--json"}));
+    EXPECT_EQ(info["pages"]["raw"], 0);
+    EXPECT_EQ(info["pages"]["compressed"], 2);
+    EXPECT_EQ(info["pages"]["compressedShare"], 1.0);
+    EXPECT_EQ(info["store"]["raw"], 0);  // nothing raw is referenced any more
+    EXPECT_GT(info["pages"]["encodedBytes"].get<long long>(), 0);
+    EXPECT_EQ(info["pages"]["pcmBytesOfCompressedPages"], 176400 + 176400);
+
+    // The compressed clip still plays the tone: same length, small error.
+    std::vector<int32_t> decoded = Exported("p.lxp", edited);
+    ASSERT_EQ(decoded.size(), tone.size() - 22050);
+    double error = 0, energy = 0;
+    for (size_t i = 0; i < decoded.size(); ++i) {
+        double want = tone[i + 22050];
+        error += (decoded[i] - want) * (decoded[i] - want);
+        energy += want * want;
+    }
+    EXPECT_LT(error / energy, 0.01);
+
+    out = Ok({"compact", "p.lxp", "--keep", std::to_string(edited)});
+    EXPECT_NE(out.find("clip 3 -> clip 1"), std::string::npos) << out;
+    EXPECT_NE(out.find("2 clips dropped"), std::string::npos) << out;
+    json compacted = json::parse(Ok({"info", "p.lxp", "--json"}));
+    ASSERT_EQ(compacted["clips"].size(), 1u);
+    EXPECT_EQ(compacted["clips"][0]["id"], 1);
+    EXPECT_EQ(compacted["clips"][0]["frames"], 88200 - 22050);
+    // The stereo page of clip b went with it.
+    EXPECT_EQ(compacted["pages"]["total"], 6);
+    EXPECT_LT(compacted["store"]["enc"].get<long long>(), info["store"]["enc"].get<long long>());
+    EXPECT_EQ(Exported("p.lxp", 1), decoded);
+    (void)b;
+
+    ExpectOneErrorLine(cli.Run({"compact", "p.lxp", "--keep", "9"}), "lxaudio: no clip 9 in project 'p.lxp'");
+
+    // Kept clips that still reach every page: the engine changes nothing, and
+    // neither does the project file.
+    ImportPcm("p.lxp", "c.wav", Ramp(9000, 1), 1);
+    ResultClip(Ok({"edit", "p.lxp", "2", "gain", "0", "10", "0.5"}));
+    const std::vector<uint8_t> full = CliFiles::Read(files.Path("p.lxp"));
+    out = Ok({"compact", "p.lxp", "--keep", "1", "2"});
+    EXPECT_NE(out.find("nothing to compact: the kept clips use every page; all 3 clips kept"), std::string::npos)
+        << out;
+    EXPECT_EQ(CliFiles::Read(files.Path("p.lxp")), full);
+}
+
+TEST_F(CliTest, DamagedProjectsGiveOneClearLineAndNoCrash) {
+    Ok({"new", "good.lxp"});
+    ImportPcm("good.lxp", "a.wav", Ramp(30000, 1), 1);
+    const std::vector<uint8_t> good = CliFiles::Read(files.Path("good.lxp"));
+    ASSERT_GT(good.size(), 60000u);
+
+    std::map<std::string, std::vector<uint8_t>> damaged;
+    damaged["half.lxp"] = std::vector<uint8_t>(good.begin(), good.begin() + good.size() / 2);
+    damaged["short.lxp"] = std::vector<uint8_t>(good.begin(), good.end() - 1);
+    damaged["ten.lxp"] = std::vector<uint8_t>(good.begin(), good.begin() + 10);
+    damaged["empty.lxp"] = {};
+    std::vector<uint8_t> garbage(good.size());
+    uint32_t x = 12345;
+    for (uint8_t& byte : garbage) byte = static_cast<uint8_t>((x = x * 1103515245 + 12345) >> 16);
+    damaged["garbage.lxp"] = garbage;
+    // Intact lengths, but the page table overwritten: the clip points at nothing sensible.
+    std::vector<uint8_t> table = good;
+    auto lengthAt = [&](size_t at) {
+        return static_cast<size_t>(good[at] | good[at + 1] << 8 | good[at + 2] << 16 | good[at + 3] << 24);
+    };
+    const size_t encAt = 4 + lengthAt(0);
+    const size_t pcmAt = encAt + 4 + lengthAt(encAt) + 4;
+    for (size_t i = pcmAt; i < pcmAt + 36 * 6 && i < table.size(); ++i) table[i] = 0xEE;
+    damaged["table.lxp"] = table;
+
+    for (const auto& [name, bytes] : damaged) {
+        SCOPED_TRACE(name);
+        CliFiles::Write(files.Path(name), bytes);
+        ExpectOneErrorLine(cli.Run({"info", name}), "lxaudio: cannot open project '" + name + "'");
+        // A command that would save leaves the damaged file as it was.
+        CliResult r = cli.Run({"import", name, "a.wav"});
+        EXPECT_EQ(r.exitCode, 1);
+        EXPECT_EQ(CliFiles::Read(files.Path(name)), bytes);
+    }
+
+    // A folder that holds no project, and a folder project with a cut chunk file.
+    fs::create_directory(files.Path("nothing"));
+    ExpectOneErrorLine(cli.Run({"info", "nothing"}), "lxaudio: cannot open project 'nothing': the folder holds no");
+    Ok({"--dir", "new", "folder"});
+    ImportPcm("folder", "a.wav", Ramp(30000, 1), 1);
+    const std::string chunk = files.Path("folder/pcm.lxa1");
+    std::vector<uint8_t> pages = CliFiles::Read(chunk);
+    CliFiles::Write(chunk, std::vector<uint8_t>(pages.begin(), pages.begin() + 100));
+    ExpectOneErrorLine(cli.Run({"info", "folder"}), "lxaudio: cannot open project 'folder'");
+
+    ExpectOneErrorLine(cli.Run({"info", "missing.lxp"}), "lxaudio: cannot open project 'missing.lxp'");
+    EXPECT_EQ(CliFiles::Read(files.Path("good.lxp")), good);
+}
+
+TEST_F(CliTest, KilledSaveLeavesThePreviousProjectReadable) {
+    CliFiles::WriteWav(files.Path("more.wav"), Ramp(100000, 2, 5), 2, 44100);
+    for (bool directory : {false, true}) {
+        SCOPED_TRACE(directory ? "directory" : "file");
+        const std::string project = directory ? "killed" : "killed.lxp";
+        Ok(directory ? std::vector<std::string>{"--dir", "new", project} : std::vector<std::string>{"new", project});
+        const std::vector<int16_t> first = Ramp(49950, 1);
+        ASSERT_EQ(ImportPcm(project, "first.wav", first, 1), 1);
+        const auto before = Snapshot(files.Path(project));
+
+        // The import stops half-way through writing the new project and is killed there.
+        pid_t pid = cli.Start({"-q", "import", project, "more.wav"}, {"LXAUDIO_TEST_SAVE_PAUSE_BYTES=70000"});
+        ASSERT_TRUE(cli.WaitForError("save paused"));
+        kill(pid, SIGKILL);
+        CliResult killed = cli.Wait(pid);
+        EXPECT_EQ(killed.signal, SIGKILL);
+
+        EXPECT_EQ(Snapshot(files.Path(project)), before);
+        json info = json::parse(Ok({"info", project, "--json"}));
+        ASSERT_EQ(info["clips"].size(), 1u);
+        std::vector<int32_t> back = Exported(project, 1);
+        EXPECT_EQ(back, std::vector<int32_t>(first.begin(), first.end()));
+
+        // The next save clears what the killed one left next to the project.
+        bool leftover = false;
+        for (const auto& entry : fs::directory_iterator(files.Dir()))
+            leftover |= entry.path().filename().string().rfind("." + project + ".saving-", 0) == 0;
+        EXPECT_TRUE(leftover);
+        EXPECT_EQ(ClipIDs(Ok({"-q", "import", project, "more.wav"}), "imported"), std::vector<int>{2});
+        for (const auto& entry : fs::directory_iterator(files.Dir()))
+            EXPECT_NE(entry.path().filename().string().rfind("." + project + ".saving-", 0), 0u);
+    }
+}
+
+TEST_F(CliTest, FullDiskDuringSaveLeavesThePreviousProject) {
+    Ok({"new", "full.lxp"});
+    ImportPcm("full.lxp", "a.wav", Ramp(60000, 1), 1);
+    const std::vector<uint8_t> before = CliFiles::Read(files.Path("full.lxp"));
+    // No file may grow past the old project's size less a little: the store's own
+    // member files fit, the new project file does not.
+    CliResult r = cli.Run({"edit", "full.lxp", "1", "gain", "0", "500", "0.5"}, {},
+                          static_cast<long>(before.size()) - 64);
+    ExpectOneErrorLine(r, "lxaudio: cannot save project 'full.lxp'");
+    EXPECT_NE(r.err.find("previous version is unchanged"), std::string::npos) << r.err;
+    EXPECT_EQ(CliFiles::Read(files.Path("full.lxp")), before);
+    for (const auto& entry : fs::directory_iterator(files.Dir()))
+        EXPECT_EQ(entry.path().filename().string().find(".saving-"), std::string::npos);
+    EXPECT_EQ(json::parse(Ok({"info", "full.lxp", "--json"}))["clips"].size(), 1u);
+}
+
+TEST_F(CliTest, FailuresNameWhatWhichFileAndWhy) {
+    Ok({"new", "p.lxp"});
+    const std::vector<uint8_t> before = CliFiles::Read(files.Path("p.lxp"));
+
+    ExpectOneErrorLine(cli.Run({"import", "p.lxp", "nowhere.wav"}),
+                       "lxaudio: cannot import 'nowhere.wav': no such file");
+    CliFiles::Write(files.Path("notes.txt"), {'h', 'e', 'l', 'l', 'o', '\n'});
+    ExpectOneErrorLine(cli.Run({"import", "p.lxp", "notes.txt"}),
+                       "lxaudio: cannot import 'notes.txt': not a WAV or Ogg Vorbis file");
+
+    // A RIFF WAVE file in a format the importer refuses: the engine's report is
+    // summarised in the one line, or shown as it happens with --verbose.
+    std::vector<uint8_t> data(400, 1);
+    CliFiles::Write(files.Path("mp3.wav"),
+                    WavWriter::File({WavWriter::Fmt(85, 2, 44100, 16), WavWriter::Chunk("data", data)}));
+    CliResult quiet = cli.Run({"import", "p.lxp", "mp3.wav"});
+    ExpectOneErrorLine(quiet, "lxaudio: cannot import 'mp3.wav': engine reported");
+    CliResult verbose = cli.Run({"-v", "import", "p.lxp", "mp3.wav"});
+    EXPECT_EQ(verbose.exitCode, 1);
+    EXPECT_EQ(verbose.err.rfind("lxaudio: engine: ", 0), 0u) << verbose.err;
+    EXPECT_NE(verbose.err.find("\nlxaudio: cannot import 'mp3.wav'"), std::string::npos) << verbose.err;
+    EXPECT_EQ(CliFiles::Read(files.Path("p.lxp")), before);
+
+    // Command-line mistakes exit with 2 (the tool's) or CLI11's own non-zero status.
+    CliResult usage = cli.Run({"edit", "p.lxp", "1", "frobnicate"});
+    EXPECT_EQ(usage.exitCode, 1) << usage.err;  // there is no clip 1 yet: the project is checked first
+    ImportPcm("p.lxp", "a.wav", Ramp(10000, 1), 1);
+    usage = cli.Run({"edit", "p.lxp", "1", "frobnicate"});
+    EXPECT_EQ(usage.exitCode, 2);
+    EXPECT_EQ(usage.err, "lxaudio: unknown edit operation 'frobnicate': see lxaudio edit --help\n");
+    usage = cli.Run({"edit", "p.lxp", "1", "delete", "0"});
+    EXPECT_EQ(usage.exitCode, 2);
+    usage = cli.Run({"edit", "p.lxp", "1", "gain", "0", "100", "loud"});
+    EXPECT_EQ(usage.err, "lxaudio: bad gain 'loud': expected a factor (0.5) or decibels (-6dB) between -120 and +60\n");
+    EXPECT_NE(cli.Run({"export", "p.lxp", "1", "x.wav", "--bits", "8"}).exitCode, 0);
+    EXPECT_NE(cli.Run({"frobnicate"}).exitCode, 0);
+    for (const char* command : {"new", "info", "import", "edit", "mix", "export", "compress", "compact",
+                                "waveform", "devices", "record", "play"}) {
+        CliResult help = cli.Run({command, "--help"});
+        EXPECT_EQ(help.exitCode, 0) << command;
+        EXPECT_NE(help.out.find("Usage:"), std::string::npos) << command;
+    }
+}

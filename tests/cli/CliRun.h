@@ -1,0 +1,37 @@
+#pragma once
+// Runs the built lxaudio as a user would: arguments, optional extra environment,
+// stdout and stderr captured through files, the exit status or the signal that
+// ended it. Also starts it in the background, for tests that kill it.
+#include <sys/types.h>
+#include <string>
+#include <utility>
+#include <vector>
+
+struct CliResult {
+    int exitCode = -1;  // -1 when a signal ended the process
+    int signal = 0;
+    std::string out;
+    std::string err;
+};
+
+class CliRun {
+public:
+    // dir is the working directory of the tool (and where output files land).
+    explicit CliRun(std::string dir) : dir_(std::move(dir)) {}
+
+    CliResult Run(const std::vector<std::string>& args, const std::vector<std::string>& env = {},
+                  long fileSizeLimit = -1) const;
+
+    // Starts the tool and returns its pid; Wait collects it.
+    pid_t Start(const std::vector<std::string>& args, const std::vector<std::string>& env = {},
+                long fileSizeLimit = -1) const;
+    CliResult Wait(pid_t pid) const;
+    // Waits (up to a generous guard) until the running tool's stderr contains text.
+    bool WaitForError(const std::string& text) const;
+
+    const std::string& Dir() const { return dir_; }
+    std::string Path(const std::string& name) const { return dir_ + "/" + name; }
+
+private:
+    std::string dir_;
+};

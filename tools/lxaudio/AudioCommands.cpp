@@ -1,0 +1,321 @@
+// Commands that move audio in and out of a project and edit it: import, edit,
+// mix, export, waveform.
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <list>
+#include <memory>
+#include <set>
+#include <sstream>
+#include "LxAudioCore.h"
+#include "LxCliAssertLog.h"
+#include "LxCliCommands.h"
+#include "LxCliEditor.h"
+#include "LxCliFailure.h"
+#include "LxCliProgressBar.h"
+#include "LxCliProject.h"
+#include "LxCliUnits.h"
+#include "LxCliWaveformImage.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+enum class SourceKind { kWav, kVorbis };
+
+std::string FileName(const std::string& path) { return fs::path(path).filename().string(); }
+
+std::string ChannelsName(int channels) { return channels == 2 ? "stereo" : channels == 1 ? "mono" : "?"; }
+
+SourceKind KindOf(LxAudioController& controller, const std::string& file) {
+    std::error_code error;
+    if (!fs::exists(file, error)) throw LxCliFailure("cannot import", file, "no such file");
+    if (fs::is_directory(file, error)) throw LxCliFailure("cannot import", file, "it is a folder");
+    LxFile source{LxString(file)};
+    if (controller.GetWAVImporter(nullptr, nullptr, false)->CanImport(source)) return SourceKind::kWav;
+    if (controller.GetNvVorbisImporter(nullptr, nullptr)->CanImport(source)) return SourceKind::kVorbis;
+    throw LxCliFailure("cannot import", file, "not a WAV or Ogg Vorbis file");
+}
+
+// Imports one file as a new clip and returns its ID.
+int ImportOne(const LxCliGlobal& global, LxAudioController& controller, const std::string& file, SourceKind kind,
+              bool denoise) {
+    std::unique_ptr<LxAudioImporter> importer;
+    if (kind == SourceKind::kWav) {
+        importer = controller.GetWAVImporter(nullptr, nullptr, denoise);
+    } else if (denoise) {
+        // The controller's Vorbis factory never denoises; the importer itself can.
+        importer = std::make_unique<LxNvVorbisImporter>(controller, nullptr, nullptr, true);
+    } else {
+        importer = controller.GetNvVorbisImporter(nullptr, nullptr);
+    }
+    size_t mark = global.log->Mark();
+    int id = -1;
+    {
+        LxCliProgressBar bar("import " + FileName(file), global.quiet);
+        importer->SetProgressCallBack(&bar);
+        id = importer->Import(LxFile(LxString(file)));
+        importer->SetProgressCallBack(nullptr);
+    }
+    if (id == -2) throw LxCliFailure("import cancelled", file, "nothing was saved");
+    if (id < 1) {
+        std::string why = global.log->Summary(mark);
+        throw LxCliFailure("cannot import", file, why.empty() ? "the file holds no audio that can be read" : why);
+    }
+    return id;
+}
+
+std::string Describe(LxAudioController& controller, int clipID) {
+    auto clip = controller.GetClip(clipID);
+    return "clip " + std::to_string(clipID) + ", " + LxCliUnits::Seconds(clip->WorthInFrames()) + ", " +
+           ChannelsName(clip->GetMaximumNumberOfChannels());
+}
+
+// One entry of `mix`: CLIP@OFFSET[:WEIGHT][:fadein|:fadeout].
+struct MixEntry {
+    int clipID = -1;
+    int offsetMS = 0;
+    float weight = 1.0f;
+    LxAudioEffectEnum fade = LxAudioEffectNone;
+};
+
+MixEntry ParseMixEntry(const std::string& text) {
+    MixEntry entry;
+    size_t at = text.find('@');
+    if (at == std::string::npos)
+        throw LxCliFailure("bad mix entry", text, "expected CLIP@OFFSET[:WEIGHT][:fadein|:fadeout]",
+                           LxCliFailure::kExitUsage);
+    entry.clipID = LxCliUnits::ParseInt(text.substr(0, at), "clip ID");
+    std::vector<std::string> parts;
+    std::stringstream rest(text.substr(at + 1));
+    std::string part;
+    while (std::getline(rest, part, ':')) parts.push_back(part);
+    if (parts.empty() || parts.size() > 3)
+        throw LxCliFailure("bad mix entry", text, "expected CLIP@OFFSET[:WEIGHT][:fadein|:fadeout]",
+                           LxCliFailure::kExitUsage);
+    entry.offsetMS = LxCliUnits::ParseMilliseconds(parts[0]);
+    for (size_t i = 1; i < parts.size(); ++i) {
+        if (parts[i] == "fadein") {
+            entry.fade = LxAudioEffectFadeIn;
+        } else if (parts[i] == "fadeout") {
+            entry.fade = LxAudioEffectFadeOut;
+        } else if (i == 1) {
+            entry.weight = LxCliUnits::ParseGain(parts[i]);
+        } else {
+            throw LxCliFailure("bad mix entry", text, "expected fadein or fadeout after the weight",
+                               LxCliFailure::kExitUsage);
+        }
+    }
+    return entry;
+}
+
+std::unique_ptr<LxWAVExporter> MakeExporter(LxAudioController& controller, int channels, int rate, int bits,
+                                            const std::string& output) {
+    if (channels != 1 && channels != 2)
+        throw LxCliFailure("cannot export to", output, "channels must be 1 or 2", LxCliFailure::kExitUsage);
+    auto exporter = controller.GetWAVExporter(channels, rate, bits, nullptr, nullptr);
+    if (!exporter->IsFormatSupported())
+        throw LxCliFailure("cannot export to", output,
+                           "unsupported format (rate 1000..768000 Hz, 16 or 24 bits, or 32 for float)",
+                           LxCliFailure::kExitUsage);
+    return exporter;
+}
+
+void RunExport(const LxCliGlobal& global, LxWAVExporter& exporter, ILxAudioPlaybackClip& clip,
+               const std::string& output) {
+    size_t mark = global.log->Mark();
+    int result = LxAudioExporter::kExportFailed;
+    {
+        LxCliProgressBar bar("export " + FileName(output), global.quiet);
+        exporter.SetProgressCallBack(&bar);
+        result = exporter.Export(clip, 1, -1, LxFile(LxString(output)));
+        exporter.SetProgressCallBack(nullptr);
+    }
+    if (result == LxAudioExporter::kExportCancelled) throw LxCliFailure("export cancelled", output, "");
+    if (result != LxAudioExporter::kExportDone) {
+        std::string why = global.log->Summary(mark);
+        throw LxCliFailure("cannot export to", output, why.empty() ? "writing failed" : why);
+    }
+}
+
+// Page thumbnails describe the stored audio; a clip plays its ranges with
+// their own gains (gain and normalize edits). Scale every point by the gain of
+// the range that holds its first frame, so that the picture shows the levels
+// one hears.
+void ApplyRangeGains(const LxAudioClip& clip, std::vector<uint32_t>& points) {
+    const std::vector<LxPageRange>& ranges = clip.GetPageRanges();
+    size_t range = 0;
+    long long rangeEnd = ranges.empty() ? 0 : ranges[0].WorthInFrames();
+    for (size_t i = 0; i < points.size(); ++i) {
+        const long long frame = static_cast<long long>(i) * 90;
+        while (range + 1 < ranges.size() && frame >= rangeEnd) rangeEnd += ranges[++range].WorthInFrames();
+        if (range >= ranges.size()) break;
+        const float gain = ranges[range].effect.gain;
+        if (gain == 1.0f) continue;
+        auto scale = [gain](int sample) {
+            float x = std::clamp(static_cast<float>(sample) * gain, -32768.0f, 32767.0f);
+            return static_cast<uint32_t>(static_cast<uint16_t>(static_cast<int16_t>(x)));
+        };
+        const uint32_t point = points[i];
+        points[i] = scale(static_cast<int16_t>(point & 0xFFFF)) | scale(static_cast<int16_t>(point >> 16)) << 16;
+    }
+}
+
+}  // namespace
+
+namespace LxCliCommands {
+
+int Import(const LxCliGlobal& global, const std::string& path, const LxCliImportOptions& options) {
+    if (options.files.empty())
+        throw LxCliFailure("nothing to import", "", "name at least one file", LxCliFailure::kExitUsage);
+    LxCliProject project(*global.log);
+    project.Open(path, LxCliProject::Access::kWrite);
+    LxAudioController& controller = project.Controller();
+    std::vector<SourceKind> kinds;
+    for (const std::string& file : options.files) kinds.push_back(KindOf(controller, file));
+
+    std::vector<std::string> lines;
+    const bool merge = options.gapDeciSeconds >= 0 && options.files.size() > 1;
+    if (!merge) {
+        for (size_t i = 0; i < options.files.size(); ++i) {
+            int id = ImportOne(global, controller, options.files[i], kinds[i], options.denoise);
+            lines.push_back("imported " + FileName(options.files[i]) + " as " + Describe(controller, id));
+        }
+    } else {
+        const bool allWav = std::all_of(kinds.begin(), kinds.end(), [](SourceKind k) { return k == SourceKind::kWav; });
+        std::unique_ptr<LxAudioClipBase> merged;
+        if (allWav && !options.denoise) {
+            // The engine's own merge: each file becomes a clip, the merged clip
+            // plays them one after the other with the gap between them.
+            std::list<int> before;
+            controller.GetListOfClipIDs(before);
+            std::vector<LxFile> files;
+            for (const std::string& file : options.files) files.emplace_back(LxString(file));
+            size_t mark = global.log->Mark();
+            if (!global.quiet) std::fprintf(stderr, "import: %zu files\n", files.size());
+            merged = controller.GetOneMergedClipByImporingtMultipleWavFiles(files, options.gapDeciSeconds);
+            std::list<int> after;
+            controller.GetListOfClipIDs(after);
+            std::set<int> old(before.begin(), before.end());
+            std::vector<int> added;
+            for (int id : after)
+                if (!old.count(id)) added.push_back(id);
+            if (!merged || added.size() != options.files.size()) {
+                std::string why = global.log->Summary(mark);
+                throw LxCliFailure("cannot import", "",
+                                   std::to_string(options.files.size() - added.size()) + " of " +
+                                       std::to_string(options.files.size()) + " files could not be read" +
+                                       (why.empty() ? "" : " (" + why + ")"));
+            }
+            for (size_t i = 0; i < added.size(); ++i)
+                lines.push_back("imported " + FileName(options.files[i]) + " as " + Describe(controller, added[i]));
+        } else {
+            // The same merge by hand, for Ogg Vorbis files and denoised imports.
+            merged = controller.GetClipBase(-1);
+            for (size_t i = 0; i < options.files.size(); ++i) {
+                int id = ImportOne(global, controller, options.files[i], kinds[i], options.denoise);
+                lines.push_back("imported " + FileName(options.files[i]) + " as " + Describe(controller, id));
+                merged->AppendClip(*controller.GetClipBase(id));
+                if (options.gapDeciSeconds >= 1 && i + 1 < options.files.size()) {
+                    int added = 0;
+                    merged->AppendSilenceFrames((options.gapDeciSeconds * 44100) / 10, added, true);
+                }
+            }
+        }
+        auto clip = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_IMPORT);
+        clip->AppendClip(*merged);
+        int id = clip->WriteToAudioFile();
+        if (id < 1) throw LxCliFailure("cannot import", "", "the merged clip could not be stored");
+        lines.push_back("merged " + std::to_string(options.files.size()) + " files with " +
+                        LxCliUnits::Seconds((options.gapDeciSeconds * 44100) / 10) + " gaps as " +
+                        Describe(controller, id));
+    }
+    project.Save();
+    for (const std::string& line : lines) std::printf("%s\n", line.c_str());
+    std::printf("saved %s\n", project.Path().c_str());
+    return 0;
+}
+
+int Edit(const LxCliGlobal& global, const std::string& path, int clipID, const std::vector<std::string>& ops) {
+    LxCliProject project(*global.log);
+    project.Open(path, LxCliProject::Access::kWrite);
+    LxCliEditor editor(project, *global.log, clipID);
+    std::vector<std::string> lines = editor.Run(ops);
+    project.Save();
+    for (const std::string& line : lines) std::printf("%s\n", line.c_str());
+    std::printf("result: clip %d\nsaved %s\n", editor.CurrentClipID(), project.Path().c_str());
+    return 0;
+}
+
+int Mix(const LxCliGlobal& global, const std::string& path, const LxCliMixOptions& options) {
+    if (options.entries.empty())
+        throw LxCliFailure("nothing to mix", "", "give at least one CLIP@OFFSET", LxCliFailure::kExitUsage);
+    LxCliProject project(*global.log);
+    project.Open(path, LxCliProject::Access::kRead);
+    LxAudioController& controller = project.Controller();
+    std::vector<LxAudioClipForMerger> entries;
+    for (const std::string& text : options.entries) {
+        MixEntry entry = ParseMixEntry(text);
+        if (!project.HasClip(entry.clipID))
+            throw LxCliFailure("no clip " + std::to_string(entry.clipID) + " in project", path, "");
+        if (entry.fade == LxAudioEffectNone) {
+            entries.emplace_back(entry.clipID, entry.offsetMS, entry.weight);
+        } else {
+            // A fading entry fades over its whole length, wherever it starts.
+            auto source = controller.GetClip(entry.clipID);
+            std::unique_ptr<LxAudioClip> faded = std::make_unique<LxAudioEffectClip>(*source, entry.fade, 0, -1);
+            entries.emplace_back(faded, entry.offsetMS, entry.weight);
+        }
+    }
+    const LxMergedOutputChannelsEnum mode = options.channels == 1   ? LxMergedOutputMono
+                                            : options.channels == 2 ? LxMergedOutputStereo
+                                                                    : LxMergedOutputChoose;
+    size_t mark = global.log->Mark();
+    LxMultiAudioClipMergedStream stream(&controller, entries, mode);
+    if (stream.GetNumberOfClips() != static_cast<int>(entries.size()) || global.log->CountSince(mark) > 0)
+        throw LxCliFailure("cannot mix into", options.output, global.log->Summary(mark));
+    const int channels = stream.GetNumberOfOutputChannels();
+    auto exporter = MakeExporter(controller, channels, options.rate, options.bits, options.output);
+    RunExport(global, *exporter, stream, options.output);
+    std::printf("mixed %zu clips into %s: %s, %s, %d Hz, %d-bit\n", entries.size(), options.output.c_str(),
+                LxCliUnits::Seconds(stream.WorthInFrames()).c_str(), ChannelsName(channels).c_str(), options.rate,
+                options.bits);
+    return 0;
+}
+
+int Export(const LxCliGlobal& global, const std::string& path, const LxCliExportOptions& options) {
+    LxCliProject project(*global.log);
+    project.Open(path, LxCliProject::Access::kRead);
+    auto clip = project.LoadClip(options.clipID);
+    const int channels = options.channels > 0 ? options.channels : clip->GetMaximumNumberOfChannels();
+    auto exporter = MakeExporter(project.Controller(), channels, options.rate, options.bits, options.output);
+    RunExport(global, *exporter, *clip, options.output);
+    std::printf("exported clip %d to %s: %lld frames, %s, %d Hz, %d-bit\n", options.clipID, options.output.c_str(),
+                static_cast<long long>(exporter->GetFramesWritten()), ChannelsName(channels).c_str(), options.rate,
+                options.bits);
+    return 0;
+}
+
+int Waveform(const LxCliGlobal& global, const std::string& path, const LxCliWaveformOptions& options) {
+    if (options.width < 16 || options.width > 20000 || options.height < 16 || options.height > 4000)
+        throw LxCliFailure("bad picture size", std::to_string(options.width) + "x" + std::to_string(options.height),
+                           "width 16..20000, height 16..4000", LxCliFailure::kExitUsage);
+    LxCliProject project(*global.log);
+    project.Open(path, LxCliProject::Access::kRead);
+    auto clip = project.LoadClip(options.clipID);
+    clip->LoadThumbnail();
+    const int count = clip->GetNumberOfFramesInThumbnail();
+    std::vector<uint32_t> points(static_cast<size_t>(count));
+    for (int i = 0; i < count; ++i) points[static_cast<size_t>(i)] = static_cast<uint32_t>(clip->GetNthFrameInThumbnail(i));
+    ApplyRangeGains(*clip, points);
+    LxCliWaveformImage image(options.width, options.height);
+    image.Draw(points);
+    std::string why;
+    if (!image.WritePng(options.output, why)) throw LxCliFailure("cannot write picture", options.output, why);
+    std::printf("drew clip %d (%s, %d points) into %s (%d x %d)\n", options.clipID,
+                LxCliUnits::Seconds(clip->WorthInFrames()).c_str(), count, options.output.c_str(), options.width,
+                options.height);
+    return 0;
+}
+
+}  // namespace LxCliCommands

@@ -1,0 +1,221 @@
+// Commands that use the sound devices: devices, record, play. The driver is the
+// platform's own unless LXAUDIO_WAVE_DRIVER names another ("alsa", "winmm",
+// "simulated").
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <map>
+#include <string>
+#include <thread>
+#include "LxAudioCore.h"
+#include "LxAudioDeviceMap.h"
+#include "LxCliAssertLog.h"
+#include "LxCliCommands.h"
+#include "LxCliDeviceSession.h"
+#include "LxCliFailure.h"
+#include "LxCliInterrupt.h"
+#include "LxCliJsonWriter.h"
+#include "LxCliProject.h"
+#include "LxCliUnits.h"
+#ifdef _WIN32
+#include <io.h>
+#define LX_ISATTY _isatty
+#define LX_FILENO _fileno
+#else
+#include <poll.h>
+#include <unistd.h>
+#define LX_ISATTY isatty
+#define LX_FILENO fileno
+#endif
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr auto kTick = std::chrono::milliseconds(100);
+
+// Waits one tick; true when the user pressed Enter. stdin at its end (a file,
+// /dev/null) stops being watched.
+bool EnterPressed(bool& watchStdin) {
+#ifndef _WIN32
+    if (watchStdin) {
+        pollfd in{0, POLLIN, 0};
+        if (::poll(&in, 1, static_cast<int>(kTick.count())) > 0) {
+            char bytes[256];
+            ssize_t got = ::read(0, bytes, sizeof bytes);
+            if (got <= 0) {
+                watchStdin = false;
+                return false;
+            }
+            return std::find(bytes, bytes + got, '\n') != bytes + got;
+        }
+        return false;
+    }
+#else
+    (void)watchStdin;
+#endif
+    std::this_thread::sleep_for(kTick);
+    return false;
+}
+
+std::string MinutesSeconds(double seconds) {
+    char text[32];
+    int minutes = static_cast<int>(seconds / 60);
+    std::snprintf(text, sizeof text, "%02d:%04.1f", minutes, seconds - minutes * 60);
+    return text;
+}
+
+// "[#########...........]  -12 dB" for a level of 0..1 (full scale).
+std::string Meter(float level) {
+    constexpr int kWidth = 24;
+    level = std::clamp(level, 0.0f, 1.0f);
+    // The bar follows decibels from -60 to 0, as level meters do.
+    double db = level > 0 ? 20.0 * std::log10(level) : -120.0;
+    int filled = static_cast<int>(std::clamp((db + 60.0) / 60.0, 0.0, 1.0) * kWidth + 0.5);
+    char text[80];
+    std::snprintf(text, sizeof text, "[%s%s] %4.0f dB", std::string(static_cast<size_t>(filled), '#').c_str(),
+                  std::string(static_cast<size_t>(kWidth - filled), '.').c_str(), std::max(db, -99.0));
+    return text;
+}
+
+}  // namespace
+
+namespace LxCliCommands {
+
+int Devices(const LxCliGlobal&, bool json) {
+    std::map<int, LxString> devices;
+    GetAudioCaptureDeviceMap(devices);
+    if (json) {
+        LxCliJsonWriter out;
+        out.BeginArray();
+        for (const auto& [id, name] : devices) {
+            out.BeginObject();
+            out.Key("id").Int(id);
+            out.Key("device").Int(id >> 16);
+            out.Key("line").Int(id & 0xFFFF);
+            out.Key("name").String(name.str());
+            out.EndObject();
+        }
+        out.EndArray();
+        std::fputs(out.Text().c_str(), stdout);
+        return 0;
+    }
+    if (devices.empty()) {
+        std::printf("no capture devices\n");
+        return 0;
+    }
+    std::printf("%8s  %s\n", "id", "capture device");
+    for (const auto& [id, name] : devices) std::printf("%8d  %s\n", id, name.c_str());
+    return 0;
+}
+
+int Record(const LxCliGlobal& global, const std::string& path, const LxCliRecordOptions& options) {
+    LxCliProject project(*global.log);
+    project.Open(path, LxCliProject::Access::kWrite);
+    LxAudioController& controller = project.Controller();
+    const int device = options.device < 0 ? 0 : options.device;
+    LxCliDeviceSession session(controller);
+    const int target = options.seconds > 0 ? static_cast<int>(std::ceil(options.seconds * 10 - 1e-9)) : 0;
+    size_t mark = global.log->Mark();
+    if (!session.StartCapture(device, options.volume, target)) {
+        session.StopCapture();
+        std::string why = global.log->Summary(mark);
+        throw LxCliFailure("cannot record from capture device " + std::to_string(device), "",
+                           why.empty() ? "the device did not start (see lxaudio devices)" : why);
+    }
+
+    const bool terminal = LX_ISATTY(LX_FILENO(stderr)) != 0;
+    bool watchStdin = true;
+    std::fprintf(stderr, "recording from device %d; press Enter or Ctrl-C to stop%s\n", device,
+                 options.seconds > 0 ? (", or wait " + LxCliUnits::Seconds(static_cast<long long>(
+                                                           options.seconds * 44100))).c_str()
+                                     : "");
+    const auto start = Clock::now();
+    int reportedSecond = 0;
+    const char* why = "stopped";
+    for (;;) {
+        if (LxCliInterrupt::Requested()) {
+            why = "interrupted";
+            break;
+        }
+        if (EnterPressed(watchStdin)) break;
+        double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
+        double captured = session.CapturedBuffers() * 0.1;  // one report per 100 ms buffer
+        if (terminal && !global.quiet) {
+            std::fprintf(stderr, "\r%s  %s  captured %.1f s ", MinutesSeconds(elapsed).c_str(), Meter(session.Level()).c_str(),
+                         captured);
+            std::fflush(stderr);
+        } else if (!terminal && !global.quiet && static_cast<int>(captured) > reportedSecond) {
+            reportedSecond = static_cast<int>(captured);
+            std::fprintf(stderr, "recording: %d.0 s captured, level %s\n", reportedSecond,
+                         Meter(session.Level()).c_str());
+        }
+        // --seconds counts recorded audio (as a sound card delivers it, in real
+        // time); a device that delivers nothing ends the wait a little later.
+        if (session.Full() || (options.seconds > 0 && elapsed >= options.seconds + 2.0)) break;
+    }
+    const int clipID = session.StopCapture();
+    if (terminal && !global.quiet) std::fprintf(stderr, "\n");
+    LxCliInterrupt::Clear();  // the save below must not be cut short
+    if (clipID < 1) throw LxCliFailure("nothing was recorded", "", "the device delivered no audio");
+    project.Save();
+    auto clip = controller.GetClip(clipID);
+    std::printf("recorded clip %d: %d frames (%s), %s (%s)\nsaved %s\n", clipID, clip->WorthInFrames(),
+                LxCliUnits::Seconds(clip->WorthInFrames()).c_str(),
+                clip->GetMaximumNumberOfChannels() == 2 ? "stereo" : "mono", why, project.Path().c_str());
+    return 0;
+}
+
+int Play(const LxCliGlobal& global, const std::string& path, const LxCliPlayOptions& options) {
+    LxCliProject project(*global.log);
+    project.Open(path, LxCliProject::Access::kRead);
+    LxAudioController& controller = project.Controller();
+    auto clip = project.LoadClip(options.clipID);
+    const int length = clip->WorthInFrames();
+    const int from = options.from.empty() ? 0 : LxCliUnits::ParseFrames(options.from, length);
+    const int to = options.to.empty() ? length : LxCliUnits::ParseFrames(options.to, length);
+    if (from >= to || to > length)
+        throw LxCliFailure("cannot play clip " + std::to_string(options.clipID), "",
+                           "--from must lie before --to, inside the clip (" + LxCliUnits::Seconds(length) + ")",
+                           LxCliFailure::kExitUsage);
+    LxCliDeviceSession session(controller);
+    size_t mark = global.log->Mark();
+    session.StartPlayBack(options.clipID, from + 1, to == length ? -1 : to + 1);
+    // A device that fails to open never reports its start.
+    const auto start = Clock::now();
+    while (!session.Started() && !session.Stopped() && Clock::now() - start < std::chrono::seconds(5))
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    if (!session.Started()) {
+        controller.StopPlayBack(options.clipID);
+        std::string why = global.log->Summary(mark);
+        throw LxCliFailure("cannot play clip " + std::to_string(options.clipID), "",
+                           why.empty() ? "the default output device did not start" : why);
+    }
+    const bool terminal = LX_ISATTY(LX_FILENO(stderr)) != 0;
+    const double total = (to - from) / 44100.0;
+    if (!global.quiet && !terminal)
+        std::fprintf(stderr, "playing clip %d from %s, %s\n", options.clipID, MinutesSeconds(from / 44100.0).c_str(),
+                     LxCliUnits::Seconds(to - from).c_str());
+    bool interrupted = false;
+    bool watchStdin = true;
+    while (!session.Stopped()) {
+        if (LxCliInterrupt::Requested() || EnterPressed(watchStdin)) {
+            interrupted = true;
+            break;
+        }
+        if (terminal && !global.quiet) {
+            double played = std::min(total, session.Position() / 44100.0);
+            std::fprintf(stderr, "\rplaying clip %d  %s / %s ", options.clipID,
+                         MinutesSeconds(from / 44100.0 + played).c_str(), MinutesSeconds(to / 44100.0).c_str());
+            std::fflush(stderr);
+        }
+    }
+    controller.StopPlayBack(options.clipID);
+    if (terminal && !global.quiet) std::fprintf(stderr, "\n");
+    std::printf("%s clip %d: %s of %s\n", interrupted ? "stopped" : "played", options.clipID,
+                LxCliUnits::Seconds(std::min<long long>(session.Position(), to - from)).c_str(),
+                LxCliUnits::Seconds(to - from).c_str());
+    return 0;
+}
+
+}  // namespace LxCliCommands

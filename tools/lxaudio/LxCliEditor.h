@@ -1,0 +1,54 @@
+#pragma once
+// Runs the operations of `lxaudio edit` on one clip, in order. Each operation
+// that changes the clip stores the result as a new clip (the old one stays as
+// it was) and the next operation works on that new clip. Cuts, inserts,
+// silence, gain and normalising only rewrite the clip's list of page ranges;
+// fades are played through an effect clip and the faded stretch alone is
+// written as new audio. Nothing reaches the disk here: the command saves the
+// project once every operation has succeeded, so a failed operation leaves the
+// project file as it was.
+#include <memory>
+#include <string>
+#include <vector>
+#include "LxAudioCore.h"
+
+class LxCliAssertLog;
+class LxCliProject;
+
+class LxCliEditor {
+public:
+    LxCliEditor(LxCliProject& project, LxCliAssertLog& log, int clipID);
+    ~LxCliEditor();
+
+    // Parses and applies every operation; throws LxCliFailure on the first that
+    // cannot be done. Returns one line per operation with the resulting clip IDs.
+    std::vector<std::string> Run(const std::vector<std::string>& tokens);
+
+    // The clip that the last operation produced (the starting clip when none changed it).
+    int CurrentClipID() const { return clipID_; }
+
+    // The operation names and their arguments, for --help.
+    static std::string Usage();
+
+private:
+    std::string Apply(const std::string& name, const std::vector<std::string>& args);
+    // Stores the working clip as a new clip and returns its ID.
+    int Store();
+    int Length() const;
+    void CheckStretch(int start, int end, int length, const std::string& what) const;
+    void CheckPosition(int position, int length) const;
+    // Renders frames [start, end) of the working clip through a fade into new
+    // pages and returns that piece as a clip of its own (not stored).
+    std::unique_ptr<LxAudioClip> RenderFade(int start, int end, LxAudioEffectEnum effect);
+    [[noreturn]] void EngineRefused(size_t mark) const;
+
+    LxCliProject& project_;
+    LxCliAssertLog& log_;
+    int clipID_;
+    std::unique_ptr<LxAudioClip> clip_;
+    std::string current_;  // the operation being applied, for messages
+    // What `copy` or `cut` took: the whole range list at that moment and the stretch.
+    std::vector<LxPageRange> clipboard_;
+    int clipboardStart_ = -1;
+    int clipboardEnd_ = -1;
+};

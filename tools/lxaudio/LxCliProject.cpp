@@ -1,0 +1,323 @@
+#include "LxCliProject.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <list>
+#include <system_error>
+#include "LxCliAssertLog.h"
+#include "LxCliFailure.h"
+#include "LxCliSaveStream.h"
+#ifndef _WIN32
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kSavingTag = ".saving-";
+
+int ProcessID() {
+#ifdef _WIN32
+    return 0;
+#else
+    return static_cast<int>(::getpid());
+#endif
+}
+
+bool ProcessIsAlive(int pid) {
+#ifdef _WIN32
+    (void)pid;
+    return true;
+#else
+    return pid > 0 && (::kill(pid, 0) == 0 || errno == EPERM);
+#endif
+}
+
+// Makes a rename (or a new file) in directory survive a power cut.
+void SyncDirectory(const fs::path& directory) {
+#ifndef _WIN32
+    int fd = ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY);
+    if (fd >= 0) {
+        ::fsync(fd);
+        ::close(fd);
+    }
+#else
+    (void)directory;
+#endif
+}
+
+// Swaps two directories in one step where the system can; false when it cannot
+// (the caller then falls back to two renames).
+bool ExchangeDirectories(const fs::path& a, const fs::path& b) {
+#if defined(__linux__) && defined(RENAME_EXCHANGE)
+    return ::renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE) == 0;
+#else
+    (void)a;
+    (void)b;
+    return false;
+#endif
+}
+
+std::string Why(const std::error_code& error) { return error ? error.message() : std::string(); }
+
+}  // namespace
+
+LxCliProject::LxCliProject(LxCliAssertLog& log) : log_(log), controller_(std::make_unique<LxAudioController>()) {}
+
+LxCliProject::~LxCliProject() {
+    // The controller (and any device it runs) goes before the lock.
+    controller_.reset();
+    Unlock();
+}
+
+void LxCliProject::Lock() {
+#ifndef _WIN32
+    // Lock the file (or folder) that is at the path, and make sure it is still
+    // the one there once locked: a save by another process may have replaced it.
+    for (int attempt = 0; attempt < 10; ++attempt) {
+        int fd = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) return;  // Open reports a missing project itself
+        if (::flock(fd, (access_ == Access::kWrite ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0) {
+            ::close(fd);
+            throw LxCliFailure("project in use", path_,
+                               "another lxaudio command is working on it; try again when it has finished");
+        }
+        struct stat locked {}, current {};
+        if (::fstat(fd, &locked) == 0 && ::stat(path_.c_str(), &current) == 0 && locked.st_ino == current.st_ino &&
+            locked.st_dev == current.st_dev) {
+            Unlock();
+            lockHandle_ = fd;
+            return;
+        }
+        ::close(fd);
+    }
+#endif
+}
+
+void LxCliProject::Unlock() {
+#ifndef _WIN32
+    if (lockHandle_ >= 0) ::close(lockHandle_);
+#endif
+    lockHandle_ = -1;
+}
+
+std::string LxCliProject::TemporaryPath() const {
+    fs::path p(path_);
+    return (p.parent_path() / ("." + p.filename().string() + kSavingTag + std::to_string(ProcessID()))).string();
+}
+
+// Where the old directory waits while a new one takes its name, on systems
+// that cannot swap two directories in one step.
+std::string LxCliProject::ParkingPath() const {
+    fs::path p(path_);
+    return (p.parent_path() / ("." + p.filename().string() + ".old")).string();
+}
+
+void LxCliProject::Create(const std::string& path, Form form) {
+    path_ = path;
+    form_ = form;
+    std::error_code error;
+    if (fs::exists(fs::path(path), error)) throw LxCliFailure("cannot create project", path, "it already exists");
+    fs::path parent = fs::path(path).parent_path();
+    if (!parent.empty() && !fs::is_directory(parent, error))
+        throw LxCliFailure("cannot create project", path, "its folder does not exist");
+    Save();
+}
+
+void LxCliProject::Open(const std::string& path, Access access) {
+    path_ = path;
+    access_ = access;
+    std::error_code error;
+    fs::path p(path);
+    if (!fs::exists(p, error)) {
+        // A directory project whose save was cut off between its two renames.
+        if (fs::is_directory(fs::path(ParkingPath()), error)) {
+            fs::rename(fs::path(ParkingPath()), p, error);
+            if (error) throw LxCliFailure("cannot recover project", path, Why(error));
+            std::fprintf(stderr, "lxaudio: recovered '%s' from an interrupted save\n", path.c_str());
+        } else {
+            throw LxCliFailure("cannot open project", path, "no such file or directory");
+        }
+    }
+    Lock();
+    size_t mark = log_.Mark();
+    bool loaded = false;
+    if (fs::is_directory(p, error)) {
+        form_ = Form::kDirectory;
+        if (!fs::exists(p / "pcm.lxa1", error))
+            throw LxCliFailure("cannot open project", path, "the folder holds no lxaudio project");
+        loaded = controller_->ReadFrom(LxFile(LxString(path)));
+    } else {
+        form_ = Form::kFile;
+        auto in = LxStreamUtil::CreateFileStreamRead(LxFile(LxString(path)));
+        if (!in) throw LxCliFailure("cannot open project", path, std::strerror(errno));
+        if (in->GetLength() == 0) throw LxCliFailure("cannot open project", path, "the file is empty");
+        loaded = controller_->ReadFrom(in.get());
+    }
+    if (!loaded || log_.CountSince(mark) > 0) {
+        std::string why = "the project is damaged or is not an lxaudio project";
+        std::string detail = log_.Summary(mark);
+        if (!detail.empty()) why += " (" + detail + ")";
+        throw LxCliFailure("cannot open project", path, why);
+    }
+    Verify();
+}
+
+// The store's own load checks that the members fit the stream; this checks
+// that what they hold makes sense: the reserved silent pages are where every
+// store has them, and every clip lists pages that exist.
+void LxCliProject::Verify() {
+    auto damaged = [this](const std::string& why) {
+        throw LxCliFailure("cannot open project", path_, "the project is damaged (" + why + ")");
+    };
+    LxAudioFile* store = controller_->GetAudioFile();
+    int sizes[5] = {0, 0, 0, 0, 0};
+    store->GetMemberSizes(sizes);
+    const int pcmBytes = sizes[2];
+    if (pcmBytes < 5 * kLxPageRecordBytes || pcmBytes % kLxPageRecordBytes != 0) damaged("page table has a bad size");
+    size_t mark = log_.Mark();
+    LxPCMData record;
+    for (int page = 0; page < 5 * kLxPageRecordBytes; page += kLxPageRecordBytes) {
+        if (!store->ReadPageHeader(page, record) || record.codec != kLxPageCodecSilent)
+            damaged("reserved silent page " + std::to_string(page) + " is missing");
+    }
+    std::list<int> ids;
+    controller_->GetListOfClipIDs(ids);
+    for (int id : ids) {
+        auto clip = controller_->GetClipBase(id);
+        if (!clip || log_.CountSince(mark) > 0) damaged("clip " + std::to_string(id) + " cannot be read");
+        for (const LxPageRange& range : clip->GetPageRanges()) {
+            bool inside = range.startPage >= 0 && range.endPage >= range.startPage && range.endPage < pcmBytes &&
+                          range.startPage % kLxPageRecordBytes == 0 && range.endPage % kLxPageRecordBytes == 0;
+            if (!inside || !range.IsValid())
+                damaged("clip " + std::to_string(id) + " refers to pages that do not exist");
+        }
+    }
+    if (log_.CountSince(mark) > 0) damaged(log_.Summary(mark));
+}
+
+void LxCliProject::Save() {
+    RemoveStaleTemporaries();
+    if (form_ == Form::kFile) {
+        SaveAsFile();
+    } else {
+        SaveAsDirectory();
+    }
+    // Hold the new project as the old one was held, until the command ends
+    // (the save itself is done: a reader that got in first only ends that early).
+    if (lockHandle_ >= 0) {
+        try {
+            Lock();
+        } catch (const LxCliFailure&) {
+            Unlock();
+        }
+    }
+}
+
+void LxCliProject::SaveAsFile() {
+    const std::string temporary = TemporaryPath();
+    LxFile temporaryFile{LxString(temporary)};
+    auto fail = [&](const std::string& why) {
+        temporaryFile.Delete();
+        throw LxCliFailure("cannot save project", path_, why + "; the previous version is unchanged");
+    };
+    size_t mark = log_.Mark();
+    {
+        auto out = LxStreamUtil::CreateFileStreamReadWrite(temporaryFile, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
+        if (!out) fail(std::string("cannot write next to it (") + std::strerror(errno) + ")");
+        LxCliSaveStream stream(std::move(out));
+        bool written = controller_->WriteTo(&stream);
+        if (!written || stream.WriteFailed()) {
+            std::string detail = log_.Summary(mark);
+            fail("writing failed (disk full?)" + (detail.empty() ? std::string() : " (" + detail + ")"));
+        }
+        if (!stream.Sync()) fail("the new file could not be forced to disk");
+        stream.Close();
+    }
+    if (!temporaryFile.RenameTo(LxFile(LxString(path_)))) fail("the new file could not replace the old one");
+    SyncDirectory(fs::path(path_).parent_path());
+}
+
+void LxCliProject::SaveAsDirectory() {
+    const fs::path target(path_);
+    const fs::path temporary(TemporaryPath());
+    std::error_code error;
+    auto fail = [&](const std::string& why) {
+        std::error_code ignored;
+        fs::remove_all(temporary, ignored);
+        throw LxCliFailure("cannot save project", path_, why + "; the previous version is unchanged");
+    };
+    fs::remove_all(temporary, error);
+    if (!fs::create_directory(temporary, error)) fail("cannot write next to it (" + Why(error) + ")");
+    size_t mark = log_.Mark();
+    if (!controller_->WriteTo(LxFile(LxString(temporary.string())), false, nullptr) || log_.CountSince(mark) > 0) {
+        std::string detail = log_.Summary(mark);
+        fail("writing failed (disk full?)" + (detail.empty() ? std::string() : " (" + detail + ")"));
+    }
+    // Force every chunk file to disk before the new folder takes the name.
+    for (const fs::directory_entry& entry : fs::directory_iterator(temporary, error)) {
+        auto file = LxStreamUtil::CreateFileStreamReadWrite(LxFile(LxString(entry.path().string())),
+                                                            kLxStreamReadWrite, 0x3f3f3f3f, 0x3f3f3f3f);
+        if (!file || !file->Sync()) fail("the new files could not be forced to disk");
+    }
+    if (error) fail("cannot list the new files (" + Why(error) + ")");
+    SyncDirectory(temporary);
+    if (LxCliSaveStream::PausePoint() >= 0) LxCliSaveStream::Pause(0);
+    if (!fs::exists(target, error)) {
+        fs::rename(temporary, target, error);
+        if (error) fail("the new folder could not take its name (" + Why(error) + ")");
+    } else if (ExchangeDirectories(temporary, target)) {
+        fs::remove_all(temporary, error);
+    } else {
+        // Two renames; an interruption between them is repaired by Open.
+        const fs::path parking(ParkingPath());
+        fs::remove_all(parking, error);
+        fs::rename(target, parking, error);
+        if (error) fail("the old folder could not be moved aside (" + Why(error) + ")");
+        fs::rename(temporary, target, error);
+        if (error) {
+            std::error_code ignored;
+            fs::rename(parking, target, ignored);
+            fail("the new folder could not take its name (" + Why(error) + ")");
+        }
+        fs::remove_all(parking, error);
+    }
+    SyncDirectory(target.parent_path());
+}
+
+void LxCliProject::RemoveStaleTemporaries() const {
+    fs::path p(path_);
+    fs::path parent = p.parent_path().empty() ? fs::path(".") : p.parent_path();
+    const std::string prefix = "." + p.filename().string() + kSavingTag;
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(parent, error)) {
+        std::string name = entry.path().filename().string();
+        if (name.rfind(prefix, 0) != 0) continue;
+        int pid = std::atoi(name.c_str() + prefix.size());
+        if (pid == ProcessID() || !ProcessIsAlive(pid)) {
+            std::error_code ignored;
+            fs::remove_all(entry.path(), ignored);
+        }
+    }
+}
+
+bool LxCliProject::HasClip(int clipID) {
+    std::list<int> ids;
+    controller_->GetListOfClipIDs(ids);
+    for (int id : ids) {
+        if (id == clipID) return true;
+    }
+    return false;
+}
+
+std::unique_ptr<LxAudioClip> LxCliProject::LoadClip(int clipID) {
+    if (!HasClip(clipID)) throw LxCliFailure("no clip " + std::to_string(clipID) + " in project", path_, "");
+    return controller_->GetClip(clipID);
+}
