@@ -32,13 +32,42 @@ bool SamePacket(const ogg_packet& produced, const LxVorbisHeaderPacket& canned) 
 }
 
 // Decoded float to 16 bits: truncation toward zero of f * 32767, clamped. NaN
-// (only a damaged packet can produce one) becomes silence.
-int16_t ToSample(float f) {
-    double v = static_cast<double>(f) * 32767.0;
-    if (std::isnan(v)) return 0;
-    if (v >= 32767.0) return 32767;
-    if (v <= -32768.0) return -32768;
-    return static_cast<int16_t>(v);
+// (only a damaged packet can produce one) becomes silence. Written without
+// branches so that the loops below vectorise; the product is exact in double.
+inline int16_t ToSample(float f) {
+    const double v = static_cast<double>(f) * 32767.0;
+    double c = v < -32768.0 ? -32768.0 : v;  // a NaN passes both clamps unchanged
+    c = c > 32767.0 ? 32767.0 : c;
+    c = v == v ? c : 0.0;
+    return static_cast<int16_t>(static_cast<int>(c));
+}
+
+// Interleaves frames of planar float PCM as 16-bit samples at dst (any alignment).
+void ConvertFrames(float** pcm, int channels, int frames, unsigned char* dst) {
+    if (channels == 2) {
+        const float* left = pcm[0];
+        const float* right = pcm[1];
+        for (int i = 0; i < frames; ++i) {
+            const int16_t pair[2] = {ToSample(left[i]), ToSample(right[i])};
+            std::memcpy(dst + 4 * static_cast<size_t>(i), pair, sizeof pair);
+        }
+        return;
+    }
+    if (channels == 1) {
+        const float* mono = pcm[0];
+        for (int i = 0; i < frames; ++i) {
+            const int16_t sample = ToSample(mono[i]);
+            std::memcpy(dst + 2 * static_cast<size_t>(i), &sample, sizeof sample);
+        }
+        return;
+    }
+    for (int i = 0; i < frames; ++i) {
+        for (int c = 0; c < channels; ++c) {
+            const int16_t sample = ToSample(pcm[c][i]);
+            std::memcpy(dst, &sample, sizeof sample);
+            dst += sizeof sample;
+        }
+    }
 }
 
 // Writes one packet with its length prefix at out + written; false (nothing
@@ -118,9 +147,14 @@ LxCodecVorbis::LxCodecVorbis(int channelCount) : LxCodec(channelCount) {
 }
 
 LxCodecVorbis::~LxCodecVorbis() {
-    // Stream states and blocks are cleared at the end of every call; only the
-    // infos and comments live as long as the codec. Clearing zeroed or already
-    // cleared ones is harmless.
+    // The encoder's stream state and block are cleared at the end of every
+    // call; the decoder's live from the first Decode to here. Infos and
+    // comments live as long as the codec. Clearing zeroed or already cleared
+    // ones is harmless.
+    if (decState.backend_state != nullptr) {
+        vorbis_block_clear(&decBlock);
+        vorbis_dsp_clear(&decState);
+    }
     vorbis_comment_clear(&decComment);
     vorbis_info_clear(&decInfo);
     vorbis_comment_clear(&encComment);
@@ -212,12 +246,22 @@ int LxCodecVorbis::Decode(const unsigned char* in, int inBytes, short* out, int 
     const int capacityFrames = outBytes / frameBytes;
     if (inBytes < 1 || capacityFrames < 1) return 0;
 
-    if (vorbis_synthesis_init(&decState, &decInfo) != 0) {
+    // The decoder's stream state is set up by the first page and restarted for
+    // every later one: a restart resets everything a new stream depends on (its
+    // first packet only primes the overlap and returns no audio), so the pages
+    // decode exactly as with a fresh state, without setting up the transform
+    // tables and buffers again per page.
+    if (decState.backend_state == nullptr) {
+        if (vorbis_synthesis_init(&decState, &decInfo) != 0) {
+            LxAssertFailed("Vorbis decoder could not start a stream", kSourceFile, __LINE__);
+            vorbis_dsp_clear(&decState);
+            return 0;
+        }
+        vorbis_block_init(&decState, &decBlock);
+    } else if (vorbis_synthesis_restart(&decState) != 0) {
         LxAssertFailed("Vorbis decoder could not start a stream", kSourceFile, __LINE__);
-        vorbis_dsp_clear(&decState);
         return 0;
     }
-    vorbis_block_init(&decState, &decBlock);
 
     unsigned char* dst = reinterpret_cast<unsigned char*>(out);
     int framesWritten = 0;
@@ -270,13 +314,8 @@ int LxCodecVorbis::Decode(const unsigned char* in, int inBytes, short* out, int 
         int available;
         while (framesWritten < capacityFrames && (available = vorbis_synthesis_pcmout(&decState, &pcm)) > 0) {
             const int take = std::min(available, capacityFrames - framesWritten);
-            for (int i = 0; i < take; ++i) {
-                for (int c = 0; c < channels; ++c) {
-                    const int16_t sample = ToSample(pcm[c][i]);
-                    std::memcpy(dst, &sample, sizeof sample);
-                    dst += sizeof sample;
-                }
-            }
+            ConvertFrames(pcm, channels, take, dst);
+            dst += static_cast<size_t>(take) * static_cast<size_t>(frameBytes);
             framesWritten += take;
             vorbis_synthesis_read(&decState, available);
         }
@@ -295,8 +334,5 @@ int LxCodecVorbis::Decode(const unsigned char* in, int inBytes, short* out, int 
     } else if (!damaged && ended && pos < inBytes) {
         LxAssertFailed("Vorbis page has data after its end-of-stream packet", kSourceFile, __LINE__);
     }
-
-    vorbis_block_clear(&decBlock);
-    vorbis_dsp_clear(&decState);
     return framesWritten * frameBytes;
 }

@@ -1,0 +1,387 @@
+#!/usr/bin/env python3
+"""Benchmarks of LxAudioCore against the tools a user would pick instead.
+
+Builds the benchmark programs (Release), makes its inputs with sox in a
+temporary directory (deleted at the end), runs our code and each anchor on the
+same input side by side, and prints one table. Ratios are anchor time / our
+time: above 1 we are faster. Timed are only the operations themselves (ours in
+process, the anchors as whole processes).
+
+By default the ratios and verdicts use CPU time (user + system) of the timed
+operation, which other jobs on a shared machine do not inflate; the wall-clock
+ratio is shown beside it. The two-core compression row is judged on wall-clock
+time, since only wall-clock time shows parallel work. Use --clock wall on a
+quiet machine to judge everything on wall-clock time.
+"""
+
+import argparse
+import datetime
+import json
+import os
+import platform
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+MIB = 1024 * 1024
+
+
+def log(message):
+    print(message, file=sys.stderr, flush=True)
+
+
+class Timed:
+    """Wall-clock and CPU seconds of one run."""
+
+    def __init__(self, wall, cpu, extra=None):
+        self.wall = wall
+        self.cpu = cpu
+        self.extra = extra or {}
+
+
+def run_process(cmd, env=None, stdout_path=None):
+    """Runs cmd; returns (wall seconds, CPU seconds, peak RSS KiB, stdout text)."""
+    err_file = tempfile.TemporaryFile()
+    out_file = open(stdout_path, "wb") if stdout_path else tempfile.TemporaryFile()
+    start = time.perf_counter()
+    proc = subprocess.Popen(cmd, stdout=out_file, stderr=err_file, env=env)
+    _, status, usage = os.wait4(proc.pid, 0)
+    wall = time.perf_counter() - start
+    proc.returncode = os.waitstatus_to_exitcode(status)
+    err_file.seek(0)
+    err = err_file.read().decode(errors="replace")
+    text = ""
+    if not stdout_path:
+        out_file.seek(0)
+        text = out_file.read().decode(errors="replace")
+    out_file.close()
+    err_file.close()
+    if proc.returncode != 0:
+        raise RuntimeError("%s failed (exit %d):\n%s" % (" ".join(cmd), proc.returncode, err[-2000:]))
+    return wall, usage.ru_utime + usage.ru_stime, usage.ru_maxrss, text
+
+
+def run_ours(tool, args, env):
+    """Runs LxBenchTool; returns its JSON result."""
+    _, _, _, text = run_process([tool] + args, env=env)
+    return json.loads(text.strip().splitlines()[-1])
+
+
+def anchor(cmd, env=None):
+    wall, cpu, rss, _ = run_process(cmd, env=env)
+    return Timed(wall, cpu, {"rss_kib": rss})
+
+
+def median_timed(runs):
+    return Timed(statistics.median(r.wall for r in runs), statistics.median(r.cpu for r in runs))
+
+
+def write_wav(path, source_wav, target_bytes):
+    """A 44-byte-header WAV of target_bytes bytes (header included) whose audio
+    repeats the audio of source_wav (a canonical 44-byte-header WAV)."""
+    with open(source_wav, "rb") as f:
+        header = bytearray(f.read(44))
+        data = f.read()
+    block_align = header[32] | (header[33] << 8)
+    data_bytes = (target_bytes - 44) // block_align * block_align
+    header[4:8] = (data_bytes + 36).to_bytes(4, "little")
+    header[40:44] = data_bytes.to_bytes(4, "little")
+    with open(path, "wb") as out:
+        out.write(header)
+        left = data_bytes
+        while left > 0:
+            piece = data[: min(len(data), left)]
+            out.write(piece)
+            left -= len(piece)
+
+
+class Table:
+    def __init__(self, clock):
+        self.clock = clock
+        self.rows = []
+
+    def add(self, name, ours, anchor_text, ratio, wall_ratio, target, verdict, notes=""):
+        self.rows.append([name, ours, anchor_text, ratio, wall_ratio, target, verdict, notes])
+
+    HEADER = ["row", "ours", "anchor", "ratio", "wall ratio", "target", "result", "notes"]
+
+    def text(self):
+        rows = [self.HEADER] + self.rows
+        widths = [max(len(str(r[i])) for r in rows) for i in range(len(self.HEADER))]
+        lines = []
+        for n, r in enumerate(rows):
+            lines.append("  ".join(str(c).ljust(widths[i]) for i, c in enumerate(r)).rstrip())
+            if n == 0:
+                lines.append("  ".join("-" * w for w in widths))
+        return "\n".join(lines)
+
+    def markdown(self):
+        lines = ["| " + " | ".join(self.HEADER) + " |", "|" + "---|" * len(self.HEADER)]
+        for r in self.rows:
+            lines.append("| " + " | ".join(str(c).replace("|", "/") for c in r) + " |")
+        return "\n".join(lines)
+
+
+def fmt_s(seconds):
+    if seconds >= 1.0:
+        return "%.2f s" % seconds
+    if seconds >= 1e-3:
+        return "%.1f ms" % (seconds * 1e3)
+    return "%.1f us" % (seconds * 1e6)
+
+
+def ratio_text(value):
+    return "%.2fx" % value
+
+
+def verdict_at_least(value, target):
+    if value >= target:
+        return "met"
+    return "missed by %.1fx" % (target / value) if value > 0 else "missed"
+
+
+def verdict_below(value, limit):
+    if value < limit:
+        return "met"
+    return "missed by %.1fx" % (value / limit)
+
+
+def pick(timed, clock):
+    return timed.cpu if clock == "cpu" else timed.wall
+
+
+def compare_row(table, name, ours, anchor_timed, anchor_name, target, clock, notes=""):
+    r = pick(anchor_timed, clock) / pick(ours, clock)
+    rw = anchor_timed.wall / ours.wall
+    verdict = verdict_at_least(r, target) if target else "-"
+    table.add(name, fmt_s(pick(ours, clock)), "%s %s" % (anchor_name, fmt_s(pick(anchor_timed, clock))),
+              ratio_text(r), ratio_text(rw), ">= %.1fx" % target if target else "-", verdict, notes)
+
+
+def gbench_results(path):
+    with open(path) as f:
+        data = json.load(f)
+    scale = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
+    results = {}
+    for b in data["benchmarks"]:
+        base = b.get("run_name", b["name"]).split("/")[0]
+        if b.get("run_type") == "aggregate" and b.get("aggregate_name") != "median":
+            continue
+        unit = scale[b.get("time_unit", "ns")]
+        entry = dict(b)
+        entry["wall"] = b["real_time"] * unit
+        entry["cpu"] = b["cpu_time"] * unit
+        # A median aggregate wins over single repetitions.
+        if base not in results or b.get("aggregate_name") == "median":
+            results[base] = entry
+    return results, data.get("context", {})
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--build-dir", default=os.path.join(ROOT, "build-bench"))
+    parser.add_argument("--no-build", action="store_true", help="use the programs already built")
+    parser.add_argument("--jobs", default="2")
+    parser.add_argument("--reps", type=int, default=3, help="runs of each fast file row (median)")
+    parser.add_argument("--compress-reps", type=int, default=2, help="runs of the compression row")
+    parser.add_argument("--seconds", type=int, default=600, help="length of the 10-minute inputs")
+    parser.add_argument("--store-mib", type=int, default=1024, help="store size of the save/load row")
+    parser.add_argument("--memory-mib", type=int, default=2048, help="WAV size of the memory row")
+    parser.add_argument("--clock", choices=["cpu", "wall"], default="cpu")
+    parser.add_argument("--tmp", default=None, help="parent of the temporary directory")
+    parser.add_argument("--markdown", default=None, help="also write the table as Markdown to this file")
+    parser.add_argument("--only", default=None, help="comma-separated rows: micro,import,compress,saveload,memory")
+    args = parser.parse_args()
+    only = set(args.only.split(",")) if args.only else None
+
+    def wanted(part):
+        return only is None or part in only
+
+    for tool in ("sox", "oggenc", "oggdec", "cp"):
+        if shutil.which(tool) is None:
+            sys.exit("compare.py: %s is missing (make bench installs it)" % tool)
+
+    if not args.no_build:
+        log("== building (Release) in %s" % args.build_dir)
+        subprocess.run(["cmake", "-S", ROOT, "-B", args.build_dir, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
+                        "-DLX_BUILD_BENCHMARKS=ON"], check=True, stdout=subprocess.DEVNULL)
+        subprocess.run(["cmake", "--build", args.build_dir, "-j", args.jobs, "--target", "LxBenchMicro",
+                        "LxBenchTool"], check=True)
+    micro = os.path.join(args.build_dir, "bin", "LxBenchMicro")
+    tool = os.path.join(args.build_dir, "bin", "LxBenchTool")
+
+    work = tempfile.mkdtemp(prefix="lxbench-", dir=args.tmp)
+    store_tmp = os.path.join(work, "stores")
+    os.makedirs(store_tmp)
+    env = dict(os.environ, TMPDIR=store_tmp)
+    table = Table(args.clock)
+    clock = args.clock
+    started = time.time()
+    load_before = os.getloadavg()
+    try:
+        seconds = args.seconds
+        length = "%d min" % (seconds // 60) if seconds % 60 == 0 else "%d s" % seconds
+        synth = ["synth", str(seconds), "pinknoise", "pinknoise", "synth", str(seconds), "sine", "mix",
+                 "220-660", "sine", "mix", "330-990", "tremolo", "0.3", "60", "gain", "-8"]
+        w48 = os.path.join(work, "in48.wav")
+        w44 = os.path.join(work, "in44.wav")
+        if wanted("import") or wanted("compress") or wanted("memory"):
+            log("== making inputs with sox (%d s)" % seconds)
+            subprocess.run(["sox", "-n", "-r", "48000", "-b", "24", "-c", "2", w48] + synth, check=True)
+            subprocess.run(["sox", "-n", "-r", "44100", "-b", "16", "-c", "2", w44] + synth, check=True)
+
+        # --- micro-benchmarks: resampling, reading, editing, thumbnails -----------------
+        if wanted("micro"):
+            log("== micro-benchmarks")
+            out_json = os.path.join(work, "micro.json")
+            run_process([micro, "--benchmark_out=" + out_json, "--benchmark_out_format=json"], env=env,
+                        stdout_path=os.path.join(work, "micro.txt"))
+            res, _ = gbench_results(out_json)
+            ours = res["BM_Resample_LxAudioResampler"]
+            ours_t = Timed(ours["wall"], ours["cpu"])
+            for key, name, target in (("BM_Resample_SoxrHQ", "libsoxr HQ", 1.0),
+                                      ("BM_Resample_SoxrVHQ", "libsoxr VHQ", None),
+                                      ("BM_Resample_SrcSincBest", "libsamplerate SINC_BEST", None),
+                                      ("BM_Resample_SrcSincMedium", "libsamplerate SINC_MEDIUM", None)):
+                a = res[key]
+                compare_row(table, "resample 48k->44.1k stereo 120 s", ours_t, Timed(a["wall"], a["cpu"]), name,
+                            target, clock, "%.0fx real time" % (120.0 / pick(ours_t, clock)))
+            for key, name, target in (("BM_Read_UnitGain", "read, unit gain", 2000.0),
+                                      ("BM_Read_Gain", "read, gain 0.5", 1000.0)):
+                r = res[key]
+                factor = 60.0 / (r["cpu"] if clock == "cpu" else r["wall"])
+                table.add(name, "%.0fx real time" % factor, "-", "-", "-", ">= %.0fx real time" % target,
+                          verdict_at_least(factor / target, 1.0), "60 s stereo clip, 100 ms per call")
+            for op in ("Delete", "InsertAt", "AddEffect", "Undo"):
+                long_us = res["BM_Edit_%s_2h" % op]["median_us"]
+                short_us = res["BM_Edit_%s_1min" % op]["median_us"]
+                table.add("edit %s, 2 h mono, 1000 ranges" % op, "%.1f us" % long_us,
+                          "1-min clip %.1f us" % short_us, "-", "-", "< 1 ms (median)",
+                          verdict_below(long_us, 1000.0), "2 h / 1 min = %.1fx" % (long_us / short_us))
+            for key, name in (("BM_Thumbnail_2h_Cold", "thumbnail 2 h, cold"),
+                              ("BM_Thumbnail_2h_Warm", "thumbnail 2 h, warm")):
+                t = pick(Timed(res[key]["wall"], res[key]["cpu"]), clock)
+                table.add(name, fmt_s(t), "-", "-", "-", "< 20 ms", verdict_below(t, 0.020),
+                          "%d points" % res[key]["points"])
+
+        # --- import -------------------------------------------------------------------------
+        if wanted("import"):
+            log("== import rows")
+            ours_runs, sox_runs, ours44_runs, cp_runs = [], [], [], []
+            raw = os.path.join(work, "sox-out.raw")
+            copy = os.path.join(work, "cp-out.wav")
+            for _ in range(args.reps):
+                r = run_ours(tool, ["import", w48], env)
+                ours_runs.append(Timed(r["seconds"], r["cpu_seconds"]))
+                sox_runs.append(anchor(["sox", w48, "-r", "44100", "-b", "16", raw]))
+                os.remove(raw)
+                r = run_ours(tool, ["import", w44], env)
+                ours44_runs.append(Timed(r["seconds"], r["cpu_seconds"]))
+                cp_runs.append(anchor(["cp", w44, copy]))
+                os.remove(copy)
+            compare_row(table, "import 48k/24-bit stereo %s" % length, median_timed(ours_runs), median_timed(sox_runs),
+                        "sox -r 44100 -b 16", 2.0, clock)
+            compare_row(table, "import-44 44.1k/16-bit stereo %s" % length, median_timed(ours44_runs),
+                        median_timed(cp_runs), "cp", 0.5, clock)
+
+        # --- compression and decoding ------------------------------------------------------
+        if wanted("compress"):
+            log("== compression rows")
+            comp_runs, dec_runs, enc_runs, oggdec_runs = [], [], [], []
+            ogg = os.path.join(work, "oggenc.ogg")
+            decoded = os.path.join(work, "oggdec.wav")
+            enc_bytes = 0
+            for _ in range(args.compress_reps):
+                r = run_ours(tool, ["compress", w44], env)
+                comp_runs.append(Timed(r["compress_seconds"], r["compress_cpu_seconds"]))
+                dec_runs.append(Timed(r["decode_seconds"], r["decode_cpu_seconds"]))
+                enc_bytes = r["enc_bytes"]
+                enc_runs.append(anchor(["oggenc", "-Q", "-b", "128", "-o", ogg, w44]))
+                oggdec_runs.append(anchor(["oggdec", "-Q", "-o", decoded, ogg]))
+                os.remove(decoded)
+            ogg_bytes = os.path.getsize(ogg)
+            compare_row(table, "compress %s stereo (CompressAllPages)" % length, median_timed(comp_runs),
+                        median_timed(enc_runs), "oggenc -b 128", 0.9, clock,
+                        "enc.lxa %.1f MB, oggenc %.1f MB" % (enc_bytes / 1e6, ogg_bytes / 1e6))
+
+            # Every core: there is no multi-threaded compression call; the projection
+            # encodes a 2-minute excerpt with the store's page codec on 2 threads.
+            excerpt = os.path.join(work, "excerpt44.wav")
+            subprocess.run(["sox", w44, excerpt, "trim", "0", "120"], check=True)
+            p = run_ours(tool, ["parallel-compress", excerpt, "2"], env)
+            ex_enc = anchor(["oggenc", "-Q", "-b", "128", "-o", ogg, excerpt])
+            projected = ex_enc.wall / p["parallel_seconds"]
+            ours_all = median_timed(comp_runs)
+            table.add("compress, every core (2)", fmt_s(ours_all.wall) + " (1 thread)",
+                      "oggenc -b 128 %s" % fmt_s(median_timed(enc_runs).wall),
+                      "-", ratio_text(median_timed(enc_runs).wall / ours_all.wall), ">= 1.8x (wall)",
+                      "missed: no multi-threaded compression call",
+                      "2 page codecs on 2 threads: %.2fx oggenc, %.2fx speed-up, pages identical: %s" % (
+                          projected, p["serial_seconds"] / p["parallel_seconds"], p["identical"] and
+                          p["sizes_match_store"]))
+            compare_row(table, "decode %s stereo (GetNextPCMData)" % length, median_timed(dec_runs),
+                        median_timed(oggdec_runs), "oggdec", 0.9, clock)
+
+        # --- save and load -------------------------------------------------------------------
+        if wanted("saveload"):
+            log("== save/load rows (%d MiB store)" % args.store_mib)
+            save_dir = os.path.join(work, "save")
+            os.makedirs(save_dir)
+            w_runs, r_runs, cp_runs = [], [], []
+            store_bytes = 0
+            for _ in range(max(1, args.reps - 1)):
+                r = run_ours(tool, ["saveload", str(args.store_mib), save_dir], env)
+                w_runs.append(Timed(r["write_seconds"], r["write_cpu_seconds"]))
+                r_runs.append(Timed(r["read_seconds"], r["read_cpu_seconds"]))
+                store_bytes = r["store_bytes"]
+                saved = os.path.join(save_dir, "saved.lxp")
+                copy = os.path.join(save_dir, "copy.lxp")
+                cp_runs.append(anchor(["cp", saved, copy]))
+                os.remove(copy)
+                os.remove(saved)
+            note = "%.2f GiB store" % (store_bytes / (1024.0 * MIB))
+            compare_row(table, "save (WriteTo one file stream)", median_timed(w_runs), median_timed(cp_runs), "cp",
+                        0.7, clock, note)
+            compare_row(table, "load (ReadFrom one file stream)", median_timed(r_runs), median_timed(cp_runs), "cp",
+                        0.7, clock, note)
+
+        # --- memory --------------------------------------------------------------------------
+        if wanted("memory"):
+            log("== memory row (%d MiB WAV)" % args.memory_mib)
+            peaks = []
+            for mib in (args.memory_mib // 10, args.memory_mib):
+                big = os.path.join(work, "big.wav")
+                # Files up to 2 GiB; the store's 32-bit offsets need the raw data below 2^31 bytes.
+                write_wav(big, w44, min(mib * MIB, 2 ** 31))
+                r = run_ours(tool, ["import", big], env)
+                peaks.append((mib, r["max_rss_kib"] / 1024.0, r["seconds"]))
+                os.remove(big)
+            small, large = peaks
+            independent = large[1] <= small[1] * 1.25 + 4
+            verdict = "met" if large[1] < 64 and independent else (
+                "missed: %.0f MiB" % large[1] if large[1] >= 64 else "missed: grows with length")
+            table.add("memory: import %d MiB WAV" % large[0], "%.1f MiB peak RSS" % large[1],
+                      "%d MiB WAV: %.1f MiB" % (small[0], small[1]), "-", "-", "< 64 MiB, independent of length",
+                      verdict, "44.1k/16-bit stereo; import took %s" % fmt_s(large[2]))
+    finally:
+        shutil.rmtree(work, ignore_errors=True)
+
+    load_after = os.getloadavg()
+    heading = ("LxAudioCore benchmarks, %s, %s, %d cores; load average %.1f before, %.1f after; %.0f s. "
+               "Ratio = anchor time / our time (>1: we are faster), on %s time; 'wall ratio' on wall-clock time." % (
+                   datetime.datetime.now().strftime("%Y-%m-%d %H:%M"), platform.processor() or platform.machine(),
+                   os.cpu_count(), load_before[0], load_after[0], time.time() - started,
+                   "CPU" if clock == "cpu" else "wall-clock"))
+    print(heading)
+    print(table.text())
+    if args.markdown:
+        with open(args.markdown, "w") as f:
+            f.write(heading + "\n\n" + table.markdown() + "\n")
+
+
+if __name__ == "__main__":
+    main()
