@@ -73,6 +73,12 @@ public:
     // Returns the number of pages compressed. The stored bytes are exactly those
     // that repeated CompressOnePage calls give.
     int CompressAllPages(ILxGeneralProgressCallBack* progress);
+    // The same as CompressAllPages, and into the same bytes, with up to threads
+    // pages encoded at once (threads < 1: one per core). Pages are encoded in
+    // batches outside the store's lock and written back in page order, so
+    // "enc.lxa" and "pcm.lxa" end up exactly as CompressAllPages leaves them.
+    // Progress reports (one item per page record) come once per batch.
+    int CompressAllPagesInParallel(int threads, ILxGeneralProgressCallBack* progress);
     // Rebuilds the store from the clips still in use (clipIDs in, their new IDs
     // out), dropping every page they do not reach. True when the store changed.
     bool Compact(std::list<int>& clipIDs, ILxGeneralProgressCallBack* progress);

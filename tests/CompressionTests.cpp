@@ -166,3 +166,37 @@ TEST(Compression, DamagedCompressedDataDecodesWhatItCan) {
     EXPECT_GE(recorder.Count(), 1u);
     for (const AssertReport& report : recorder.Reports()) EXPECT_EQ(report.sourceFile, "source/components/audiocore/LxCodecVorbis");
 }
+
+TEST(Compression, CompressingOnSeveralThreadsWritesTheSameBytes) {
+    TempDir one, two;
+    LxAudioFile serial(one.Dir()), parallel(two.Dir());
+    for (LxAudioFile* store : {&serial, &parallel}) {
+        StoreClip(*store, VoicePcm(7 * 44100 + 900, 2), 2);  // eight stereo pages
+        AppendPage(*store, std::vector<int16_t>(1000, 0), 1);  // silent
+        StoreClip(*store, VoicePcm(3 * 88200 + 450, 1), 1);   // four mono pages
+        AppendPage(*store, MakeRamp(4410, 2), 2);
+        AppendPage(*store, MakeRamp(180, 3), 3);             // no codec for three channels
+        AppendPage(*store, MakeRamp(9000, 1), 1);             // left raw behind it
+    }
+    AssertRecorder recorder;
+    EXPECT_EQ(serial.CompressAllPages(nullptr), 13);
+    const std::vector<AssertReport> serialReports = recorder.Reports();
+    recorder.Clear();
+    CountingProgress progress;
+    EXPECT_EQ(parallel.CompressAllPagesInParallel(3, &progress), 13);
+    const std::vector<AssertReport> parallelReports = recorder.Reports();
+    ASSERT_EQ(parallelReports.size(), serialReports.size());
+    ASSERT_EQ(parallelReports.size(), 1u);
+    EXPECT_EQ(parallelReports[0].message, "Not implemented");
+    EXPECT_EQ(parallelReports[0].line, serialReports[0].line);
+    EXPECT_EQ(progress.total, 5 + 8 + 1 + 4 + 3);
+    EXPECT_EQ(progress.last, 5 + 8 + 1 + 4 + 1);  // stopped at the three-channel page
+    EXPECT_EQ(progress.ends, 1);
+    serial.Flush();
+    parallel.Flush();
+    for (const char* name : {"enc.lxa", "pcm.lxa"}) {
+        EXPECT_EQ(FileBytes(one.Child(name)), FileBytes(two.Child(name))) << name;
+    }
+    EXPECT_EQ(Codec(parallel, 180 + 36 * 15), kLxPageCodecRaw);
+    EXPECT_EQ(Audio(parallel, 1, 2), Audio(serial, 1, 2));
+}

@@ -1,12 +1,17 @@
 #include "LxAudioFile.h"
 
 #include <algorithm>
+#include <atomic>
+#include <memory>
+#include <system_error>
+#include <thread>
 #include <vector>
 #include "LxAudioClip.h"
 #include "LxAudioClipBase.h"
 #include "LxAudioCompactor.h"
 #include "LxClipDataStream.h"
 #include "LxClipMapStream.h"
+#include "LxCodecVorbis.h"
 #include "LxDataStream.h"
 #include "LxPCMDataStream.h"
 #include "LxPublic/ILxGeneralProgressCallBack.h"
@@ -21,7 +26,19 @@ static const char* const kSourceFile = "source/components/audiocore/LxAudioFile"
 
 namespace {
 constexpr int kSilentPages = 5;
-}
+// Pages encoded per thread in one batch of CompressAllPagesInParallel: enough
+// to even out pages of different lengths, little enough to report progress often.
+constexpr int kPagesPerThreadInBatch = 4;
+
+// One raw page taken for encoding outside the store's lock.
+struct PageToEncode {
+    uint32_t position = 0;
+    LxPCMData record;
+    std::vector<unsigned char> pcm;
+    std::vector<unsigned char> encoded;
+    int encodedBytes = 0;
+};
+}  // namespace
 
 LxAudioFile::LxAudioFile(const LxFile& storeDirectory) : directory(storeDirectory), silenceRange(this) {
     silenceRange.effect = LxAudioVolumeEffect(1.0f, 0.0f, 1.0f);
@@ -574,4 +591,121 @@ bool LxAudioFile::CompressOnePage() {
     pcmStream->WritePageHeader(record);
     pcmStream->compressCursor = cursor + kLxPageRecordBytes;
     return true;
+}
+
+int LxAudioFile::CompressAllPagesInParallel(int threads, ILxGeneralProgressCallBack* progress) {
+    if (threads < 1) threads = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+    if (threads == 1) return CompressAllPages(progress);
+    int total = 0;
+    {
+        LxRecursiveLock guard(lock);
+        if (!pcmStream) return 0;
+        total = pcmStream->GetSize() / kLxPageRecordBytes;
+    }
+    if (progress) progress->BeginTask("kLxCompressingAudio", total, 0);
+    // Each thread encodes with codecs of its own; the store's codecs stay free
+    // for readers (decoding) and for CompressOnePage.
+    std::vector<std::unique_ptr<LxCodec>> monoCodecs, stereoCodecs;
+    for (int t = 0; t < threads; ++t) {
+        monoCodecs.push_back(std::make_unique<LxCodecVorbis>(1));
+        stereoCodecs.push_back(std::make_unique<LxCodecVorbis>(2));
+    }
+    const size_t batchPages = static_cast<size_t>(threads) * kPagesPerThreadInBatch;
+    std::vector<PageToEncode> batch;
+    int compressed = 0;
+    for (;;) {
+        LxLock compressorGuard(compressorMutex);
+        LxRecursiveLock guard(lock);
+        if (!pcmStream || pcmStream->compressCursor >= static_cast<uint32_t>(pcmStream->GetSize())) break;
+        const uint32_t startCursor = pcmStream->compressCursor;
+        // The raw pages that follow the cursor, each as CompressOnePage would
+        // take it. Any other page (silent, compressed, damaged, short of data)
+        // ends the batch, and CompressOnePage deals with it, reports included.
+        batch.clear();
+        const int size = pcmStream->GetSize();
+        for (uint32_t at = startCursor;
+             batch.size() < batchPages && at + kLxPageRecordBytes <= static_cast<uint32_t>(size);
+             at += kLxPageRecordBytes) {
+            LxPCMData record;
+            if (!pcmStream->ReadPageHeader(static_cast<int>(at), record) || record.codec != kLxPageCodecRaw ||
+                record.pcmBytes > kLxMaxPageBytes || record.pcmBytes < 0 ||
+                pcmStream->GetCodec(record.channels) == nullptr) {
+                break;
+            }
+            PageToEncode page;
+            page.position = at;
+            page.record = record;
+            page.pcm.resize(static_cast<size_t>(kLxMaxPageBytes));
+            page.encoded.resize(static_cast<size_t>(kLxMaxPageBytes));
+            const int stored = std::clamp(record.dataRange.Size(), 0, kLxMaxPageBytes);
+            if (rawStream->Read(record.dataRange, page.pcm.data(), stored) < record.pcmBytes) break;
+            batch.push_back(std::move(page));
+        }
+        if (batch.empty()) {
+            guard.Unlock();
+            compressorGuard.Unlock();
+            const bool done = CompressOnePage();
+            if (done) ++compressed;
+            LxRecursiveLock again(lock);
+            // A page the compressor cannot take keeps the cursor where it is.
+            if (!pcmStream || pcmStream->compressCursor == startCursor) break;
+            if (progress) {
+                progress->ReportProgress(static_cast<int>(pcmStream->compressCursor) / kLxPageRecordBytes);
+                if (progress->IsCancelled()) break;
+            }
+            continue;
+        }
+        LxPCMDataStream* encodedFor = pcmStream.get();
+
+        // Encoding runs without the store's lock, as in CompressOnePage.
+        guard.Unlock();
+        std::atomic<size_t> next{0};
+        auto work = [&](int worker) {
+            for (size_t i = next++; i < batch.size(); i = next++) {
+                PageToEncode& page = batch[i];
+                LxCodec* codec = page.record.channels == 1 ? monoCodecs[static_cast<size_t>(worker)].get()
+                                                           : stereoCodecs[static_cast<size_t>(worker)].get();
+                page.encodedBytes = codec->Encode(reinterpret_cast<const short*>(page.pcm.data()),
+                                                  page.record.pcmBytes, page.encoded.data(), kLxMaxPageBytes);
+            }
+        };
+        const int helpers = std::min(threads, static_cast<int>(batch.size())) - 1;
+        std::vector<std::thread> workers;
+        try {
+            for (int t = 1; t <= helpers; ++t) workers.emplace_back(work, t);
+        } catch (const std::system_error&) {
+            // No thread to be had: the pages not taken are encoded here.
+        }
+        work(0);
+        for (std::thread& worker : workers) worker.join();
+        guard.Relock();
+
+        // Written back in page order while each page is still the one encoded (a
+        // load or a clear while the lock was released replaced it); the first
+        // page found changed, and those after it, are looked at again.
+        for (const PageToEncode& page : batch) {
+            LxPCMData now;
+            if (pcmStream.get() != encodedFor || pcmStream->compressCursor != page.position ||
+                !pcmStream->ReadPageHeader(static_cast<int>(page.position), now) || now.codec != page.record.codec ||
+                now.dataRange != page.record.dataRange || now.pcmBytes != page.record.pcmBytes) {
+                break;
+            }
+            if (page.encodedBytes > 0) {
+                // The codec reported why when it wrote nothing; such a page stays raw.
+                LxPCMData record = page.record;
+                record.codec = kLxPageCodecVorbis;
+                record.dataRange = encStream->Append(page.encoded.data(), page.encodedBytes);
+                pcmStream->GetStream()->Seek(page.position, kLxSeekBegin);
+                pcmStream->WritePageHeader(record);
+                ++compressed;
+            }
+            pcmStream->compressCursor = page.position + kLxPageRecordBytes;
+        }
+        if (progress && pcmStream) {
+            progress->ReportProgress(static_cast<int>(pcmStream->compressCursor) / kLxPageRecordBytes);
+            if (progress->IsCancelled()) break;
+        }
+    }
+    if (progress) progress->EndTask();
+    return compressed;
 }

@@ -69,12 +69,14 @@ void LxMemberStream::Flush() {
 
 void LxMemberStream::Close() {
     if (stream) stream->Close();
+    ContentsReplaced();
 }
 
 void LxMemberStream::Truncate() {
     if (!stream) return;
     stream->Seek(0, kLxSeekBegin);
     stream->Truncate();
+    ContentsReplaced();
 }
 
 bool LxMemberStream::MoveTo(const LxFile& target) {
@@ -84,6 +86,7 @@ bool LxMemberStream::MoveTo(const LxFile& target) {
     bool moved = file.RenameTo(target);
     if (moved) file = target;
     stream = LxStreamUtil::CreateFileStreamReadWrite(file, 3, 0x3f3f3f3f, 0x3f3f3f3f);
+    ContentsReplaced();
     return moved && stream != nullptr;
 }
 
@@ -100,7 +103,9 @@ bool LxMemberStream::ReadFrom(ILxStream& in, int length) {
     if (!stream) return false;
     Truncate();
     stream->SetWriting(true);
-    return CopyBlocks(in, *stream, length) == length;
+    const bool complete = CopyBlocks(in, *stream, length) == length;
+    ContentsReplaced();
+    return complete;
 }
 
 void LxMemberStream::CountChunkWrite(ILxReadWriteStream* out) {
@@ -245,5 +250,6 @@ int LxMemberStream::LoadChunks(const LxFile& directory) {
         total += CopyBlocks(*in, *stream, length);
     }
     stream->Flush();
+    ContentsReplaced();
     return static_cast<int>(total);
 }

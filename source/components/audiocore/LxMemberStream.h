@@ -58,6 +58,10 @@ public:
 
 protected:
     void CountChunkWrite(ILxReadWriteStream* out);
+    // Called after the member's bytes were replaced wholesale (truncated,
+    // loaded) or its file was closed or moved: a subclass that keeps copies of
+    // what it read from the file drops them here.
+    virtual void ContentsReplaced() {}
 
     std::unique_ptr<ILxReadWriteStream> stream;
     int64_t chunkWriteFailures = 0;

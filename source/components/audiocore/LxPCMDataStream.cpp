@@ -8,6 +8,11 @@
 #include "LxDataStream.h"
 #include "LxPublic/LxAssert.h"
 
+#if defined(__SSE2__) || defined(_M_X64)
+#include <emmintrin.h>
+#define LX_PCM_SSE2 1
+#endif
+
 static const char* const kSourceFile = "source/components/audiocore/LxPCMDataStream";
 
 namespace {
@@ -19,6 +24,40 @@ int16_t SampleAt(const unsigned char* pcm, int index) {
     int16_t sample;
     std::memcpy(&sample, pcm + 2 * index, 2);
     return sample;
+}
+
+// Minimum and maximum of each of kChannels interleaved channels over count
+// 16-bit samples, all starting at 0. Eight lanes run side by side (one SSE2
+// register where there is one); as eight is a multiple of the channel count,
+// lane k always sees channel k % kChannels.
+template <int kChannels>
+void GroupMinMax(const unsigned char* pcm, int count, int16_t (&lo)[kChannels], int16_t (&hi)[kChannels]) {
+    constexpr int kLanes = 8;
+    int16_t laneLo[kLanes] = {}, laneHi[kLanes] = {};
+    int i = 0;
+#if defined(LX_PCM_SSE2)
+    __m128i vectorLo = _mm_setzero_si128(), vectorHi = _mm_setzero_si128();
+    for (; i + kLanes <= count; i += kLanes) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pcm + 2 * i));
+        vectorLo = _mm_min_epi16(vectorLo, v);
+        vectorHi = _mm_max_epi16(vectorHi, v);
+    }
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(laneLo), vectorLo);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(laneHi), vectorHi);
+#endif
+    for (; i < count; ++i) {
+        const int16_t sample = SampleAt(pcm, i);
+        laneLo[i % kLanes] = std::min(laneLo[i % kLanes], sample);
+        laneHi[i % kLanes] = std::max(laneHi[i % kLanes], sample);
+    }
+    for (int c = 0; c < kChannels; ++c) {
+        lo[c] = 0;
+        hi[c] = 0;
+        for (int k = c; k < kLanes; k += kChannels) {
+            lo[c] = std::min(lo[c], laneLo[k]);
+            hi[c] = std::max(hi[c], laneHi[k]);
+        }
+    }
 }
 
 bool IsAllZero(const unsigned char* bytes, int count) {
@@ -75,29 +114,22 @@ void LxPCMDataStream::AppendPage(const void* pcm, int pcmBytes, int channels, in
     int groups = groupBytes > 0 && pcmBytes > 0 ? static_cast<int>(pcmBytes / groupBytes) : 0;
     std::vector<int16_t> thumbnail(static_cast<size_t>(groups) * 2, 0);
     int samples = std::max(pcmBytes, 0) / 2;
+    // A group covers the 90 samples (mono) or frames (stereo) of it that the PCM
+    // really holds; groups past the end stay {0, 0}.
     if (channels == 1) {
-        for (int g = 0; g < groups; ++g) {
-            int16_t lo = 0, hi = 0;
-            for (int i = g * 90; i < g * 90 + 90 && i < samples; ++i) {
-                int16_t s = SampleAt(bytes, i);
-                lo = std::min(lo, s);
-                hi = std::max(hi, s);
-            }
-            thumbnail[2 * g] = lo;
-            thumbnail[2 * g + 1] = hi;
+        for (int g = 0; g < groups && 90 * g < samples; ++g) {
+            int16_t lo[1], hi[1];
+            GroupMinMax<1>(bytes + 2 * 90 * g, std::min(90, samples - 90 * g), lo, hi);
+            thumbnail[2 * g] = lo[0];
+            thumbnail[2 * g + 1] = hi[0];
         }
     } else if (channels == 2) {
-        for (int g = 0; g < groups; ++g) {
-            int16_t loL = 0, hiL = 0, loR = 0, hiR = 0;
-            for (int f = g * 90; f < g * 90 + 90 && 2 * f + 1 < samples; ++f) {
-                int16_t left = SampleAt(bytes, 2 * f), right = SampleAt(bytes, 2 * f + 1);
-                loL = std::min(loL, left);
-                hiL = std::max(hiL, left);
-                loR = std::min(loR, right);
-                hiR = std::max(hiR, right);
-            }
-            thumbnail[2 * g] = static_cast<int16_t>((loL + loR) / 2);
-            thumbnail[2 * g + 1] = static_cast<int16_t>((hiL + hiR) / 2);
+        const int frames = samples / 2;
+        for (int g = 0; g < groups && 90 * g < frames; ++g) {
+            int16_t lo[2], hi[2];
+            GroupMinMax<2>(bytes + 4 * 90 * g, 2 * std::min(90, frames - 90 * g), lo, hi);
+            thumbnail[2 * g] = static_cast<int16_t>((lo[0] + lo[1]) / 2);
+            thumbnail[2 * g + 1] = static_cast<int16_t>((hi[0] + hi[1]) / 2);
         }
     } else {
         LxAssertFailed("Yet to implement!", kSourceFile, __LINE__);
@@ -145,6 +177,12 @@ void LxPCMDataStream::AppendSilentPage(int pcmBytes, int channels, int sampleRat
 bool LxPCMDataStream::ReadPageHeader(int pageID, LxPCMData& record) {
     record = LxPCMData();
     if (!stream || pageID < 0) return false;
+    const bool aligned = pageID % kLxPageRecordBytes == 0;
+    const size_t index = static_cast<size_t>(pageID / kLxPageRecordBytes);
+    if (aligned && KnownRecordsValid() && index < knownRecords.size() && knownRecords[index].known) {
+        record = knownRecords[index].record;
+        return true;
+    }
     if (!stream->Seek(pageID, kLxSeekBegin)) return false;
     stream->SetWriting(false);
     int32_t fields[9];
@@ -163,22 +201,68 @@ bool LxPCMDataStream::ReadPageHeader(int pageID, LxPCMData& record) {
     record.bitsPerSample = fields[8];
     // Every reader multiplies these two fields into byte counts: a damaged
     // record with absurd values is refused here rather than overflowing there.
-    if (record.channels < 0 || record.channels > kMaxChannels || record.bitsPerSample < 0 ||
-        record.bitsPerSample > kMaxBitsPerSample) {
+    // It is not remembered, so each reader meets the refusal.
+    if (!IsReadable(record)) {
         LxAssertFailed("invalid page record", kSourceFile, __LINE__);
         record = LxPCMData();
         return false;
     }
+    if (aligned && KnownRecordsValid()) RememberRecord(pageID, record);
     return true;
 }
 
 void LxPCMDataStream::WritePageHeader(const LxPCMData& record) {
     if (!stream) return;
+    const int64_t position = stream->GetPosition();
     stream->SetWriting(true);
     int32_t fields[9] = {record.codec,          record.pcmBytes,         record.dataRange.start,
                          record.dataRange.end,  record.thumbnailRange.start, record.thumbnailRange.end,
                          record.channels,       record.sampleRate,       record.bitsPerSample};
-    for (int32_t& field : fields) stream->Xfer(field);
+    bool complete = true;
+    for (int32_t& field : fields) complete = stream->Xfer(field) && complete;
+    // Remembered only when the whole record went out at a record position and
+    // reading it back would accept it; otherwise whatever it overlapped is
+    // read from the file again (a "pcm.lxa" whose length is not a whole number
+    // of records puts the next record across two).
+    if (complete && position >= 0 && position % kLxPageRecordBytes == 0 && IsReadable(record) && KnownRecordsValid()) {
+        RememberRecord(position, record);
+        return;
+    }
+    const int64_t last = (position + kLxPageRecordBytes - 1) / kLxPageRecordBytes;
+    for (int64_t index = position / kLxPageRecordBytes; index <= last; ++index) {
+        if (index >= 0 && index < static_cast<int64_t>(knownRecords.size())) {
+            knownRecords[static_cast<size_t>(index)].known = false;
+        }
+    }
+}
+
+bool LxPCMDataStream::IsReadable(const LxPCMData& record) {
+    return record.channels >= 0 && record.channels <= kMaxChannels && record.bitsPerSample >= 0 &&
+           record.bitsPerSample <= kMaxBitsPerSample;
+}
+
+bool LxPCMDataStream::KnownRecordsValid() {
+    const int64_t failures = stream ? stream->GetReadFailures() + stream->GetWriteFailures() : 0;
+    if (failures == knownFailures) return true;
+    // What the file holds may now differ from what was written or read before.
+    ForgetRecords();
+    knownFailures = failures;
+    return false;
+}
+
+void LxPCMDataStream::ForgetRecords() { knownRecords.clear(); }
+
+void LxPCMDataStream::RememberRecord(int64_t position, const LxPCMData& record) {
+    const auto index = static_cast<size_t>(position / kLxPageRecordBytes);
+    if (index >= kMaxKnownRecords) return;
+    if (index >= knownRecords.size()) knownRecords.resize(index + 1);
+    knownRecords[index].record = record;
+    knownRecords[index].known = true;
+}
+
+void LxPCMDataStream::ContentsReplaced() {
+    ForgetRecords();
+    knownFailures = stream ? stream->GetReadFailures() + stream->GetWriteFailures() : 0;
 }
 
 void LxPCMDataStream::ReadPageData(const LxPCMData& record, int wantedChannels, void* buffer, int bufferBytes,

@@ -4,6 +4,13 @@
 // which the store owns, and hides the three storage forms (raw, Vorbis,
 // silent) behind append and read. Not locked itself: the store's lock is held
 // around every call.
+//
+// Records read or written are remembered by page ID: clips walk their pages'
+// records on every edit and read, and a header seek and nine transfers per
+// page made editing a long clip cost as much as the clip is long. Every write
+// of "pcm.lxa" goes through this class or its base, which keep the copies
+// equal to the file; after any failed read or write of the file they are all
+// dropped, and what the file then holds is read again.
 #include <memory>
 #include <vector>
 #include "LxCodec.h"
@@ -38,10 +45,31 @@ public:
     // Record position of the next page the compressor will look at.
     uint32_t compressCursor = 0;
 
+protected:
+    void ContentsReplaced() override;
+
 private:
+    struct KnownRecord {
+        LxPCMData record;
+        bool known = false;
+    };
+    // Records past this index are read from the file each time: a damaged
+    // "pcm.lxa" of any length cannot make the copies grow without bound.
+    static constexpr size_t kMaxKnownRecords = size_t{1} << 20;
+
+    // Whether ReadPageHeader accepts the record's format fields.
+    static bool IsReadable(const LxPCMData& record);
+    // Drops every remembered record when the file failed a read or write since
+    // they were taken; false when the records cannot be trusted now.
+    bool KnownRecordsValid();
+    void ForgetRecords();
+    void RememberRecord(int64_t position, const LxPCMData& record);
+
     LxDataStream* rawStream;
     LxDataStream* encStream;
     std::vector<unsigned char> pageBuffer;
     std::unique_ptr<LxCodec> monoCodec;
     std::unique_ptr<LxCodec> stereoCodec;
+    std::vector<KnownRecord> knownRecords;
+    int64_t knownFailures = 0;  // read and write failures of the file when the records were taken
 };

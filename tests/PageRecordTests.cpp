@@ -1,0 +1,222 @@
+// Page records as the store hands them out must always be what "pcm.lxa" holds:
+// after appends, compression, loads, clears and compaction, after a write that
+// never reached the disk, and a damaged record must be refused every time it is
+// read. Walking a clip reads each record from the file at most once.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "AssertRecorder.h"
+#include "LxAudioClipBase.h"
+#include "LxAudioFile.h"
+#include "LxPublic/LxFaultInjection.h"
+#include "LxPublic/LxMemoryStream.h"
+#include "PcmHelpers.h"
+#include "StoreHelpers.h"
+#include "TempDir.h"
+
+namespace {
+
+const LxAudioVolumeEffect kUnit;
+
+// The record at page of the store's "pcm.lxa" as the file holds it (the store
+// flushed first); codec 0 when the file ends before it.
+LxPCMData RecordInFile(LxAudioFile& store, int page) {
+    store.Flush();
+    const std::vector<uint8_t> bytes = FileBytes(store.GetDirectory().GetChild("pcm.lxa"));
+    LxPCMData record;
+    if (page < 0 || static_cast<size_t>(page) + 36 > bytes.size()) return record;
+    int32_t fields[9];
+    for (int f = 0; f < 9; ++f) {
+        const uint8_t* p = bytes.data() + page + 4 * f;
+        fields[f] =
+            static_cast<int32_t>(uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24);
+    }
+    record.codec = fields[0];
+    record.pcmBytes = fields[1];
+    record.dataRange = {fields[2], fields[3]};
+    record.thumbnailRange = {fields[4], fields[5]};
+    record.channels = fields[6];
+    record.sampleRate = fields[7];
+    record.bitsPerSample = fields[8];
+    return record;
+}
+
+// Every record the store hands out equals the file's, and the file holds pages records.
+void ExpectRecordsAsInFile(LxAudioFile& store, int pages) {
+    store.Flush();
+    EXPECT_EQ(store.GetDirectory().GetChild("pcm.lxa").GetLength(), 36 * pages);
+    for (int page = 0; page < 36 * (pages + 2); page += 36) {
+        LxPCMData fromStore;
+        const bool read = store.ReadPageHeader(page, fromStore);
+        const LxPCMData fromFile = RecordInFile(store, page);
+        EXPECT_EQ(read, page < 36 * pages) << page;
+        EXPECT_EQ(fromStore.codec, fromFile.codec) << page;
+        EXPECT_EQ(fromStore.pcmBytes, fromFile.pcmBytes) << page;
+        EXPECT_EQ(fromStore.dataRange, fromFile.dataRange) << page;
+        EXPECT_EQ(fromStore.thumbnailRange, fromFile.thumbnailRange) << page;
+        EXPECT_EQ(fromStore.channels, fromFile.channels) << page;
+        EXPECT_EQ(fromStore.sampleRate, fromFile.sampleRate) << page;
+        EXPECT_EQ(fromStore.bitsPerSample, fromFile.bitsPerSample) << page;
+    }
+}
+
+// Byte offset of "pcm.lxa" inside a whole-store stream: it is the third member.
+size_t PcmMemberOffset(const std::vector<uint8_t>& saved) {
+    size_t at = 0;
+    for (int member = 0; member < 2; ++member) {
+        at += 4 + (uint32_t(saved[at]) | uint32_t(saved[at + 1]) << 8 | uint32_t(saved[at + 2]) << 16 |
+                   uint32_t(saved[at + 3]) << 24);
+    }
+    return at + 4;
+}
+
+}  // namespace
+
+TEST(PageRecords, FollowEveryRewriteOfThePageFile) {
+    TempDir a, b, saveDir;
+    LxAudioFile store(a.Dir());
+    StoreClip(store, MakeRamp(99990, 2, 1), 2);                     // pages 180, 216, 252
+    const int second = StoreClip(store, MakeRamp(29970, 1, 2), 1);  // page 288
+    ExpectRecordsAsInFile(store, 9);
+    EXPECT_EQ(RecordInFile(store, 216).codec, kLxPageCodecRaw);
+
+    // Compression rewrites records in place.
+    EXPECT_EQ(store.CompressAllPages(nullptr), 4);
+    ExpectRecordsAsInFile(store, 9);
+    EXPECT_EQ(RecordInFile(store, 216).codec, kLxPageCodecVorbis);
+
+    // Compaction renumbers: the mono page moves from 288 to 180.
+    LxAudioClip before(store, second);
+    const std::vector<int16_t> decoded = ReadAll(before, 1);
+    ASSERT_EQ(decoded.size(), 29970u);
+    std::list<int> keep{second};
+    ASSERT_TRUE(store.Compact(keep, nullptr));
+    ExpectRecordsAsInFile(store, 6);
+    EXPECT_EQ(RecordInFile(store, 180).channels, 1);
+    LxAudioClip kept(store, keep.front());
+    EXPECT_EQ(ReadAll(kept, 1), decoded);
+
+    // Loading another store's stream replaces every record, fewer of them.
+    LxMemoryStream saved;
+    {
+        LxAudioFile other(b.Dir());
+        AppendPage(other, MakeRamp(500, 2, 3), 2);
+        AppendPage(other, MakeRamp(700, 2, 4), 2);
+        ASSERT_TRUE(other.WriteTo(saved));
+    }
+    saved.Seek(0, kLxSeekBegin);
+    ASSERT_TRUE(store.ReadFrom(saved));
+    ExpectRecordsAsInFile(store, 7);
+    EXPECT_EQ(RecordInFile(store, 216).pcmBytes, 2800);
+
+    // A directory save loaded back after the store changed, and a clear.
+    ASSERT_TRUE(store.WriteTo(saveDir.Dir(), false, nullptr));
+    AppendPage(store, MakeRamp(900, 1, 5), 1);
+    ExpectRecordsAsInFile(store, 8);
+    ASSERT_TRUE(store.ReadFrom(saveDir.Dir()));
+    ExpectRecordsAsInFile(store, 7);
+    store.Clear();
+    ExpectRecordsAsInFile(store, 0);
+    EXPECT_EQ(AppendPage(store, MakeRamp(90, 1, 6), 1), 0);
+    ExpectRecordsAsInFile(store, 1);
+}
+
+TEST(PageRecords, DamagedRecordsAreRefusedOnEveryRead) {
+    TempDir a, b;
+    LxMemoryStream saved;
+    {
+        LxAudioFile source(a.Dir());
+        AppendPage(source, MakeRamp(1000, 2), 2);
+        ASSERT_TRUE(source.WriteTo(saved));
+    }
+    std::vector<uint8_t> damaged = saved.GetBytes();
+    damaged[PcmMemberOffset(damaged) + 180 + 24] = 99;  // channels of page 180
+
+    LxAudioFile store(b.Dir());
+    AppendPage(store, MakeRamp(1000, 1), 1);
+    LxPCMData record;
+    ASSERT_TRUE(store.ReadPageHeader(180, record));  // a good record at 180 before the load
+    LxMemoryStream in(damaged);
+    ASSERT_TRUE(store.ReadFrom(in));
+    const std::string source = "source/components/audiocore/LxPCMDataStream";
+    const int line = SourceLineOf(source + ".cpp", "if (!IsReadable(record)) {") + 1;
+    for (int read = 0; read < 3; ++read) {
+        AssertRecorder recorder;
+        EXPECT_FALSE(store.ReadPageHeader(180, record));
+        EXPECT_EQ(record.codec, 0);
+        ExpectSingleReport(recorder, "invalid page record", source, line);
+    }
+    // A record appended with a format no page can have is refused when read, too.
+    AssertRecorder recorder;
+    int page = -1;
+    store.AppendSilentPage(100, 40, 44100, 16, page);
+    EXPECT_EQ(page, 216);
+    EXPECT_FALSE(store.ReadPageHeader(216, record));
+    EXPECT_FALSE(store.ReadPageHeader(216, record));
+    EXPECT_EQ(recorder.Count(), 2u);
+}
+
+TEST(PageRecords, ARecordThatNeverReachedTheDiskIsNotHandedOut) {
+    TempDir tmp;
+    LxAudioFile store(tmp.Dir());
+    const int page = AppendPage(store, MakeRamp(20000, 2), 2);
+    LxPCMData record;
+    ASSERT_TRUE(store.ReadPageHeader(page, record));
+    store.Flush();
+    {
+        AssertRecorder quiet;
+        LxFaultInjection::SetDiskSpace(0);  // the compressed page and its record stay in the buffers
+        for (int call = 0; call < 5; ++call) EXPECT_FALSE(store.CompressOnePage());  // the reserved pages
+        EXPECT_TRUE(store.CompressOnePage());
+        store.Flush();
+        LxFaultInjection::Reset();
+    }
+    EXPECT_TRUE(store.IsDamaged());
+    ASSERT_TRUE(store.ReadPageHeader(page, record));
+    EXPECT_EQ(record.codec, kLxPageCodecRaw);
+    ExpectRecordsAsInFile(store, 6);
+    std::vector<int16_t> out(40000);
+    int got = 0;
+    store.ReadPageData(record, 2, out.data(), 80000, got);
+    EXPECT_EQ(got, 80000);
+    EXPECT_EQ(out, MakeRamp(20000, 2));
+}
+
+TEST(PageRecords, WalkingAClipReadsEachRecordFromTheFileOnce) {
+    TempDir a, b;
+    LxAudioFile store(a.Dir());
+    std::vector<int> pages;
+    for (int i = 0; i < 40; ++i) pages.push_back(AppendPage(store, MakeRamp(450 + 90 * i, 1, i), 1));
+    LxAudioClipBase clip(store);
+    clip.AppendPageRange(LxPageRange(&store, kUnit, pages.front(), 0, pages.back(), 2 * (450 + 90 * 39)));
+    int frames = 0;
+    for (int i = 0; i < 40; ++i) frames += 450 + 90 * i;
+
+    // Records written by this store are known without reading them back.
+    LxFaultInjection::StartCounting();
+    EXPECT_EQ(clip.WorthInFrames(), frames);
+    EXPECT_EQ(LxFaultInjection::Count(LxFaultInjection::kRead), 0);
+    LxFaultInjection::Reset();
+
+    // Loaded records: read from the file on the first walk only.
+    LxMemoryStream saved;
+    ASSERT_TRUE(store.WriteTo(saved));
+    saved.Seek(0, kLxSeekBegin);
+    LxAudioFile loaded(b.Dir());
+    ASSERT_TRUE(loaded.ReadFrom(saved));
+    LxAudioClipBase copy(loaded);
+    copy.AppendPageRange(LxPageRange(&loaded, kUnit, pages.front(), 0, pages.back(), 2 * (450 + 90 * 39)));
+    LxFaultInjection::StartCounting();
+    EXPECT_EQ(copy.WorthInFrames(), frames);
+    const int64_t firstWalk = LxFaultInjection::Count(LxFaultInjection::kRead);
+    int page = 0, offset = 0;
+    copy.GetPageRanges().front().Translate(frames, page, offset);
+    EXPECT_EQ(copy.WorthInFrames(), frames);
+    const int64_t secondWalk = LxFaultInjection::Count(LxFaultInjection::kRead) - firstWalk;
+    LxFaultInjection::Reset();
+    EXPECT_GE(firstWalk, 40);
+    EXPECT_EQ(secondWalk, 0);
+    EXPECT_EQ(page, pages.back());
+    EXPECT_EQ(offset, 2 * (450 + 90 * 39) - 2);
+}
