@@ -5,33 +5,16 @@
 #include <string>
 #include "LxAudioClip.h"
 #include "LxAudioFile.h"
-#include "LxPublic/ILxGeneralProgressCallBack.h"
 #include "PcmHelpers.h"
+#include "ProgressRecorder.h"
+#include "StoreHelpers.h"
 #include "TempDir.h"
 
 namespace {
 
-class ProgressLog : public ILxGeneralProgressCallBack {
-public:
-    std::vector<std::string> calls;
-    void BeginTask(const LxString& key, int total, int options) override {
-        calls.push_back("begin " + key.str() + " " + std::to_string(total) + " " + std::to_string(options));
-    }
-    void BeginNextTask(const LxString& key, int total) override {
-        calls.push_back("next " + key.str() + " " + std::to_string(total));
-    }
-    void ReportProgress(int done) override { calls.push_back("report " + std::to_string(done)); }
-    void EndTask() override { calls.push_back("end"); }
-};
-
 // Stores a clip of `pages` full mono pages, each filled with its own value.
 int StorePages(LxAudioFile& store, int pages, int value) {
-    LxAudioClip clip(store, -1, LX_AUDIO_CLIP_SOURCE_RECORDING);
-    for (int p = 0; p < pages; ++p) {
-        std::vector<int16_t> pcm = MakePcm(88200, 1, [&](int i) { return value + p + (i % 3); });
-        clip.AppendPCMData(reinterpret_cast<const unsigned char*>(pcm.data()), 176400, 1, 44100, 16, 1.0f);
-    }
-    return clip.FinishAppendingPCMData(1, 44100, 16, 1.0f);
+    return StoreClip(store, MakePcm(88200 * pages, 1, [&](int i) { return value + i / 88200 + (i % 3); }), 1);
 }
 
 std::vector<int16_t> Audio(LxAudioFile& store, int clipID) {
@@ -55,7 +38,7 @@ TEST(Compaction, DropsUnreachablePagesAndRenumbersLiveClips) {
     int c = StorePages(store, 2, 300);   // pages 252, 288
     std::vector<int16_t> audioA = Audio(store, a), audioC = Audio(store, c);
     std::list<int> live = {c, a};
-    ProgressLog log;
+    ProgressRecorder log;
     ASSERT_TRUE(store.Compact(live, &log));
     EXPECT_EQ(live, (std::list<int>{1, 2}));  // new IDs in list order
     EXPECT_EQ(PcmSize(store), 180 + 3 * 36);
@@ -110,7 +93,7 @@ TEST(Compaction, CasesThatChangeNothingOrEverything) {
     both.AppendClip(LxAudioClip(store, b));
     int c = both.WriteToAudioFile();
     std::list<int> one = {c};
-    ProgressLog log;
+    ProgressRecorder log;
     EXPECT_FALSE(store.Compact(one, &log));
     EXPECT_EQ(one, (std::list<int>{c}));
     EXPECT_EQ(log.calls.back(), "end");

@@ -12,17 +12,13 @@
 #include "LxAudioFile.h"
 #include "LxAudioVolumeEffect.h"
 #include "PcmHelpers.h"
+#include "StoreHelpers.h"
 
 namespace {
 
 const char* const kClipFile = "source/components/audiocore/LxAudioClip";
 
-int Record(LxAudioController& controller, const std::vector<int16_t>& pcm) {
-    auto clip = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_RECORDING);
-    clip->AppendPCMData(reinterpret_cast<const unsigned char*>(pcm.data()), static_cast<int>(pcm.size() * 2), 1,
-                        44100, 16, 1.0f);
-    return clip->FinishAppendingPCMData(1, 44100, 16, 1.0f);
-}
+int Record(LxAudioController& controller, const std::vector<int16_t>& pcm) { return StoreClip(controller, pcm, 1); }
 
 std::vector<int16_t> Play(LxAudioClip& clip) {
     clip.SeekToBeginning();
@@ -337,38 +333,31 @@ TEST(EditableClip, BadArgumentsAreReportedAndChangeNothing) {
         const char* name;
         std::function<bool()> call;
         const char* message;
-        const char* file;
-        int line;
+        int line;  // in LxAudioClip
     };
     int n = 0;
-    const char* pageRangeFile = "source/components/audiocore/LxPageRange";
-    std::vector<Case> cases = {
-        {"delete of nothing", [&] { return editable.Delete(5, 5, n, false); }, "invalid range in delete", kClipFile,
-         1656},
-        {"delete backwards", [&] { return editable.Delete(9, 5, n, true); }, "invalid range in delete", kClipFile, 1656},
-        {"delete from before the clip", [&] { return editable.Delete(-5, 5, n, true); }, "invalid translation",
-         kClipFile, 141},
-        {"empty insert stretch", [&] { return editable.InsertAt(0, n, *clip, 7, 7); }, "invalid range in insert",
-         kClipFile, 1751},
+    const std::vector<Case> cases = {
+        {"delete of nothing", [&] { return editable.Delete(5, 5, n, false); }, "invalid range in delete", 1656},
+        {"delete backwards", [&] { return editable.Delete(9, 5, n, true); }, "invalid range in delete", 1656},
+        {"delete from before the clip", [&] { return editable.Delete(-5, 5, n, true); }, "invalid translation", 141},
+        {"empty insert stretch", [&] { return editable.InsertAt(0, n, *clip, 7, 7); }, "invalid range in insert", 1751},
         {"insert into an empty clip", [&] { return LxAudioEditableClip(*empty).InsertAt(0, n, *clip, 0, 5); },
-         "invalid insertion point", kClipFile, 1760},
-        {"insert from an empty clip", [&] { return editable.InsertAt(0, n, *empty, 0, 5); }, "invalid translation",
-         kClipFile, 141},
-        {"effect on an empty stretch", [&] { return editable.AddEffect(29970, 40000, gain); }, "empty range",
-         kClipFile, 147},
+         "invalid insertion point", 1760},
+        {"insert from an empty clip", [&] { return editable.InsertAt(0, n, *empty, 0, 5); }, "invalid translation", 141},
+        {"effect on an empty stretch", [&] { return editable.AddEffect(29970, 40000, gain); }, "empty range", 147},
         {"paste of a bad copy", [&] { return editable.Copy(20, 10) && editable.PasteAt(0, n); },
-         "invalid range in insert", kClipFile, 1751},
+         "invalid range in insert", 1751},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         AssertRecorder recorder;
         EXPECT_FALSE(c.call());
-        ExpectSingleReport(recorder, c.message, c.file, c.line);
+        ExpectSingleReport(recorder, c.message, kClipFile, c.line);
         EXPECT_EQ(clip->GetPageRanges(), ranges);
     }
     // Anything but a volume effect is refused range by range; the cut still happens.
     AssertRecorder recorder;
     EXPECT_TRUE(editable.AddEffect(0, 29970, fade));
-    ExpectSingleReport(recorder, "", pageRangeFile, 479);
+    ExpectSingleReport(recorder, "", "source/components/audiocore/LxPageRange", 479);
     EXPECT_EQ(clip->GetPageRanges()[0].effect.gain, 1.0f);
 }

@@ -4,29 +4,22 @@
 
 #include <cmath>
 #include "AssertRecorder.h"
+#include "EditModel.h"
 #include "LxAudioController.h"
 #include "LxAudioEffectClip.h"
 #include "PcmHelpers.h"
+#include "StoreHelpers.h"
 
 namespace {
 
 std::unique_ptr<LxAudioClip> Store(LxAudioController& controller, const std::vector<int16_t>& pcm, int channels) {
-    auto clip = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_IMPORT);
-    clip->AppendPCMData(reinterpret_cast<const unsigned char*>(pcm.data()), static_cast<int>(pcm.size() * 2),
-                        channels, 44100, 16, 1.0f);
-    return controller.GetClip(clip->FinishAppendingPCMData(channels, 44100, 16, 1.0f));
+    return controller.GetClip(StoreClip(controller, pcm, channels));
 }
 
 // The level of 1-based frame f for a fade starting at frame start (1-based) over duration frames.
 float FadeInLevel(int64_t f, int64_t start, int64_t duration) {
     int64_t t = f < start ? 0 : std::min(f - start, duration);
     return static_cast<float>(t) / static_cast<float>(duration);
-}
-
-int16_t Scaled(int16_t s, float level) {
-    float x = static_cast<float>(s);
-    if (level != 1.0f) x *= level;
-    return static_cast<int16_t>(std::clamp(x, -32768.0f, 32767.0f));
 }
 
 }  // namespace

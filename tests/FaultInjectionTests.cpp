@@ -12,16 +12,10 @@
 #include "LxPublic/LxFaultInjection.h"
 #include "LxPublic/LxStreamUtil.h"
 #include "PcmHelpers.h"
+#include "StoreHelpers.h"
 #include "TempDir.h"
 
 namespace {
-
-int Record(LxAudioController& controller, const std::vector<int16_t>& pcm, int channels) {
-    auto clip = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_RECORDING);
-    clip->AppendPCMData(reinterpret_cast<const unsigned char*>(pcm.data()), static_cast<int>(pcm.size() * 2),
-                        channels, 44100, 16, 1.0f);
-    return clip->FinishAppendingPCMData(channels, 44100, 16, 1.0f);
-}
 
 // Saves the project the way a host must: into a new file, flushed to disk,
 // then renamed over the old one. The old file is kept when anything fails.
@@ -48,7 +42,7 @@ bool Session(const Project& p, const LxFile& saved) {
     auto in = LxStreamUtil::CreateFileStreamRead(saved);
     if (!in || !controller.ReadFrom(in.get())) return false;
     in.reset();
-    const int id = Record(controller, p.second, 1);
+    const int id = StoreClip(controller, p.second, 1);
     controller.CompressAllPages(nullptr);
     auto clip = controller.GetClip(1);
     LxAudioEditableClip editable(*clip);
@@ -89,18 +83,6 @@ void ExpectReadable(const Project& p, const std::vector<int16_t>& compressed, co
     }
 }
 
-std::vector<uint8_t> Bytes(const LxFile& file) {
-    auto in = LxStreamUtil::CreateFileStreamRead(file);
-    std::vector<uint8_t> bytes(static_cast<size_t>(in->GetLength()));
-    in->Read(bytes.data(), static_cast<int>(bytes.size()));
-    return bytes;
-}
-
-void Restore(const LxFile& file, const std::vector<uint8_t>& bytes) {
-    auto out = LxStreamUtil::CreateFileStreamReadWrite(file, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
-    out->Write(bytes.data(), static_cast<int>(bytes.size()));
-}
-
 }  // namespace
 
 TEST(FaultInjection, EveryFailingCallLeavesTheSavedProjectReadable) {
@@ -109,10 +91,10 @@ TEST(FaultInjection, EveryFailingCallLeavesTheSavedProjectReadable) {
     const LxFile saved = tmp.Child("project.lxp");
     {
         LxAudioController controller;
-        ASSERT_EQ(Record(controller, p.first, 2), 1);
+        ASSERT_EQ(StoreClip(controller, p.first, 2), 1);
         ASSERT_TRUE(SaveAtomically(controller, saved));
     }
-    const std::vector<uint8_t> original = Bytes(saved);
+    const std::vector<uint8_t> original = FileBytes(saved);
     LxFaultInjection::StartCounting();
     ASSERT_TRUE(Session(p, saved));
     int64_t calls[LxFaultInjection::kOperationCount];
@@ -126,7 +108,7 @@ TEST(FaultInjection, EveryFailingCallLeavesTheSavedProjectReadable) {
     LxSetAssertHandler([](const char*, const char*, int) {});  // damaged writes report plenty
     int failedSaves = 0, cases = 0;
     auto run = [&](const std::function<void()>& arm) {
-        Restore(saved, original);
+        WriteFileBytes(saved, original);
         arm();
         failedSaves += Session(p, saved) ? 0 : 1;
         LxFaultInjection::Reset();

@@ -3,27 +3,16 @@
 #include <gtest/gtest.h>
 
 #include "AssertRecorder.h"
+#include "EditModel.h"
 #include "LxAudioController.h"
 #include "LxAudioEffectClip.h"
 #include "LxMultiAudioClipMergedStream.h"
 #include "PcmHelpers.h"
+#include "StoreHelpers.h"
 
 namespace {
 
 const char* const kClipFile = "source/components/audiocore/LxAudioClip";
-
-int Store(LxAudioController& controller, const std::vector<int16_t>& pcm, int channels) {
-    auto clip = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_IMPORT);
-    clip->AppendPCMData(reinterpret_cast<const unsigned char*>(pcm.data()), static_cast<int>(pcm.size() * 2),
-                        channels, 44100, 16, 1.0f);
-    return clip->FinishAppendingPCMData(channels, 44100, 16, 1.0f);
-}
-
-int16_t Weighted(int16_t s, float w) {
-    float x = static_cast<float>(s);
-    if (w != 1.0f) x *= w;
-    return static_cast<int16_t>(std::clamp(x, -32768.0f, 32767.0f));
-}
 
 std::vector<int16_t> ToStereo(const std::vector<int16_t>& mono) {
     std::vector<int16_t> out;
@@ -37,7 +26,7 @@ TEST(MergedStream, PlacesWeightsPadsAndAdds) {
     LxAudioController controller;
     std::vector<int16_t> voice = MakeRamp(132300, 1, 3);    // 3 s, mono
     std::vector<int16_t> music = MakeRamp(44100, 2, 4);     // 1 s, stereo
-    const int voiceId = Store(controller, voice, 1), musicId = Store(controller, music, 2);
+    const int voiceId = StoreClip(controller, voice, 1), musicId = StoreClip(controller, music, 2);
     std::vector<LxAudioClipForMerger> entries{
         LxAudioClipForMerger(voiceId, 0, 0.5f),
         LxAudioClipForMerger(musicId, 1000, {LxAudioClipSectionForMerger(0, 500, 0.5f),
@@ -51,12 +40,12 @@ TEST(MergedStream, PlacesWeightsPadsAndAdds) {
     // Expected: the halved voice everywhere; the music from 1 s to 2 s, its
     // first half second at 0.5 and the rest at 0.25; silence elsewhere.
     std::vector<int16_t> expected = ToStereo(voice);
-    for (auto& s : expected) s = Weighted(s, 0.5f);
+    for (auto& s : expected) s = Scaled(s, 0.5f);
     for (int f = 0; f < 44100; ++f) {
         const float w = f < 22050 ? 0.5f : 0.25f;
         for (int c = 0; c < 2; ++c) {
             int16_t& out = expected[static_cast<size_t>((44100 + f) * 2 + c)];
-            out = static_cast<int16_t>(out + Weighted(music[static_cast<size_t>(f * 2 + c)], w));
+            out = static_cast<int16_t>(out + Scaled(music[static_cast<size_t>(f * 2 + c)], w));
         }
     }
     mixed.SeekToBeginning();
@@ -70,8 +59,8 @@ TEST(MergedStream, PlacesWeightsPadsAndAdds) {
 
 TEST(MergedStream, OutputChannelsAndRefusedReads) {
     LxAudioController controller;
-    const int mono = Store(controller, MakeRamp(8820, 1, 1), 1);
-    const int stereo = Store(controller, MakeRamp(8820, 2, 2), 2);
+    const int mono = StoreClip(controller, MakeRamp(8820, 1, 1), 1);
+    const int stereo = StoreClip(controller, MakeRamp(8820, 2, 2), 2);
     {
         std::vector<LxAudioClipForMerger> entries{LxAudioClipForMerger(mono, 0, 1.0f)};
         LxMultiAudioClipMergedStream chosen(&controller, entries, LxMergedOutputChoose);
@@ -86,35 +75,32 @@ TEST(MergedStream, OutputChannelsAndRefusedReads) {
     std::vector<unsigned char> buffer(400, 0x5a);
     int got = -1;
     LxPCMData info;
-    struct Case {
+    const std::string prefix = "LxMultiAudioClipMergedStream::GetNextPCMData, ";
+    const std::string channels = prefix + "expectedOutChannelsForMergedClip != expectedOutChannels";
+    const std::string metadata = prefix + "outPCMMetaData || accumulate";
+    const int channelsLine = SourceLineOf("source/components/audiocore/LxMultiAudioClipMergedStream.cpp", channels);
+    const struct {
         const char* name;
         int channels;
         LxPCMData* info;
         bool accumulate;
-        const char* message;
-    };
-    for (const Case& c : {Case{"stereo asked of mono", 2, nullptr, false,
-                               "LxMultiAudioClipMergedStream::GetNextPCMData, expectedOutChannelsForMergedClip != "
-                               "expectedOutChannels"},
-                          Case{"accumulate", 1, nullptr, true,
-                               "LxMultiAudioClipMergedStream::GetNextPCMData, outPCMMetaData || accumulate"},
-                          Case{"metadata", 1, &info, false,
-                               "LxMultiAudioClipMergedStream::GetNextPCMData, outPCMMetaData || accumulate"}}) {
+        std::string message;
+        int line;
+    } cases[] = {{"stereo asked of mono", 2, nullptr, false, channels, channelsLine},
+                 {"accumulate", 1, nullptr, true, metadata, 2368},
+                 {"metadata", 1, &info, false, metadata, 2368}};
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         AssertRecorder recorder;
         forcedMono.GetNextPCMData(c.channels, buffer.data(), 400, got, c.info, c.accumulate);
-        ASSERT_EQ(recorder.Count(), 1u);
-        EXPECT_EQ(recorder.Reports()[0].message, c.message);
-        EXPECT_EQ(recorder.Reports()[0].sourceFile, kClipFile);
+        ExpectSingleReport(recorder, c.message, kClipFile, c.line);
         EXPECT_EQ(buffer, std::vector<unsigned char>(400, 0x5a));
         EXPECT_EQ(got, -1);
     }
-    AssertRecorder recorder;
-    forcedMono.GetNextPCMData(1, buffer.data(), 400, got, nullptr, true);
-    EXPECT_EQ(recorder.Reports()[0].line, 2368);
 
     // An invalid mode is replaced by the choice once clips are in; only a
     // stream that never got that far keeps it.
+    AssertRecorder recorder;
     std::vector<LxAudioClipForMerger> one{LxAudioClipForMerger(stereo, 0, 1.0f)};
     LxMultiAudioClipMergedStream chosen(&controller, one, LxMergedOutputInvalid);
     EXPECT_EQ(chosen.GetNumberOfOutputChannels(), 2);
@@ -129,14 +115,14 @@ TEST(MergedStream, OutputChannelsAndRefusedReads) {
 TEST(MergedStream, EffectClipsAndOwnedEntries) {
     LxAudioController controller;
     std::vector<int16_t> pcm(44100, 16000);
-    auto base = controller.GetClip(Store(controller, pcm, 1));
+    auto base = controller.GetClip(StoreClip(controller, pcm, 1));
     // A fade-in clip placed at 500 ms fades in over its own second, not over
     // the padded length: the merger moves the fade's start to the offset.
     std::unique_ptr<LxAudioClip> fade = std::make_unique<LxAudioEffectClip>(*base, LxAudioEffectFadeIn, 0, -1);
     std::vector<LxAudioClipForMerger> entries;
     entries.emplace_back(fade, 500, 1.0f);
     EXPECT_EQ(fade, nullptr);
-    const int hum = Store(controller, std::vector<int16_t>(88200, 1), 1);
+    const int hum = StoreClip(controller, std::vector<int16_t>(88200, 1), 1);
     entries.emplace_back(hum, 0, 1.0f);
     // Copies of an entry own copies of its clip, still fading.
     std::vector<LxAudioClipForMerger> copies = entries;

@@ -19,27 +19,22 @@ namespace {
 
 const LxAudioVolumeEffect kUnit;
 
+// A record's fields in their order in "pcm.lxa".
+enum Field { kCodec, kPcmBytes, kChannels = 6 };
+std::vector<int> Fields(const LxPCMData& r) {
+    return {r.codec, r.pcmBytes, r.dataRange.start, r.dataRange.end, r.thumbnailRange.start, r.thumbnailRange.end,
+            r.channels, r.sampleRate, r.bitsPerSample};
+}
+
 // The record at page of the store's "pcm.lxa" as the file holds it (the store
-// flushed first); codec 0 when the file ends before it.
-LxPCMData RecordInFile(LxAudioFile& store, int page) {
+// flushed first); all zero when the file ends before it.
+std::vector<int> RecordInFile(LxAudioFile& store, int page) {
     store.Flush();
     const std::vector<uint8_t> bytes = FileBytes(store.GetDirectory().GetChild("pcm.lxa"));
-    LxPCMData record;
-    if (page < 0 || static_cast<size_t>(page) + 36 > bytes.size()) return record;
-    int32_t fields[9];
-    for (int f = 0; f < 9; ++f) {
-        const uint8_t* p = bytes.data() + page + 4 * f;
-        fields[f] =
-            static_cast<int32_t>(uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24);
-    }
-    record.codec = fields[0];
-    record.pcmBytes = fields[1];
-    record.dataRange = {fields[2], fields[3]};
-    record.thumbnailRange = {fields[4], fields[5]};
-    record.channels = fields[6];
-    record.sampleRate = fields[7];
-    record.bitsPerSample = fields[8];
-    return record;
+    std::vector<int> fields(9, 0);
+    for (size_t f = 0; page >= 0 && static_cast<size_t>(page) + 36 <= bytes.size() && f < 9; ++f)
+        fields[f] = ReadLe32(bytes, static_cast<size_t>(page) + 4 * f);
+    return fields;
 }
 
 // Every record the store hands out equals the file's, and the file holds pages records.
@@ -48,27 +43,15 @@ void ExpectRecordsAsInFile(LxAudioFile& store, int pages) {
     EXPECT_EQ(store.GetDirectory().GetChild("pcm.lxa").GetLength(), 36 * pages);
     for (int page = 0; page < 36 * (pages + 2); page += 36) {
         LxPCMData fromStore;
-        const bool read = store.ReadPageHeader(page, fromStore);
-        const LxPCMData fromFile = RecordInFile(store, page);
-        EXPECT_EQ(read, page < 36 * pages) << page;
-        EXPECT_EQ(fromStore.codec, fromFile.codec) << page;
-        EXPECT_EQ(fromStore.pcmBytes, fromFile.pcmBytes) << page;
-        EXPECT_EQ(fromStore.dataRange, fromFile.dataRange) << page;
-        EXPECT_EQ(fromStore.thumbnailRange, fromFile.thumbnailRange) << page;
-        EXPECT_EQ(fromStore.channels, fromFile.channels) << page;
-        EXPECT_EQ(fromStore.sampleRate, fromFile.sampleRate) << page;
-        EXPECT_EQ(fromStore.bitsPerSample, fromFile.bitsPerSample) << page;
+        EXPECT_EQ(store.ReadPageHeader(page, fromStore), page < 36 * pages) << page;
+        EXPECT_EQ(Fields(fromStore), RecordInFile(store, page)) << page;
     }
 }
 
 // Byte offset of "pcm.lxa" inside a whole-store stream: it is the third member.
 size_t PcmMemberOffset(const std::vector<uint8_t>& saved) {
-    size_t at = 0;
-    for (int member = 0; member < 2; ++member) {
-        at += 4 + (uint32_t(saved[at]) | uint32_t(saved[at + 1]) << 8 | uint32_t(saved[at + 2]) << 16 |
-                   uint32_t(saved[at + 3]) << 24);
-    }
-    return at + 4;
+    const size_t second = 4 + static_cast<size_t>(ReadLe32(saved, 0));
+    return second + 4 + static_cast<size_t>(ReadLe32(saved, second)) + 4;
 }
 
 }  // namespace
@@ -79,12 +62,12 @@ TEST(PageRecords, FollowEveryRewriteOfThePageFile) {
     StoreClip(store, MakeRamp(99990, 2, 1), 2);                     // pages 180, 216, 252
     const int second = StoreClip(store, MakeRamp(29970, 1, 2), 1);  // page 288
     ExpectRecordsAsInFile(store, 9);
-    EXPECT_EQ(RecordInFile(store, 216).codec, kLxPageCodecRaw);
+    EXPECT_EQ(RecordInFile(store, 216)[kCodec], kLxPageCodecRaw);
 
     // Compression rewrites records in place.
     EXPECT_EQ(store.CompressAllPages(nullptr), 4);
     ExpectRecordsAsInFile(store, 9);
-    EXPECT_EQ(RecordInFile(store, 216).codec, kLxPageCodecVorbis);
+    EXPECT_EQ(RecordInFile(store, 216)[kCodec], kLxPageCodecVorbis);
 
     // Compaction renumbers: the mono page moves from 288 to 180.
     LxAudioClip before(store, second);
@@ -93,7 +76,7 @@ TEST(PageRecords, FollowEveryRewriteOfThePageFile) {
     std::list<int> keep{second};
     ASSERT_TRUE(store.Compact(keep, nullptr));
     ExpectRecordsAsInFile(store, 6);
-    EXPECT_EQ(RecordInFile(store, 180).channels, 1);
+    EXPECT_EQ(RecordInFile(store, 180)[kChannels], 1);
     LxAudioClip kept(store, keep.front());
     EXPECT_EQ(ReadAll(kept, 1), decoded);
 
@@ -108,7 +91,7 @@ TEST(PageRecords, FollowEveryRewriteOfThePageFile) {
     saved.Seek(0, kLxSeekBegin);
     ASSERT_TRUE(store.ReadFrom(saved));
     ExpectRecordsAsInFile(store, 7);
-    EXPECT_EQ(RecordInFile(store, 216).pcmBytes, 2800);
+    EXPECT_EQ(RecordInFile(store, 216)[kPcmBytes], 2800);
 
     // A directory save loaded back after the store changed, and a clear.
     ASSERT_TRUE(store.WriteTo(saveDir.Dir(), false, nullptr));

@@ -2,9 +2,9 @@
 // of another encoder, chained files, progress and cancel, and damaged files.
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <numbers>
 #include <random>
 #include <string>
@@ -12,11 +12,12 @@
 #include "AssertRecorder.h"
 #include "LxAudioController.h"
 #include "LxNvVorbisImporter.h"
-#include "LxPublic/ILxGeneralProgressCallBack.h"
 #include "LxPublic/LxMemoryStream.h"
-#include "LxPublic/LxStreamUtil.h"
 #include "PcmHelpers.h"
+#include "ProgressRecorder.h"
+#include "StoreHelpers.h"
 #include "TempDir.h"
+#include "WavWriter.h"
 
 namespace {
 
@@ -98,24 +99,6 @@ std::vector<float> Tones(double seconds, int channels, int rate) {
     return out;
 }
 
-// Rising zero crossings of one channel, per second, between the two edges.
-double Frequency(const std::vector<int16_t>& pcm, int channels, int channel) {
-    const size_t frames = pcm.size() / static_cast<size_t>(channels);
-    const size_t from = 4410, to = frames - 4410;
-    int crossings = 0;
-    for (size_t i = from; i + 1 < to; ++i) {
-        crossings += pcm[i * channels + channel] < 0 && pcm[(i + 1) * channels + channel] >= 0;
-    }
-    return crossings * 44100.0 / static_cast<double>(to - from);
-}
-
-std::vector<uint8_t> ReadFileBytes(const LxFile& file) {
-    auto in = LxStreamUtil::CreateFileStreamRead(file);
-    std::vector<uint8_t> bytes(in ? static_cast<size_t>(in->GetLength()) : 0);
-    if (!bytes.empty()) in->Read(bytes.data(), static_cast<int>(bytes.size()));
-    return bytes;
-}
-
 bool HaveOggTools() {
 #if defined(_WIN32)
     return false;
@@ -189,53 +172,31 @@ TEST(NvVorbisImporter, ReadsChainedFilesAndRecognisesOggNames) {
     EXPECT_EQ(importer->GetSupportedFormats(), (std::vector<LxString>{"ogg", "oga"}));
 }
 
-namespace {
-
-class Progress : public ILxGeneralProgressCallBack {
-public:
-    int total = -1, last = -1, reports = 0, ends = 0, cancelAfter = INT_MAX;
-    bool monotonic = true;
-    void BeginTask(const LxString& key, int n, int) override {
-        EXPECT_EQ(key, LxString("kLxImportingAudio"));
-        total = n;
-    }
-    void BeginNextTask(const LxString&, int) override {}
-    void ReportProgress(int done) override {
-        monotonic = monotonic && done >= last;
-        last = done;
-        ++reports;
-    }
-    bool IsCancelled() override { return reports >= cancelAfter; }
-    void EndTask() override { ++ends; }
-};
-
-}  // namespace
-
 TEST(NvVorbisImporter, ReportsProgressThroughTheFileAndCanBeCancelled) {
     LxAudioController controller;
     const std::vector<uint8_t> file = EncodeVorbis(Tones(3.0, 2, 44100), 2, 44100);
-    {
-        Progress progress;
+    for (int cancelAfter : {INT_MAX, 5}) {
+        ProgressRecorder progress;
+        progress.cancelAfter = cancelAfter;
         LxMemoryStream stream(file);
         auto importer = controller.GetNvVorbisImporter(nullptr, nullptr);
         importer->SetProgressCallBack(&progress);
-        ASSERT_GT(importer->Import(&stream), 0);
+        const int id = importer->Import(&stream);
+        EXPECT_EQ(progress.task, "kLxImportingAudio");
         EXPECT_EQ(progress.total, static_cast<int>(file.size()));
         EXPECT_TRUE(progress.monotonic);
-        EXPECT_EQ(progress.last, static_cast<int>(file.size()));
-        // About one report per 8184 bytes of PCM, not per 4092 bytes of the file.
-        EXPECT_NEAR(progress.reports, 3 * 176400 / 8184, 10);
         EXPECT_EQ(progress.ends, 1);
+        if (cancelAfter == 5) {
+            EXPECT_EQ(id, -2);
+            EXPECT_EQ(progress.reports, 5);
+            EXPECT_LT(progress.last, static_cast<int>(file.size()));
+        } else {
+            ASSERT_GT(id, 0);
+            EXPECT_EQ(progress.last, static_cast<int>(file.size()));
+            // About one report per 8184 bytes of PCM, not per 4092 bytes of the file.
+            EXPECT_NEAR(progress.reports, 3 * 176400 / 8184, 10);
+        }
     }
-    Progress progress;
-    progress.cancelAfter = 5;
-    LxMemoryStream stream(file);
-    auto importer = controller.GetNvVorbisImporter(nullptr, nullptr);
-    importer->SetProgressCallBack(&progress);
-    EXPECT_EQ(importer->Import(&stream), -2);
-    EXPECT_EQ(progress.reports, 5);
-    EXPECT_LT(progress.last, static_cast<int>(file.size()));
-    EXPECT_EQ(progress.ends, 1);
     std::list<int> ids;
     controller.GetListOfClipIDs(ids);
     EXPECT_EQ(ids.size(), 1u);
@@ -325,17 +286,10 @@ TEST(NvVorbisImporter, DecodesFilesOfOggencLikeOggdec) {
         EXPECT_NEAR(Frequency(pcm, c.channels, 0), 440.0, 2.0);
         if (c.rate == 44100) {
             // The same decoder underneath: the very samples oggdec writes.
-            std::vector<uint8_t> decoded = ReadFileBytes(tmp.Child("dec.wav"));
-            size_t at = 12;
-            while (at + 8 <= decoded.size() && std::string(decoded.begin() + static_cast<long>(at), decoded.begin() + static_cast<long>(at) + 4) != "data") {
-                at += 8 + (decoded[at + 4] | decoded[at + 5] << 8 | decoded[at + 6] << 16 | static_cast<size_t>(decoded[at + 7]) << 24);
-            }
-            ASSERT_LT(at + 8, decoded.size());
-            at += 8;
-            std::vector<int16_t> expected((decoded.size() - at) / 2);
-            for (size_t i = 0; i < expected.size(); ++i) {
-                expected[i] = static_cast<int16_t>(decoded[at + 2 * i] | decoded[at + 1 + 2 * i] << 8);
-            }
+            const WavWriter::Parsed decoded = WavWriter::Parse(FileBytes(tmp.Child("dec.wav")));
+            ASSERT_FALSE(decoded.data.empty());
+            std::vector<int16_t> expected(decoded.data.size() / 2);
+            std::memcpy(expected.data(), decoded.data.data(), expected.size() * 2);
             expected.resize(expected.size() / 90 * 90);
             EXPECT_EQ(pcm, expected);
         } else {

@@ -8,11 +8,11 @@
 #include <vorbis/vorbisfile.h>
 
 #include <cmath>
-#include <numbers>
 #include <cstring>
 #include <vector>
 #include "LxCodecVorbis.h"
 #include "LxVorbisHeaders.h"
+#include "VoiceSignal.h"
 
 namespace {
 
@@ -97,23 +97,13 @@ std::vector<unsigned char> Ogg(const std::vector<std::vector<unsigned char>>& au
     return out;
 }
 
-std::vector<short> Tone(int frames, int channels) {
-    std::vector<short> pcm(static_cast<size_t>(frames * channels));
-    for (int i = 0; i < frames; ++i) {
-        double t = i / 44100.0;
-        double v = 0.4 * std::sin(2 * std::numbers::pi * 220 * t) + 0.2 * std::sin(2 * std::numbers::pi * 660 * t) * std::sin(2 * std::numbers::pi * 2 * t);
-        for (int c = 0; c < channels; ++c) pcm[static_cast<size_t>(i * channels + c)] = static_cast<short>(v * 30000 * (c ? 0.7 : 1));
-    }
-    return pcm;
-}
-
 }  // namespace
 
 TEST(VorbisInterop, StandardDecoderPlaysAPageLikeThePageCodec) {
     for (int channels : {1, 2}) {
         for (int frames : {44100 / channels * 2, 12345}) {
             LxCodecVorbis codec(channels);
-            std::vector<short> pcm = Tone(frames, channels);
+            std::vector<int16_t> pcm = VoicePcm(frames, channels);
             int bytes = frames * channels * 2;
             std::vector<unsigned char> stored(176400);
             int encoded = codec.Encode(pcm.data(), bytes, stored.data(), 176400);

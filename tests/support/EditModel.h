@@ -7,6 +7,13 @@
 #include <cstdint>
 #include <vector>
 
+// A sample under a gain: scaled (unless the gain is one), saturated, truncated.
+inline int16_t Scaled(int16_t s, float gain) {
+    float x = static_cast<float>(s);
+    if (gain != 1.0f) x *= gain;
+    return static_cast<int16_t>(std::clamp(x, -32768.0f, 32767.0f));
+}
+
 struct EditModel {
     struct Sample {
         int16_t value;
@@ -35,11 +42,7 @@ struct EditModel {
     std::vector<int16_t> Pcm() const {
         std::vector<int16_t> out;
         out.reserve(samples.size());
-        for (const Sample& s : samples) {
-            float x = static_cast<float>(s.value);
-            if (s.gain != 1.0f) x *= s.gain;
-            out.push_back(static_cast<int16_t>(std::clamp(x, -32768.0f, 32767.0f)));
-        }
+        for (const Sample& s : samples) out.push_back(Scaled(s.value, s.gain));
         return out;
     }
 };

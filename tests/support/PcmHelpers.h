@@ -18,6 +18,15 @@ inline std::vector<int16_t> MakeRamp(int frames, int channels, int seed = 1) {
     return MakePcm(frames, channels, [seed](int i) { return ((i * 7 + seed * 13) % 20001) - 10000 + (i % 2); });
 }
 
+// Rising zero crossings of one channel per second, leaving out 0.1 s at each end.
+inline double Frequency(const std::vector<int16_t>& pcm, int channels, int channel) {
+    const size_t frames = pcm.size() / static_cast<size_t>(channels), from = 4410, to = frames - 4410;
+    int crossings = 0;
+    for (size_t i = from; i + 1 < to; ++i)
+        crossings += pcm[i * channels + channel] < 0 && pcm[(i + 1) * channels + channel] >= 0;
+    return crossings * 44100.0 / static_cast<double>(to - from);
+}
+
 // Pulls everything a playback clip delivers, as channels channels.
 inline std::vector<int16_t> ReadAll(ILxAudioPlaybackClip& clip, int channels, int chunkBytes = 17640) {
     std::vector<int16_t> out;

@@ -30,6 +30,12 @@ inline void WriteFileBytes(const LxFile& file, const std::vector<uint8_t>& bytes
     ASSERT_EQ(out->Write(bytes.data(), static_cast<int>(bytes.size())), static_cast<int>(bytes.size()));
 }
 
+// The little-endian 32-bit field at byte at.
+inline int32_t ReadLe32(const std::vector<uint8_t>& bytes, size_t at) {
+    return static_cast<int32_t>(uint32_t(bytes[at]) | uint32_t(bytes[at + 1]) << 8 | uint32_t(bytes[at + 2]) << 16 |
+                                uint32_t(bytes[at + 3]) << 24);
+}
+
 // Each value as four little-endian bytes.
 inline std::vector<uint8_t> Le32(std::initializer_list<int64_t> values) {
     std::vector<uint8_t> bytes;
