@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
-# Builds the Windows (mingw-w64, x86_64) libraries the engine and its tests link:
-# libogg, libvorbis and speexdsp from Debian's source packages, GoogleTest from
-# /usr/src/googletest. Static libraries, installed into PREFIX with their
-# pkg-config files. Each library is built once: a stamp in PREFIX records it.
+# Builds the Windows (mingw-w64, x86_64) libraries the engine, its tests and the
+# lxaudio tool link: libogg, libvorbis, speexdsp, zlib and libpng from Debian's
+# source packages, GoogleTest from /usr/src/googletest. Static libraries,
+# installed into PREFIX with their pkg-config files. The header-only CLI11 and
+# nlohmann-json are copied from the build machine's packages (libcli11-dev,
+# nlohmann-json3-dev) with their CMake package files. Each library is built once:
+# a stamp in PREFIX records it, so a second run only checks the stamps.
 #
 #   cmake/build-windows-deps.sh WORK_DIR PREFIX
 #
@@ -20,7 +23,7 @@ work="$(cd "$1" && pwd)"
 prefix="$(cd "$2" && pwd)"
 host=x86_64-w64-mingw32
 jobs="${JOBS:-2}"
-# Source packages and the stamp naming the version built from them.
+# Source packages built with their autotools configure script (zlib and libpng follow, below).
 packages=(libogg libvorbis speexdsp)
 
 log() { echo "== windows deps: $*" >&2; }
@@ -73,20 +76,31 @@ fetch_source() {
     mkdir -p "$work/src"
     # (apt warns that it downloads as root when _apt cannot write here: harmless.)
     (cd "$work/src" && apt-get source -qq "$name" 2>&1 >/dev/null | grep -v "unsandboxed as root" >&2 || true)
-    [ -n "$(find "$work/src" -maxdepth 1 -mindepth 1 -type d -name "$name-*")" ] || {
+    if [ -z "$(find "$work/src" -maxdepth 1 -mindepth 1 -type d -name "$name-*")" ] &&
+       ! apt-cache showsrc "$name" 2>/dev/null | grep -q '^Version:'; then
       # An apt cache that has never seen the deb-src lists: refresh once (root only).
       [ "$(id -u)" = "0" ] || exit 1
       apt-get update -qq
-      (cd "$work/src" && apt-get source -qq "$name" > /dev/null 2>&1)
-    }
+      (cd "$work/src" && apt-get source -qq "$name" > /dev/null 2>&1 || true)
+    fi
+    # A mirror may lag behind its index (the newest security upload not there
+    # yet): fall back to the other versions apt knows, newest first.
+    local version
+    for version in $(apt-cache showsrc "$name" 2>/dev/null | awk '/^Version:/ { print $2 }' | sort -Vru); do
+      [ -z "$(find "$work/src" -maxdepth 1 -mindepth 1 -type d -name "$name-*")" ] || break
+      log "apt-get source $name failed; trying version $version"
+      (cd "$work/src" && apt-get source -qq "$name=$version" > /dev/null 2>&1 || true)
+    done
     dir="$(find "$work/src" -maxdepth 1 -mindepth 1 -type d -name "$name-*" 2>/dev/null | sort | tail -1)"
   fi
   [ -n "$dir" ] || { echo "apt-get source $name unpacked nothing" >&2; exit 1; }
   echo "$dir"
 }
 
+# A package with an autotools configure script; extra arguments go to configure.
 build_autotools() {
   local name="$1" src stamp
+  shift
   src="$(fetch_source "$name")"
   stamp="$prefix/.built-$(basename "$src")"
   if [ -f "$stamp" ]; then
@@ -100,8 +114,9 @@ build_autotools() {
   (cd "$build" &&
     PKG_CONFIG_LIBDIR="$prefix/lib/pkgconfig" PKG_CONFIG_PATH="" \
     CC="$host-gcc-posix" AR="$host-ar" RANLIB="$host-ranlib" CFLAGS="-O2" \
+    CPPFLAGS="-I$prefix/include" LDFLAGS="-L$prefix/lib" \
     "$src/configure" --host="$host" --prefix="$prefix" --disable-shared --enable-static \
-      --disable-dependency-tracking --disable-docs --disable-examples > configure.log 2>&1 ||
+      --disable-dependency-tracking "$@" > configure.log 2>&1 ||
       { tail -40 configure.log; exit 1; }
     make -j"$jobs" > make.log 2>&1 || { tail -40 make.log; exit 1; }
     make install > install.log 2>&1 || { tail -40 install.log; exit 1; })
@@ -127,9 +142,70 @@ build_googletest() {
   touch "$stamp"
 }
 
+# zlib has a configure script of its own: the target comes from CHOST, and only
+# the static library is built (no test programs).
+build_zlib() {
+  local src stamp build
+  src="$(fetch_source zlib)"
+  stamp="$prefix/.built-$(basename "$src")"
+  if [ -f "$stamp" ]; then
+    log "$(basename "$src") already built"
+    return
+  fi
+  log "building $(basename "$src")"
+  build="$work/build/$(basename "$src")"
+  rm -rf "$build"
+  mkdir -p "$build"
+  (cd "$build" &&
+    CHOST="$host" CC="$host-gcc-posix" AR="$host-ar" RANLIB="$host-ranlib" CFLAGS="-O2" \
+    "$src/configure" --static --prefix="$prefix" > configure.log 2>&1 || { tail -40 configure.log; exit 1; }
+    make -j"$jobs" libz.a > make.log 2>&1 || { tail -40 make.log; exit 1; }
+    make install > install.log 2>&1 || { tail -40 install.log; exit 1; })
+  touch "$stamp"
+}
+
+# Static libraries only in PREFIX: what libpng itself links (zlib) belongs in
+# the Libs line that CMake's pkg_check_modules reads, not only in Libs.private.
+static_pkgconfig() {
+  local pc
+  pc="$(readlink -f "$prefix/lib/pkgconfig/$1.pc")"
+  grep -q '^Libs.private:' "$pc" || return 0
+  awk '/^Libs:/ { libs = NR } /^Libs.private:/ { extra = substr($0, 15) } { line[NR] = $0 }
+       END { for (i = 1; i <= NR; i++) {
+               if (i == libs) print line[i] " " extra; else if (line[i] !~ /^Libs.private:/) print line[i] } }' \
+    "$pc" > "$pc.tmp" && mv "$pc.tmp" "$pc"
+}
+
+# A header-only library of the build machine (the same headers serve any
+# target): its include folder and its CMake package files, which locate the
+# headers relative to themselves.
+copy_header_only() {
+  local package="$1" include="$2" config="$3" version stamp
+  version="$(dpkg-query -W -f='${Version}' "$package" 2>/dev/null)" || {
+    echo "$package is not installed (apt-get install $package)" >&2
+    exit 1
+  }
+  stamp="$prefix/.copied-$package-$version"
+  if [ -f "$stamp" ]; then
+    log "$package $version already copied"
+    return
+  fi
+  log "copying $package $version"
+  rm -rf "$prefix/include/$include" "$prefix/share/cmake/$config"
+  mkdir -p "$prefix/include" "$prefix/share/cmake"
+  cp -a "/usr/include/$include" "$prefix/include/"
+  cp -a "/usr/share/cmake/$config" "$prefix/share/cmake/"
+  touch "$stamp"
+}
+
 mkdir -p "$work/build"
 for p in "${packages[@]}"; do
-  build_autotools "$p"
+  build_autotools "$p" --disable-docs --disable-examples
 done
+build_zlib
+build_autotools libpng1.6
+static_pkgconfig libpng16
+copy_header_only libcli11-dev CLI CLI11
+copy_header_only nlohmann-json3-dev nlohmann nlohmann_json
 build_googletest
 log "ready in $prefix"

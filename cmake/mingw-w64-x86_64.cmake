@@ -31,11 +31,20 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# Test executables run under Wine; the quiet debug channel keeps Wine's own
-# diagnostics (no display, no 32-bit loader) out of the test output.
+# Test executables run under Wine, in a Wine prefix of the build tree's own
+# (LX_WINE_PREFIX; created on the first run). The quiet debug channel keeps
+# Wine's own diagnostics (no display, no 32-bit loader) out of the test output,
+# and Mono and Gecko are not offered. Wine's sound goes through ALSA: the tests
+# give it a default PCM that swallows what is played and records silence
+# (wine-asound.conf), so the WinMM device tests run on any machine, sound card
+# or not, and never make a sound.
 if(NOT CMAKE_CROSSCOMPILING_EMULATOR)
   find_program(LX_WINE_PROGRAM NAMES wine wine64 wine-stable)
-  if(LX_WINE_PROGRAM)
-    set(CMAKE_CROSSCOMPILING_EMULATOR env WINEDEBUG=-all ${LX_WINE_PROGRAM})
+  find_program(LX_WINESERVER_PROGRAM NAMES wineserver wineserver-stable wineserver64)
+  if(LX_WINE_PROGRAM AND LX_WINESERVER_PROGRAM)
+    set(LX_WINE_PREFIX "${CMAKE_BINARY_DIR}/wine" CACHE PATH "Wine prefix the tests run in")
+    set(CMAKE_CROSSCOMPILING_EMULATOR env WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
+      WINEPREFIX=${LX_WINE_PREFIX} ALSA_CONFIG_PATH=${CMAKE_CURRENT_LIST_DIR}/wine-asound.conf
+      sh ${CMAKE_CURRENT_LIST_DIR}/wine-run.sh ${LX_WINESERVER_PROGRAM} ${LX_WINE_PROGRAM})
   endif()
 endif()

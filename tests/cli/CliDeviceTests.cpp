@@ -29,6 +29,9 @@ protected:
 }  // namespace
 
 TEST_F(CliDeviceTest, RecordingKeepsWhatTheDeviceCaptured) {
+#ifdef _WIN32
+    GTEST_SKIP() << "records from ALSA's file plugin (Linux only)";
+#endif
     const std::vector<std::string> env = AlsaFiles();
     const std::vector<int16_t> voice = Ramp(88200, 1, 4);
     std::vector<uint8_t> raw(voice.size() * 2);
@@ -74,15 +77,26 @@ TEST_F(CliDeviceTest, RecordingWithoutAudioEndsCleanlyAndSavesNothing) {
         EXPECT_EQ(busy.err, "lxaudio: project in use '../rec.lxp': another lxaudio command is working on it; "
                             "try again when it has finished\n");
     }
+#ifdef _WIN32
+    // No Ctrl-C can be sent to it here: ended hard, it saves nothing all the same.
+    cli.Kill(pid);
+    cli.Wait(pid);
+    EXPECT_EQ(CliFiles::Read(files.Path("rec.lxp")), before);
+    GTEST_SKIP() << "stopping a recording with Ctrl-C needs POSIX signals";
+#else
     kill(pid, SIGINT);
     CliResult interrupted = cli.Wait(pid);
     EXPECT_EQ(interrupted.signal, 0);
     EXPECT_EQ(interrupted.exitCode, 1);
     EXPECT_NE(interrupted.err.find("nothing was recorded"), std::string::npos) << interrupted.err;
     EXPECT_EQ(CliFiles::Read(files.Path("rec.lxp")), before);
+#endif
 }
 
 TEST_F(CliDeviceTest, PlayingSendsThePortionToTheDevice) {
+#ifdef _WIN32
+    GTEST_SKIP() << "plays into ALSA's file plugin (Linux only)";
+#endif
     const std::vector<std::string> env = AlsaFiles();
     CliFiles::Write(files.Path("in.raw"), {});
     Ok({"new", "p.lxp"});

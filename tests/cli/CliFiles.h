@@ -2,13 +2,14 @@
 // Files for the tool's tests: a scratch folder, WAV files written and read back
 // sample by sample, PNG pictures decoded with libpng, raw bytes.
 #include <png.h>
-#include <unistd.h>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string>
 #include <vector>
 #include "WavWriter.h"
@@ -31,10 +32,18 @@ struct PngPicture {
 
 class CliFiles {
 public:
-    // A fresh folder under the system's temporary directory, removed with the object.
+    // A fresh folder under the system's temporary directory, removed with the object
+    // (a random name; create_directory fails on one that is already there).
     CliFiles() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "LxCliTest.XXXXXX").string();
-        dir_ = mkdtemp(pattern.data()) ? pattern : std::string();
+        std::random_device seed;
+        std::mt19937_64 random((static_cast<uint64_t>(seed()) << 32) ^ seed());
+        std::error_code error;
+        const std::filesystem::path temporary = std::filesystem::temp_directory_path(error);
+        for (int attempt = 0; attempt < 100 && dir_.empty() && !error; ++attempt) {
+            char name[32];
+            std::snprintf(name, sizeof name, "LxCliTest.%016llx", static_cast<unsigned long long>(random()));
+            if (std::filesystem::create_directory(temporary / name, error)) dir_ = (temporary / name).string();
+        }
     }
     ~CliFiles() {
         std::error_code ignored;

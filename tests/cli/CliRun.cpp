@@ -68,6 +68,8 @@ CliResult CliRun::Wait(pid_t pid) const {
     return result;
 }
 
+void CliRun::Kill(pid_t pid) const { ::kill(pid, SIGKILL); }
+
 CliResult CliRun::Run(const std::vector<std::string>& args, const std::vector<std::string>& env,
                       long fileSizeLimit) const {
     return Wait(Start(args, env, fileSizeLimit));

@@ -26,6 +26,9 @@ public:
     pid_t Start(const std::vector<std::string>& args, const std::vector<std::string>& env = {},
                 long fileSizeLimit = -1) const;
     CliResult Wait(pid_t pid) const;
+    // Ends a started tool at once, giving it no chance to clean up (SIGKILL, or
+    // TerminateProcess on Windows); Wait still collects it.
+    void Kill(pid_t pid) const;
     // Waits (up to a generous guard) until the running tool's stderr contains text.
     bool WaitForError(const std::string& text) const;
 

@@ -9,6 +9,7 @@
 #include "DeviceTestSupport.h"
 #include "LxAudioController.h"
 #include "LxAudioPlaybackSource.h"
+#include "LxPublic/LxOSVersion.h"
 #include "PcmHelpers.h"
 #include "WLxAudioPlayBackDeviceMMIO.h"
 
@@ -75,10 +76,22 @@ TEST_F(Playback, SevenBuffersGiveTheExactCallbackSequenceAndReachTheCard) {
     }
     std::vector<CallbackEvent> events = recorder.Events();
     ASSERT_EQ(events.size(), 4u + 1u + 3u + 5u + 1u);
+    // Positions are the frames written, except on Windows 8.1 and older, where
+    // they are the device's own position (whatever it has played by then): there
+    // they only never go back and never pass what was written.
+    const bool written = LxOSVersion::GetOSVersion() > kLxOSWindows81;
+    auto expectPosition = [&](float value, float framesWritten, float previous) {
+        if (written) {
+            EXPECT_FLOAT_EQ(value, framesWritten);
+        } else {
+            EXPECT_LE(value, framesWritten);
+            EXPECT_GE(value, previous);
+        }
+    };
     // Priming: four buffers on the host's thread, then "started".
     for (int i = 0; i < 4; ++i) {
         EXPECT_EQ(events[i].kind, kLxCallBackPlaybackPosition);
-        EXPECT_FLOAT_EQ(events[i].value, static_cast<float>((i + 1) * kBufferFrames));
+        expectPosition(events[i].value, static_cast<float>((i + 1) * kBufferFrames), i ? events[i - 1].value : 0.0f);
         EXPECT_EQ(events[i].thread, host);
     }
     EXPECT_EQ(events[4].kind, kLxCallBackPlaybackStarted);
@@ -89,7 +102,7 @@ TEST_F(Playback, SevenBuffersGiveTheExactCallbackSequenceAndReachTheCard) {
     const float positions[] = {5 * kBufferFrames, 6 * kBufferFrames, frames, frames, frames, frames, frames, frames};
     for (int i = 0; i < 8; ++i) {
         EXPECT_EQ(events[5 + i].kind, kLxCallBackPlaybackPosition) << i;
-        EXPECT_FLOAT_EQ(events[5 + i].value, positions[i]) << i;
+        expectPosition(events[5 + i].value, positions[i], events[i ? 4 + i : 3].value);
         EXPECT_EQ(events[5 + i].thread, writer) << i;
     }
     // Stopped, on the controller's stop handler thread.

@@ -15,6 +15,14 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#else
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#include <windows.h>
 #endif
 
 namespace fs = std::filesystem;
@@ -25,7 +33,7 @@ constexpr const char* kSavingTag = ".saving-";
 
 int ProcessID() {
 #ifdef _WIN32
-    return 0;
+    return static_cast<int>(GetCurrentProcessId());
 #else
     return static_cast<int>(::getpid());
 #endif
@@ -33,8 +41,13 @@ int ProcessID() {
 
 bool ProcessIsAlive(int pid) {
 #ifdef _WIN32
-    (void)pid;
-    return true;
+    if (pid <= 0) return false;
+    HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, static_cast<DWORD>(pid));
+    // A process that may not be opened still exists.
+    if (process == nullptr) return GetLastError() == ERROR_ACCESS_DENIED;
+    bool alive = WaitForSingleObject(process, 0) == WAIT_TIMEOUT;
+    CloseHandle(process);
+    return alive;
 #else
     return pid > 0 && (::kill(pid, 0) == 0 || errno == EPERM);
 #endif
@@ -98,12 +111,37 @@ void LxCliProject::Lock() {
         }
         ::close(fd);
     }
+#else
+    // A folder cannot be locked, and a locked file could not be replaced by a
+    // save: the lock is the first byte of a lock file beside the project
+    // (".NAME.lock", left in place), which goes with the handle, or with the
+    // process. A save keeps the same lock file, so a held lock stays held.
+    if (lockHandle_ >= 0) return;
+    std::error_code error;
+    const fs::path p(path_);
+    if (!fs::exists(p, error)) return;  // Open reports a missing project itself
+    const fs::path lockPath = p.parent_path() / ("." + p.filename().string() + ".lock");
+    HANDLE file = CreateFileW(lockPath.wstring().c_str(), GENERIC_READ | GENERIC_WRITE,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
+                              FILE_ATTRIBUTE_HIDDEN, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return;  // a folder we may not write: unlocked, as a reader
+    OVERLAPPED first{};
+    DWORD flags = LOCKFILE_FAIL_IMMEDIATELY | (access_ == Access::kWrite ? LOCKFILE_EXCLUSIVE_LOCK : 0);
+    if (!LockFileEx(file, flags, 0, 1, 0, &first)) {
+        CloseHandle(file);
+        throw LxCliFailure("project in use", path_,
+                           "another lxaudio command is working on it; try again when it has finished");
+    }
+    // Kernel handles fit in 32 bits on 64-bit Windows (HandleToLong).
+    lockHandle_ = HandleToLong(file);
 #endif
 }
 
 void LxCliProject::Unlock() {
 #ifndef _WIN32
     if (lockHandle_ >= 0) ::close(lockHandle_);
+#else
+    if (lockHandle_ >= 0) CloseHandle(LongToHandle(lockHandle_));
 #endif
     lockHandle_ = -1;
 }
