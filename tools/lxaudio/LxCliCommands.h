@@ -66,7 +66,7 @@ int Import(const LxCliGlobal& global, const std::string& project, const LxCliImp
 int Edit(const LxCliGlobal& global, const std::string& project, int clipID, const std::vector<std::string>& ops);
 int Mix(const LxCliGlobal& global, const std::string& project, const LxCliMixOptions& options);
 int Export(const LxCliGlobal& global, const std::string& project, const LxCliExportOptions& options);
-int Compress(const LxCliGlobal& global, const std::string& project);
+int Compress(const LxCliGlobal& global, const std::string& project, int jobs);
 int Compact(const LxCliGlobal& global, const std::string& project, const std::vector<int>& keep);
 int Waveform(const LxCliGlobal& global, const std::string& project, const LxCliWaveformOptions& options);
 int Devices(const LxCliGlobal& global, bool json);

@@ -129,8 +129,12 @@ int main(int argc, char** argv) {
     cmdExport->callback([&] { run = [&] { return LxCliCommands::Export(global, project, exportOptions); }; });
 
     auto* cmdCompress = app.add_subcommand("compress", "Compress every raw page of the project to Vorbis");
+    int jobs = 0;
     cmdCompress->add_option("project", project, kProjectHelp)->required();
-    cmdCompress->callback([&] { run = [&] { return LxCliCommands::Compress(global, project); }; });
+    cmdCompress->add_option("-j,--jobs", jobs,
+                            "Pages encoded at once (default: one per core); the stored bytes are the same for any number")
+        ->check(CLI::Range(0, 256));
+    cmdCompress->callback([&] { run = [&] { return LxCliCommands::Compress(global, project, jobs); }; });
 
     std::vector<int> keep;
     auto* cmdCompact = app.add_subcommand(
