@@ -1,30 +1,19 @@
 // The tool's audio commands end to end: edits checked sample by sample against
 // an independent model, fades, trimming, splitting, mixing, export formats and
 // the waveform picture.
-#include <cmath>
 #include <nlohmann/json.hpp>
 #include "CliTestSupport.h"
 #include "EditModel.h"
 
 using nlohmann::json;
 
-namespace {
-
-std::vector<int32_t> Wide(const std::vector<int16_t>& pcm) { return {pcm.begin(), pcm.end()}; }
-
-}  // namespace
-
 TEST_F(CliTest, EditedClipExportsTheModelsSamples) {
     Ok({"new", "p.lxp"});
     const std::vector<int16_t> source = Ramp(132300, 1);
     const std::vector<int16_t> other = Ramp(44100, 1, 9);
-    const int a = ImportPcm("p.lxp", "a.wav", source, 1);
-    const int b = ImportPcm("p.lxp", "b.wav", other, 1);
-    ASSERT_EQ(a, 1);
-    ASSERT_EQ(b, 2);
+    ASSERT_EQ(ImportPcm("p.lxp", "a.wav", source, 1), 1);
+    ASSERT_EQ(ImportPcm("p.lxp", "b.wav", other, 1), 2);
 
-    EditModel model = EditModel::Of(source);
-    const EditModel otherModel = EditModel::Of(other);
     std::string out = Ok({"edit", "p.lxp", "1",                 //
                           "delete", "1000f", "5000f",           //
                           "gain", "0", "2000f", "0.5",          //
@@ -36,38 +25,31 @@ TEST_F(CliTest, EditedClipExportsTheModelsSamples) {
                           "cut", "60000f", "61000f",            //
                           "paste", "end",                       //
                           "silence", "0", "100ms"});
+    EditModel model = EditModel::Of(source);
     model.Delete(1000, 5000);
     model.Gain(0, 2000, 0.5f);
     model.Silence(3000, 500);
     const EditModel copied = model;  // the clipboard keeps the clip as it was at copy time
     model.Gain(40000, 50000, 0.25f);
     model.Insert(7000, copied, 100, 600);
-    model.Insert(20000, otherModel, 0, 1000);
+    model.Insert(20000, EditModel::Of(other), 0, 1000);
     const EditModel beforeCut = model;
     model.Delete(60000, 61000);
     model.Insert(model.Frames(), beforeCut, 60000, 61000);
     model.Silence(0, 4410);
 
     // One new clip per changing operation, each printed, the last one the result.
-    std::vector<int> ids = ClipIDs(out);
     EXPECT_EQ(ClipIDs(out, "delete"), std::vector<int>{3});
     EXPECT_EQ(ClipIDs(out, "copy"), std::vector<int>{5});  // copy names the unchanged clip
     EXPECT_EQ(ClipIDs(out, "silence 0"), std::vector<int>{11});
     EXPECT_EQ(ResultClip(out), 11);
     EXPECT_NE(out.find("saved p.lxp"), std::string::npos);
-
-    std::vector<int32_t> edited = Exported("p.lxp", 11);
-    std::vector<int16_t> want = model.Pcm();
-    ASSERT_EQ(edited.size(), want.size());
-    EXPECT_EQ(edited, Wide(want));
+    EXPECT_EQ(Exported("p.lxp", 11), Wide(model.Pcm()));
     // Nothing was written over: the source clip still plays as imported.
     EXPECT_EQ(Exported("p.lxp", 1), Wide(source));
     // An edit that fails saves none of the operations before it.
-    CliResult failed = cli.Run({"edit", "p.lxp", "1", "delete", "0", "10f", "delete", "0", "10s"});
-    EXPECT_EQ(failed.exitCode, 1);
-    EXPECT_NE(failed.err.find("cannot apply 'delete 0 10s': the stretch ends past the end of the clip"),
-              std::string::npos)
-        << failed.err;
+    ExpectOneErrorLine(cli.Run({"edit", "p.lxp", "1", "delete", "0", "10f", "delete", "0", "10s"}),
+                       "lxaudio: cannot apply 'delete 0 10s': the stretch ends past the end of the clip");
     EXPECT_EQ(json::parse(Ok({"info", "p.lxp", "--json"}))["clips"].size(), 11u);
 }
 
@@ -76,26 +58,19 @@ TEST_F(CliTest, FadesTrimAndSplit) {
     const std::vector<int16_t> ramp = Ramp(44100, 1);
     ImportPcm("p.lxp", "ramp.wav", ramp, 1);
 
-    // Fade in over 100 ms: frame k plays at level k / 4410, later frames untouched.
-    int faded = ResultClip(Ok({"edit", "p.lxp", "1", "fadein", "100"}));
-    std::vector<int32_t> in = Exported("p.lxp", faded);
-    ASSERT_EQ(in.size(), ramp.size());
-    EXPECT_EQ(in[0], 0);
-    // The level is worked out in single precision and the product truncated.
-    for (size_t k = 0; k < 4410; ++k)
-        ASSERT_EQ(in[k], static_cast<int16_t>(ramp[k] * (static_cast<float>(k) / 4410.0f))) << k;
-    EXPECT_EQ(std::vector<int32_t>(in.begin() + 4410, in.end()), Wide({ramp.begin() + 4410, ramp.end()}));
-
-    // Fade out over the last 4410 frames, given in frames.
-    faded = ResultClip(Ok({"edit", "p.lxp", "1", "fadeout", "4410f"}));
-    std::vector<int32_t> out = Exported("p.lxp", faded);
-    ASSERT_EQ(out.size(), ramp.size());
-    const size_t tail = ramp.size() - 4410;
-    EXPECT_EQ(std::vector<int32_t>(out.begin(), out.begin() + static_cast<long>(tail)),
-              Wide({ramp.begin(), ramp.begin() + static_cast<long>(tail)}));
-    for (size_t k = 0; k < 4410; ++k) {
-        const float level = 1.0f - static_cast<float>(k) / 4410.0f;
-        ASSERT_EQ(out[tail + k], static_cast<int16_t>(ramp[tail + k] * level)) << k;
+    // 100 ms at either end (given in milliseconds or in frames): frame k of the
+    // fade plays at level k / 4410, rising or falling, worked out in single
+    // precision and truncated; the rest of the clip is untouched.
+    for (bool in : {true, false}) {
+        SCOPED_TRACE(in ? "fadein" : "fadeout");
+        std::vector<int32_t> want = Wide(ramp);
+        const size_t start = in ? 0 : ramp.size() - 4410;
+        for (size_t k = 0; k < 4410; ++k) {
+            const float level = static_cast<float>(k) / 4410.0f;
+            want[start + k] = static_cast<int16_t>(ramp[start + k] * (in ? level : 1.0f - level));
+        }
+        const std::string op = in ? "fadein" : "fadeout", length = in ? "100" : "4410f";
+        EXPECT_EQ(Exported("p.lxp", ResultClip(Ok({"edit", "p.lxp", "1", op, length}))), want);
     }
 
     // A second of silence on both sides of the ramp is trimmed away exactly.
@@ -106,10 +81,12 @@ TEST_F(CliTest, FadesTrimAndSplit) {
     std::string trimmed = Ok({"edit", "p.lxp", std::to_string(quiet), "trim"});
     EXPECT_NE(trimmed.find("removed 88200 frames of silence (1.000 s at the start)"), std::string::npos) << trimmed;
     EXPECT_EQ(Exported("p.lxp", ResultClip(trimmed)), Wide(ramp));
+    const int zero = ImportPcm("p.lxp", "zero.wav", std::vector<int16_t>(9000, 0), 1);
+    EXPECT_EQ(cli.Run({"edit", "p.lxp", std::to_string(zero), "trim"}).err,
+              "lxaudio: cannot apply 'trim': the clip is silent throughout\n");
 
     // Split at 200 ms and 500 ms: three new clips that play the ramp in turn.
-    std::string split = Ok({"edit", "p.lxp", "1", "split", "200,0.5s"});
-    std::vector<int> pieces = ClipIDs(split, "split");
+    std::vector<int> pieces = ClipIDs(Ok({"edit", "p.lxp", "1", "split", "200,0.5s"}), "split");
     ASSERT_EQ(pieces.size(), 4u);  // three pieces and the unchanged clip
     EXPECT_EQ(pieces[3], 1);
     std::vector<int32_t> joined;
@@ -121,16 +98,11 @@ TEST_F(CliTest, FadesTrimAndSplit) {
     }
     EXPECT_EQ(joined, Wide(ramp));
     EXPECT_EQ(cli.Run({"edit", "p.lxp", "1", "split", "2s"}).exitCode, 1);
-
-    const int zero = ImportPcm("p.lxp", "zero.wav", std::vector<int16_t>(9000, 0), 1);
-    CliResult silent = cli.Run({"edit", "p.lxp", std::to_string(zero), "trim"});
-    EXPECT_EQ(silent.err, "lxaudio: cannot apply 'trim': the clip is silent throughout\n");
 }
 
 TEST_F(CliTest, MixAddsWeightedClipsAtTheirOffsets) {
     Ok({"new", "p.lxp"});
-    const std::vector<int16_t> a = Ramp(22050, 1, 2);
-    const std::vector<int16_t> b = Ramp(13230, 1, 3);
+    const std::vector<int16_t> a = Ramp(22050, 1, 2), b = Ramp(13230, 1, 3);
     ImportPcm("p.lxp", "a.wav", a, 1);
     ImportPcm("p.lxp", "b.wav", b, 1);
 
@@ -139,14 +111,13 @@ TEST_F(CliTest, MixAddsWeightedClipsAtTheirOffsets) {
     WavData mix = CliFiles::ReadWav(files.Path("mix.wav"));
     EXPECT_EQ(mix.channels, 1);
     EXPECT_EQ(mix.rate, 44100);
-    const size_t length = std::max(a.size(), 4410 + b.size());
-    ASSERT_EQ(mix.samples.size(), length);
-    for (size_t i = 0; i < length; ++i) {
-        int sum = 0;
-        if (i < a.size()) sum += static_cast<int16_t>(a[i] * 0.5f);
+    std::vector<int32_t> want(std::max(a.size(), 4410 + b.size()));
+    for (size_t i = 0; i < want.size(); ++i) {
+        int sum = i < a.size() ? static_cast<int16_t>(a[i] * 0.5f) : 0;
         if (i >= 4410 && i - 4410 < b.size()) sum += static_cast<int16_t>(b[i - 4410] * 0.25f);
-        ASSERT_EQ(mix.samples[i], static_cast<int16_t>(sum)) << i;
+        want[i] = static_cast<int16_t>(sum);
     }
+    EXPECT_EQ(mix.samples, want);
 
     // Chosen channels: stereo, both sides equal for mono clips; a fading entry
     // rises from silence over its whole length.
@@ -160,9 +131,8 @@ TEST_F(CliTest, MixAddsWeightedClipsAtTheirOffsets) {
         EXPECT_NEAR(fade.samples[2 * k], a[k] * (k / static_cast<double>(a.size())), 2.0) << k;
     }
 
-    CliResult bad = cli.Run({"mix", "p.lxp", "1@0", "7@0", "-o", "x.wav"});
-    EXPECT_EQ(bad.exitCode, 1);
-    EXPECT_EQ(bad.err, "lxaudio: no clip 7 in project 'p.lxp'\n");
+    ExpectOneErrorLine(cli.Run({"mix", "p.lxp", "1@0", "7@0", "-o", "x.wav"}),
+                       "lxaudio: no clip 7 in project 'p.lxp'\n");
     EXPECT_EQ(cli.Run({"mix", "p.lxp", "1", "-o", "x.wav"}).exitCode, 2);
 }
 
@@ -174,18 +144,15 @@ TEST_F(CliTest, ExportWritesTheAskedFormat) {
     Ok({"-q", "export", "p.lxp", "1", "w24.wav", "--bits", "24"});
     WavData w24 = CliFiles::ReadWav(files.Path("w24.wav"));
     EXPECT_EQ(w24.bits, 24);
-    ASSERT_EQ(w24.samples.size(), ramp.size());
-    for (size_t i = 0; i < ramp.size(); ++i) ASSERT_EQ(w24.samples[i], ramp[i] * 256) << i;
+    std::vector<int32_t> scaled, stereo;
+    for (int16_t s : ramp) scaled.push_back(s * 256), stereo.insert(stereo.end(), {s, s});
+    EXPECT_EQ(w24.samples, scaled);
 
     Ok({"-q", "export", "p.lxp", "1", "f32.wav", "--bits", "32", "--channels", "2"});
     WavData f32 = CliFiles::ReadWav(files.Path("f32.wav"));
     EXPECT_EQ(f32.formatTag, 3);
     EXPECT_EQ(f32.channels, 2);
-    ASSERT_EQ(f32.Frames(), 44100);
-    for (size_t i = 0; i < ramp.size(); ++i) {
-        ASSERT_EQ(f32.samples[2 * i], ramp[i]);
-        ASSERT_EQ(f32.samples[2 * i + 1], ramp[i]);
-    }
+    EXPECT_EQ(f32.samples, stereo);
 
     std::string out = Ok({"-q", "export", "p.lxp", "1", "half.wav", "--rate", "22050"});
     WavData half = CliFiles::ReadWav(files.Path("half.wav"));
@@ -194,8 +161,7 @@ TEST_F(CliTest, ExportWritesTheAskedFormat) {
     EXPECT_NE(out.find("exported clip 1 to half.wav: " + std::to_string(half.Frames()) + " frames, mono, 22050 Hz"),
               std::string::npos)
         << out;
-    CliResult missing = cli.Run({"export", "p.lxp", "4", "x.wav"});
-    EXPECT_EQ(missing.err, "lxaudio: no clip 4 in project 'p.lxp'\n");
+    EXPECT_EQ(cli.Run({"export", "p.lxp", "4", "x.wav"}).err, "lxaudio: no clip 4 in project 'p.lxp'\n");
 }
 
 TEST_F(CliTest, WaveformPictureShowsTheEnvelope) {
@@ -203,53 +169,35 @@ TEST_F(CliTest, WaveformPictureShowsTheEnvelope) {
     // One second at +-16000, one second at +-4000: a loud half and a quiet half.
     std::vector<int16_t> signal(88200);
     for (size_t i = 0; i < signal.size(); ++i) {
-        int16_t level = i < 44100 ? 16000 : 4000;
+        const int level = i < 44100 ? 16000 : 4000;
         signal[i] = static_cast<int16_t>(i % 2 ? -level : level);
     }
     ImportPcm("p.lxp", "two.wav", signal, 1);
-    std::string out = Ok({"waveform", "p.lxp", "1", "wave.png", "--width", "200", "--height", "101"});
-    EXPECT_NE(out.find("980 points"), std::string::npos) << out;  // one per 90 frames
-    PngPicture png = CliFiles::ReadPng(files.Path("wave.png"));
-    ASSERT_EQ(png.width, 200);
-    ASSERT_EQ(png.height, 101);
-
-    auto row = [](int sample) { return static_cast<int>((32767LL - sample) * 100 / 65535); };
-    auto isWave = [&](int x, int y) {
-        const uint8_t* p = png.At(x, y);
-        return p[0] == 30 && p[1] == 90 && p[2] == 200;
-    };
-    auto isBackground = [&](int x, int y) {
-        const uint8_t* p = png.At(x, y);
-        return p[0] == 255 && p[1] == 255 && p[2] == 255;
-    };
-    for (int x = 0; x < 200; ++x) {
-        const int level = x < 100 ? 16000 : 4000;
-        for (int y = 0; y < 101; ++y) {
-            bool inside = y >= row(level) && y <= row(-level);
-            if (inside) {
-                ASSERT_TRUE(isWave(x, y)) << x << "," << y;
-            } else {
-                ASSERT_TRUE(isBackground(x, y)) << x << "," << y;
+    // Each column is filled from the row of its highest sample to that of its
+    // lowest in the wave's colour, and is background elsewhere.
+    auto expectEnvelope = [&](const std::string& name, int loud) {
+        SCOPED_TRACE(name);
+        PngPicture png = CliFiles::ReadPng(files.Path(name));
+        ASSERT_EQ(png.width, 200);
+        ASSERT_EQ(png.height, 101);
+        auto row = [](int sample) { return static_cast<int>((32767LL - sample) * 100 / 65535); };
+        for (int x = 0; x < 200; ++x) {
+            const int level = x < 100 ? loud : 4000;
+            for (int y = 0; y < 101; ++y) {
+                const uint8_t* p = png.At(x, y);
+                const bool inside = y >= row(level) && y <= row(-level);
+                const std::vector<int> colour = inside ? std::vector<int>{30, 90, 200} : std::vector<int>{255, 255, 255};
+                ASSERT_EQ(std::vector<int>(p, p + 3), colour) << x << "," << y;
             }
         }
-    }
-
+    };
+    std::string out = Ok({"waveform", "p.lxp", "1", "wave.png", "--width", "200", "--height", "101"});
+    EXPECT_NE(out.find("980 points"), std::string::npos) << out;  // one per 90 frames
+    expectEnvelope("wave.png", 16000);
     // A gain edit shows in the picture: the loud half at a quarter of its level.
     const int quieter = ResultClip(Ok({"edit", "p.lxp", "1", "gain", "0", "1s", "0.25"}));
     Ok({"waveform", "p.lxp", std::to_string(quieter), "quiet.png", "--width", "200", "--height", "101"});
-    PngPicture quiet = CliFiles::ReadPng(files.Path("quiet.png"));
-    ASSERT_EQ(quiet.width, 200);
-    for (int x : {0, 50, 99, 100, 150, 199}) {
-        int top = -1, bottom = -1;
-        for (int y = 0; y < 101; ++y) {
-            if (quiet.At(x, y)[2] == 200 && quiet.At(x, y)[0] == 30) {
-                if (top < 0) top = y;
-                bottom = y;
-            }
-        }
-        EXPECT_EQ(top, row(4000)) << x;
-        EXPECT_EQ(bottom, row(-4000)) << x;
-    }
+    expectEnvelope("quiet.png", 4000);
 
     // A silent clip draws the zero line only; the default size is 1200 x 240.
     const int zero = ImportPcm("p.lxp", "zero.wav", std::vector<int16_t>(9000, 0), 1);
@@ -258,10 +206,7 @@ TEST_F(CliTest, WaveformPictureShowsTheEnvelope) {
     ASSERT_EQ(flat.width, 1200);
     ASSERT_EQ(flat.height, 240);
     int wavePixels = 0;
-    for (int y = 0; y < 240; ++y) {
-        const uint8_t* p = flat.At(600, y);
-        wavePixels += p[2] == 200;
-    }
+    for (int y = 0; y < 240; ++y) wavePixels += flat.At(600, y)[2] == 200;
     EXPECT_EQ(wavePixels, 1);  // the zero row, drawn over by the flat waveform
     EXPECT_EQ(cli.Run({"waveform", "p.lxp", "2", "x.png", "--width", "3"}).exitCode, 2);
 }

@@ -3,8 +3,6 @@
 // sample by sample, PNG pictures decoded with libpng, raw bytes.
 #include <png.h>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -36,13 +34,11 @@ public:
     // (a random name; create_directory fails on one that is already there).
     CliFiles() {
         std::random_device seed;
-        std::mt19937_64 random((static_cast<uint64_t>(seed()) << 32) ^ seed());
         std::error_code error;
         const std::filesystem::path temporary = std::filesystem::temp_directory_path(error);
         for (int attempt = 0; attempt < 100 && dir_.empty() && !error; ++attempt) {
-            char name[32];
-            std::snprintf(name, sizeof name, "LxCliTest.%016llx", static_cast<unsigned long long>(random()));
-            if (std::filesystem::create_directory(temporary / name, error)) dir_ = (temporary / name).string();
+            const std::filesystem::path path = temporary / ("LxCliTest." + std::to_string(seed()) + std::to_string(seed()));
+            if (std::filesystem::create_directory(path, error)) dir_ = path.string();
         }
     }
     ~CliFiles() {
@@ -68,47 +64,26 @@ public:
     static void WriteWav(const std::string& path, const std::vector<int16_t>& samples, int channels, int rate) {
         std::vector<uint8_t> data(samples.size() * 2);
         std::memcpy(data.data(), samples.data(), data.size());
-        Write(path, WavWriter::File({WavWriter::Fmt(1, static_cast<uint16_t>(channels), static_cast<uint32_t>(rate), 16),
-                                     WavWriter::Chunk("data", data)}));
+        Write(path, WavWriter::Pcm(1, static_cast<uint16_t>(channels), static_cast<uint32_t>(rate), 16, data));
     }
 
-    // Reads the fmt and data chunks of a WAV file (empty result when it is none).
+    // The format and samples of a WAV file (empty when it is none).
     static WavData ReadWav(const std::string& path) {
-        WavData wav;
-        std::vector<uint8_t> bytes = Read(path);
+        const std::vector<uint8_t> bytes = Read(path);
         if (bytes.size() < 12 || std::memcmp(bytes.data(), "RIFF", 4) || std::memcmp(bytes.data() + 8, "WAVE", 4))
-            return wav;
-        auto u16 = [&](size_t at) { return static_cast<uint32_t>(bytes[at] | bytes[at + 1] << 8); };
-        auto u32 = [&](size_t at) { return u16(at) | u16(at + 2) << 16; };
-        size_t at = 12;
-        while (at + 8 <= bytes.size()) {
-            std::string id(bytes.begin() + static_cast<std::ptrdiff_t>(at),
-                           bytes.begin() + static_cast<std::ptrdiff_t>(at + 4));
-            size_t size = u32(at + 4);
-            size_t body = at + 8;
-            if (body + size > bytes.size()) size = bytes.size() - body;
-            if (id == "fmt ") {
-                wav.formatTag = static_cast<int>(u16(body));
-                wav.channels = static_cast<int>(u16(body + 2));
-                wav.rate = static_cast<int>(u32(body + 4));
-                wav.bits = static_cast<int>(u16(body + 14));
-            } else if (id == "data" && wav.bits > 0) {
-                size_t step = static_cast<size_t>(wav.bits / 8);
-                for (size_t i = body; i + step <= body + size; i += step) {
-                    if (wav.bits == 16) {
-                        wav.samples.push_back(static_cast<int16_t>(u16(i)));
-                    } else if (wav.bits == 24) {
-                        int32_t v = static_cast<int32_t>(bytes[i] | bytes[i + 1] << 8 | bytes[i + 2] << 16);
-                        wav.samples.push_back(v & 0x800000 ? v - 0x1000000 : v);
-                    } else {
-                        uint32_t raw = u32(i);
-                        float f = 0;
-                        std::memcpy(&f, &raw, 4);
-                        wav.samples.push_back(static_cast<int32_t>(f * 32768.0f));
-                    }
-                }
-            }
-            at = body + size + (size & 1);
+            return {};
+        const WavWriter::Parsed parsed = WavWriter::Parse(bytes);
+        WavData wav{parsed.tag, parsed.channels, parsed.rate, parsed.bits, {}};
+        const std::vector<uint8_t>& d = parsed.data;
+        const size_t step = static_cast<size_t>(wav.bits / 8);
+        for (size_t i = 0; step >= 2 && i + step <= d.size(); i += step) {
+            uint32_t v = 0;
+            for (size_t b = 0; b < step; ++b) v |= static_cast<uint32_t>(d[i + b]) << (8 * b);
+            float f = 0;
+            std::memcpy(&f, &v, 4);
+            wav.samples.push_back(wav.bits == 16   ? static_cast<int16_t>(v)
+                                  : wav.bits == 24 ? static_cast<int32_t>(v << 8) >> 8
+                                                   : static_cast<int32_t>(f * 32768.0f));
         }
         return wav;
     }

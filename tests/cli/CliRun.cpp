@@ -4,23 +4,8 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
-#include <thread>
-
-namespace {
-
-std::string Slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-}  // namespace
 
 pid_t CliRun::Start(const std::vector<std::string>& args, const std::vector<std::string>& env,
                     long fileSizeLimit) const {
@@ -69,17 +54,3 @@ CliResult CliRun::Wait(pid_t pid) const {
 }
 
 void CliRun::Kill(pid_t pid) const { ::kill(pid, SIGKILL); }
-
-CliResult CliRun::Run(const std::vector<std::string>& args, const std::vector<std::string>& env,
-                      long fileSizeLimit) const {
-    return Wait(Start(args, env, fileSizeLimit));
-}
-
-bool CliRun::WaitForError(const std::string& text) const {
-    // A guard against a hang, not a timing expectation.
-    for (int i = 0; i < 6000; ++i) {
-        if (Slurp(Path(".cli-stderr")).find(text) != std::string::npos) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
-}

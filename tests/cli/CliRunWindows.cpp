@@ -14,34 +14,18 @@
 #endif
 #include <windows.h>
 
-#include <chrono>
 #include <csignal>
 #include <cwctype>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <mutex>
-#include <sstream>
-#include <thread>
 
 namespace {
-
-std::string Slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 // The tool writes text mode output, whose line ends are CR LF on Windows: the
 // tests compare lines as they are on every system.
 std::string Lines(std::string text) {
-    size_t to = 0;
-    for (size_t from = 0; from < text.size(); ++from) {
-        if (text[from] == '\r' && from + 1 < text.size() && text[from + 1] == '\n') continue;
-        text[to++] = text[from];
-    }
-    text.resize(to);
+    for (size_t at = text.find("\r\n"); at != std::string::npos; at = text.find("\r\n", at)) text.erase(at, 1);
     return text;
 }
 
@@ -204,18 +188,4 @@ void CliRun::Kill(pid_t pid) const {
     std::lock_guard<std::mutex> lock(gMutex);
     auto found = gProcesses.find(pid);
     if (found != gProcesses.end()) TerminateProcess(found->second, 1);
-}
-
-CliResult CliRun::Run(const std::vector<std::string>& args, const std::vector<std::string>& env,
-                      long fileSizeLimit) const {
-    return Wait(Start(args, env, fileSizeLimit));
-}
-
-bool CliRun::WaitForError(const std::string& text) const {
-    // A guard against a hang, not a timing expectation.
-    for (int i = 0; i < 6000; ++i) {
-        if (Slurp(Path(".cli-stderr")).find(text) != std::string::npos) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
 }

@@ -2,8 +2,10 @@
 // Shared fixture of the tool's tests: a scratch folder, the runner, test
 // signals and small parsers of the tool's output.
 #include <gtest/gtest.h>
+#include <algorithm>
 #include <cstdint>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 #include "CliFiles.h"
@@ -22,6 +24,17 @@ protected:
         return pcm;
     }
 
+    static std::vector<int32_t> Wide(const std::vector<int16_t>& pcm) { return {pcm.begin(), pcm.end()}; }
+
+    // The failure contract: exit status 1, nothing on stdout, one line on stderr.
+    static void ExpectOneErrorLine(const CliResult& r, const std::string& start) {
+        EXPECT_EQ(r.signal, 0) << "the tool crashed";
+        EXPECT_EQ(r.exitCode, 1);
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(r.err.rfind(start, 0), 0u) << r.err;
+        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+    }
+
     // Runs a command that must succeed and returns its stdout.
     std::string Ok(const std::vector<std::string>& args) {
         CliResult r = cli.Run(args);
@@ -34,17 +47,12 @@ protected:
     // Every "clip N" that a line starting with prefix names, in order.
     static std::vector<int> ClipIDs(const std::string& out, const std::string& prefix = "") {
         std::vector<int> ids;
-        std::regex clip("clip (\\d+)");
-        size_t start = 0;
-        while (start < out.size()) {
-            size_t end = out.find('\n', start);
-            if (end == std::string::npos) end = out.size();
-            std::string line = out.substr(start, end - start);
-            if (line.rfind(prefix, 0) == 0) {
-                for (std::sregex_iterator it(line.begin(), line.end(), clip), last; it != last; ++it)
-                    ids.push_back(std::stoi((*it)[1]));
-            }
-            start = end + 1;
+        const std::regex clip("clip (\\d+)");
+        std::istringstream lines(out);
+        for (std::string line; std::getline(lines, line);) {
+            if (line.rfind(prefix, 0) != 0) continue;
+            for (std::sregex_iterator it(line.begin(), line.end(), clip), last; it != last; ++it)
+                ids.push_back(std::stoi((*it)[1]));
         }
         return ids;
     }

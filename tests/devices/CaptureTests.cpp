@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <list>
+#include <tuple>
 #include "AssertRecorder.h"
 #include "DeviceTestSupport.h"
 #include "LxAudioCaptureConsumer.h"
@@ -274,42 +275,35 @@ TEST_F(Capture, ADeviceThatDoesNotStartLeavesNothingRunning) {
 }
 
 TEST_F(Capture, ClosingRetriesWhileBuffersAreQueuedAndReportsWhatItCannotClose) {
+    struct Case {
+        const char* what;
+        LxWaveCall call;
+        int result, times;
+        int stopResult;  // 1 true, 0 false, -1 not looked at
+        int reportLine;  // 0: no report
+    };
+    const Case cases[] = {
+        {"buffers still queued: closing resets and retries", LxWaveCall::Close, kLxWaveStillPlaying, 2, 1, 0},
+        {"the reset between two attempts fails", LxWaveCall::Reset, kLxWaveInvalidHandle, 1, -1, 557},
+        {"closing fails outright", LxWaveCall::Close, kLxWaveError, 1, -1, 560},
+        {"stopping the input fails: the device still closes", LxWaveCall::Stop, kLxWaveError, 1, 0, 0},
+    };
     LxSharedDeque<LxAudioCaptureData*> deque;
-    {
-        // Buffers are still queued after stopping: closing resets and retries.
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
         WLxAudioCaptureDeviceMMIO device(deque);
         ASSERT_TRUE(device.Start(0, -1.0f, true, nullptr, nullptr));
-        Sim().FailCall(LxWaveCall::Close, kLxWaveStillPlaying, 2);
+        Sim().FailCall(c.call, c.result, c.times);
         AssertRecorder recorder;
-        EXPECT_TRUE(device.Stop());
-        EXPECT_EQ(recorder.Count(), 0u);
-        EXPECT_EQ(Sim().GetOpenDeviceCount(), 0);
-    }
-    {
-        // The reset between two attempts fails.
-        WLxAudioCaptureDeviceMMIO device(deque);
-        ASSERT_TRUE(device.Start(0, -1.0f, true, nullptr, nullptr));
-        Sim().FailCall(LxWaveCall::Reset, kLxWaveInvalidHandle);
-        AssertRecorder recorder;
-        device.Stop();
-        ExpectSingleReport(recorder, "", kWaveSource, 557);
-        EXPECT_FALSE(device.IsOpen());
-    }
-    {
-        // Closing fails outright.
-        WLxAudioCaptureDeviceMMIO device(deque);
-        ASSERT_TRUE(device.Start(0, -1.0f, true, nullptr, nullptr));
-        Sim().FailCall(LxWaveCall::Close, kLxWaveError);
-        AssertRecorder recorder;
-        device.Stop();
-        ExpectSingleReport(recorder, "", kWaveSource, 560);
-    }
-    {
-        // Stopping the input fails: the device still closes, Stop says false.
-        WLxAudioCaptureDeviceMMIO device(deque);
-        ASSERT_TRUE(device.Start(0, -1.0f, true, nullptr, nullptr));
-        Sim().FailCall(LxWaveCall::Stop, kLxWaveError);
-        EXPECT_FALSE(device.Stop());
+        const bool stopped = device.Stop();
+        if (c.stopResult >= 0) {
+            EXPECT_EQ(stopped, c.stopResult == 1);
+        }
+        if (c.reportLine) {
+            ExpectSingleReport(recorder, "", kWaveSource, c.reportLine);
+        } else {
+            EXPECT_EQ(recorder.Count(), 0u);
+        }
         EXPECT_FALSE(device.IsOpen());
     }
     EXPECT_EQ(Sim().GetOpenDeviceCount(), 0);
@@ -331,11 +325,8 @@ TEST(CaptureData, CopiesItsBytesAndMarksTheEnd) {
     bytes[0] = 9;
     ASSERT_FALSE(item.IsTerminal());
     EXPECT_EQ(item.data[0], 1);
-    EXPECT_EQ(item.byteCount, 4);
-    EXPECT_EQ(item.channels, 1);
-    EXPECT_EQ(item.framesPerSecond, 44100);
-    EXPECT_EQ(item.bitsPerSample, 16);
-    EXPECT_EQ(item.timeStamp, 123u);
+    EXPECT_EQ(std::tuple(item.byteCount, item.channels, item.framesPerSecond, item.bitsPerSample, item.timeStamp),
+              std::tuple(4, 1, 44100, 16, uint64_t{123}));
     EXPECT_FLOAT_EQ(item.volume, 0.75f);
     LxAudioCaptureData none(bytes, 0, 1.0f, 0u);
     LxAudioCaptureData null(nullptr, 4, 1.0f, 0u);

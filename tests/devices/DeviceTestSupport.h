@@ -1,19 +1,25 @@
 #pragma once
 // Shared pieces of the device tests: a fixture that selects the simulated wave
-// driver and resets it, a thread-safe recorder of host callbacks, and waiting
-// with a generous guard (never a timing assertion).
+// driver and resets it, a thread-safe recorder of host callbacks, waiting with a
+// generous guard (never a timing assertion), and checks of what reached a
+// device or the store.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <mutex>
 #include <thread>
 #include <vector>
+#include "LxAudioController.h"
+#include "LxAudioFile.h"
 #include "LxPublic/LxCallBack.h"
 #include "LxPublic/wave/LxSimulatedWaveDriver.h"
+#include "StoreHelpers.h"
 #include "TestEnvironment.h"
 
 // Long enough for a loaded machine (or ThreadSanitizer); only a hang reaches it.
@@ -30,55 +36,51 @@ struct CallbackEvent {
 class CallbackRecorder {
 public:
     static void Record(LxCallBack& callBack, void* context) {
-        static_cast<CallbackRecorder*>(context)->Add(callBack);
+        auto* self = static_cast<CallbackRecorder*>(context);
+        std::lock_guard<std::mutex> lock(self->mutex);
+        self->events.push_back({callBack.GetKind(), callBack.GetValue(), std::this_thread::get_id()});
+        self->changed.notify_all();
     }
-
-    void Add(const LxCallBack& callBack) {
-        std::lock_guard<std::mutex> lock(mutex);
-        events.push_back({callBack.GetKind(), callBack.GetValue(), std::this_thread::get_id()});
-        changed.notify_all();
-    }
-
     std::vector<CallbackEvent> Events() {
         std::lock_guard<std::mutex> lock(mutex);
         return events;
     }
-
     int Count(int kind) {
         std::lock_guard<std::mutex> lock(mutex);
-        int n = 0;
-        for (const CallbackEvent& e : events) n += e.kind == kind ? 1 : 0;
-        return n;
+        return CountLocked(kind);
     }
-
     // Waits until at least count callbacks of that kind arrived.
     bool WaitFor(int kind, int count = 1) {
         std::unique_lock<std::mutex> lock(mutex);
-        return changed.wait_for(lock, std::chrono::milliseconds(kGuardMilliseconds), [&] {
-            int n = 0;
-            for (const CallbackEvent& e : events) n += e.kind == kind ? 1 : 0;
-            return n >= count;
-        });
+        return changed.wait_for(lock, std::chrono::milliseconds(kGuardMilliseconds),
+                                [&] { return CountLocked(kind) >= count; });
     }
 
 private:
+    int CountLocked(int kind) const {
+        return static_cast<int>(std::count_if(events.begin(), events.end(), [&](const CallbackEvent& e) { return e.kind == kind; }));
+    }
     std::mutex mutex;
     std::condition_variable changed;
     std::vector<CallbackEvent> events;
 };
 
-// Sets (or, with null, removes) an environment variable.
-inline void SetEnvironment(const char* name, const char* value) {
-#if defined(_WIN32)
-    _putenv_s(name, value != nullptr ? value : "");
-#else
-    if (value != nullptr) {
-        setenv(name, value, 1);
-    } else {
-        unsetenv(name);
+// Pauses the capture once `keep` buffers have been recorded: an input that is
+// not paced (ALSA's null PCM, Wine's devices over it) runs far ahead of real
+// time and would otherwise fill the store with silence.
+struct PauseAfter {
+    LxAudioController* controller;
+    int keep;
+    std::atomic<int> levels{0};
+    std::atomic<bool> onHostThread{false};
+    std::thread::id host = std::this_thread::get_id();
+    static void Callback(LxCallBack& callBack, void* context) {
+        auto* self = static_cast<PauseAfter*>(context);
+        if (callBack.GetKind() != kLxCallBackInputLevel) return;
+        if (std::this_thread::get_id() == self->host) self->onHostThread = true;
+        if (++self->levels == self->keep + 1) self->controller->PauseCapture();
     }
-#endif
-}
+};
 
 // Selects the simulated driver for the test and leaves it reset.
 class SimulatedDeviceTest : public ::testing::Test {
@@ -99,6 +101,59 @@ inline std::vector<unsigned char> AsBytes(const std::vector<int16_t>& samples) {
     std::vector<unsigned char> bytes(samples.size() * 2);
     if (!samples.empty()) std::memcpy(bytes.data(), samples.data(), bytes.size());
     return bytes;
+}
+
+// Mono samples as the stereo a playback device gets: each one on both sides.
+inline std::vector<int16_t> BothSides(const std::vector<int16_t>& mono) {
+    std::vector<int16_t> stereo;
+    for (int16_t s : mono) stereo.insert(stereo.end(), {s, s});
+    return stereo;
+}
+
+// What a playback device got: the audio, then only whole 100 ms buffers of
+// filler (0x0101 samples), at least one and at most four.
+inline void ExpectAudioThenFiller(const std::vector<unsigned char>& played, const std::vector<int16_t>& audio) {
+    const std::vector<unsigned char> expected = AsBytes(audio);
+    ASSERT_GE(played.size(), expected.size());
+    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), played.begin())) << "played audio differs";
+    const size_t filler = played.size() - expected.size();
+    EXPECT_EQ(filler % 17640, 0u) << filler;
+    EXPECT_GE(filler / 17640, 1u);
+    EXPECT_LE(filler / 17640, 4u);
+    EXPECT_TRUE(std::all_of(played.begin() + static_cast<std::ptrdiff_t>(expected.size()), played.end(),
+                            [](unsigned char b) { return b == 1; }));
+}
+
+// Walks a recorded (mono) clip page by page against the input fed in:
+// input(at, n) gives the n input bytes from byte at. Raw pages must hold exactly
+// those; pages the compressor already encoded count by their length. bytes is
+// how far the walk got.
+inline void ExpectPagesHoldInput(LxAudioController& controller, int clipID,
+                                 const std::function<std::vector<unsigned char>(int64_t, int)>& input,
+                                 int64_t& bytes, int64_t& rawPages) {
+    LxAudioFile& file = *controller.GetAudioFile();
+    std::vector<unsigned char> page(176400);
+    bytes = rawPages = 0;
+    const auto clip = controller.GetClipBase(clipID);
+    for (const LxPageRange& range : clip->GetPageRanges()) {
+        for (int id = range.startPage; id <= range.endPage; id += kLxPageRecordBytes) {
+            LxPCMData record;
+            ASSERT_TRUE(file.ReadPageHeader(id, record)) << id;
+            ASSERT_EQ(record.channels, 1);
+            const int lo = id == range.startPage ? range.startOffset : 0;
+            const int hi = id == range.endPage ? range.endOffset : record.pcmBytes;
+            if (record.codec == kLxPageCodecRaw) {
+                int got = 0;
+                file.ReadPageData(record, 1, page.data(), static_cast<int>(page.size()), got);
+                ASSERT_GE(got, hi);
+                const std::vector<unsigned char> expected = input(bytes, hi - lo);
+                ASSERT_EQ(expected.size(), static_cast<size_t>(hi - lo)) << "more recorded than fed in";
+                ASSERT_TRUE(std::equal(expected.begin(), expected.end(), page.begin() + lo)) << "page " << id;
+                ++rawPages;
+            }
+            bytes += hi - lo;
+        }
+    }
 }
 
 // Polls a condition (for states that raise no callback), with the guard.

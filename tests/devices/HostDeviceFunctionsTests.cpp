@@ -2,7 +2,6 @@
 // the mixer volumes, and the short sound player.
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include "DeviceTestSupport.h"
 #include "LxAudioController.h"
 #include "LxAudioDeviceMap.h"
@@ -69,18 +68,12 @@ TEST_F(HostDevices, VolumesGoThroughTheMixer) {
 #if !defined(_WIN32)
 TEST_F(HostDevices, ShortPlayerPlaysAWaveFileOnThePlaybackDevice) {
     TempDir dir;
-    // A mono chime: the player plays it in the device's stereo.
-    // A quarter of a second, in whole 180-byte blocks as the store keeps them.
+    // A mono chime, a quarter of a second in whole 180-byte blocks as the store
+    // keeps them: the player plays it in the device's stereo.
     std::vector<int16_t> chime = MakeRamp(11070, 1, 51);
-    std::vector<uint8_t> data(chime.size() * 2);
-    std::memcpy(data.data(), chime.data(), data.size());
-    std::vector<uint8_t> wav = WavWriter::File({WavWriter::Fmt(1, 1, 44100, 16), WavWriter::Chunk("data", data)});
-    LxFile sound = dir.Child("chime.wav");
-    std::ofstream(sound.GetPath().str(), std::ios::binary)
-        .write(reinterpret_cast<const char*>(wav.data()), static_cast<std::streamsize>(wav.size()));
-    LxFile text = dir.Child("notes.txt");
-    std::ofstream(text.GetPath().str()) << "not a sound";
-
+    LxFile sound = dir.Child("chime.wav"), text = dir.Child("notes.txt");
+    WriteFileBytes(sound, WavWriter::Pcm(1, 1, 44100, 16, PcmBytes(chime)));
+    WriteFileBytes(text, {'n', 'o', 't', ' ', 'a', ' ', 's', 'o', 'u', 'n', 'd'});
     {
         LxShortAudioPlayer player;
         ASSERT_TRUE(player.Play(sound, true));
@@ -93,16 +86,7 @@ TEST_F(HostDevices, ShortPlayerPlaysAWaveFileOnThePlaybackDevice) {
     }
     std::vector<std::vector<unsigned char>> outputs = Sim().GetFinishedOutputs();
     ASSERT_EQ(outputs.size(), 2u);
-    std::vector<int16_t> stereo;
-    for (int16_t s : chime) {
-        stereo.push_back(s);
-        stereo.push_back(s);
-    }
-    std::vector<unsigned char> expected = AsBytes(stereo);
-    for (const auto& played : outputs) {
-        ASSERT_GE(played.size(), expected.size());
-        EXPECT_TRUE(std::equal(expected.begin(), expected.end(), played.begin()));
-    }
+    for (const auto& played : outputs) ExpectAudioThenFiller(played, BothSides(chime));
 
     // A sound stopped half way, and the player destroyed while one plays.
     Sim().SetSpeed(0.01);

@@ -3,7 +3,6 @@
 // failure, and the end of audio through the controller's stop handler.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include "DeviceTestSupport.h"
@@ -16,26 +15,6 @@
 namespace {
 
 constexpr int kBufferFrames = 4410;
-
-int Store(LxAudioController& controller, const std::vector<int16_t>& pcm, int channels) {
-    auto clip = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_RECORDING);
-    clip->AppendPCMData(reinterpret_cast<const unsigned char*>(pcm.data()), static_cast<int>(pcm.size() * 2),
-                        channels, 44100, 16, 1.0f);
-    return clip->FinishAppendingPCMData(channels, 44100, 16, 1.0f);
-}
-
-// Checks that played is expected followed only by whole 100 ms filler buffers
-// (0x0101 samples), at least one and at most four.
-void ExpectAudioThenFiller(const std::vector<unsigned char>& played, const std::vector<unsigned char>& expected) {
-    ASSERT_GE(played.size(), expected.size());
-    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), played.begin())) << "played audio differs";
-    size_t filler = played.size() - expected.size();
-    EXPECT_EQ(filler % 17640, 0u) << filler;
-    EXPECT_GE(filler / 17640, 1u);
-    EXPECT_LE(filler / 17640, 4u);
-    EXPECT_TRUE(std::all_of(played.begin() + static_cast<std::ptrdiff_t>(expected.size()), played.end(),
-                            [](unsigned char b) { return b == 1; }));
-}
 
 struct StopCount {
     std::mutex mutex;
@@ -69,7 +48,7 @@ TEST_F(Playback, SevenBuffersGiveTheExactCallbackSequenceAndReachTheCard) {
     const std::thread::id host = std::this_thread::get_id();
     {
         LxAudioController controller;
-        int clipID = Store(controller, pcm, 2);
+        int clipID = StoreClip(controller, pcm, 2);
         controller.StartPlayBackOnDefaultDevice(clipID, 1, -1, &CallbackRecorder::Record, &recorder);
         ASSERT_TRUE(recorder.WaitFor(kLxCallBackPlaybackStopped));
         EXPECT_FALSE(controller.IsPlayingBack(clipID));
@@ -112,23 +91,18 @@ TEST_F(Playback, SevenBuffersGiveTheExactCallbackSequenceAndReachTheCard) {
 
     std::vector<std::vector<unsigned char>> outputs = Sim().GetFinishedOutputs();
     ASSERT_EQ(outputs.size(), 1u);
-    ExpectAudioThenFiller(outputs[0], AsBytes(pcm));
+    ExpectAudioThenFiller(outputs[0], pcm);
 }
 
 TEST_F(Playback, PortionsAndCallersObjectsPlayExactlyTheirFrames) {
     LxAudioController controller;
     std::vector<int16_t> mono = MakeRamp(3 * 44100 + 540, 1, 5);
-    int clipID = Store(controller, mono, 1);
+    int clipID = StoreClip(controller, mono, 1);
 
     // Frames 44101 to 88200 of a mono clip: one second, doubled to stereo.
     CallbackRecorder byID;
     controller.StartPlayBackOnDefaultDevice(clipID, 44101, 88201, &CallbackRecorder::Record, &byID);
     ASSERT_TRUE(byID.WaitFor(kLxCallBackPlaybackStopped));
-    std::vector<int16_t> expected;
-    for (int i = 44100; i < 88200; ++i) {
-        expected.push_back(mono[static_cast<size_t>(i)]);
-        expected.push_back(mono[static_cast<size_t>(i)]);
-    }
 
     // A caller's clip object plays under key 0 and stays the caller's.
     auto own = controller.GetClip(clipID);
@@ -136,16 +110,11 @@ TEST_F(Playback, PortionsAndCallersObjectsPlayExactlyTheirFrames) {
     controller.StartPlayBackOnDefaultDevice(*own, 1, 4411, &CallbackRecorder::Record, &byObject);
     ASSERT_TRUE(byObject.WaitFor(kLxCallBackPlaybackStopped));
     EXPECT_FALSE(controller.IsPlayingBack(0));
-    std::vector<int16_t> first;
-    for (int i = 0; i < 4410; ++i) {
-        first.push_back(mono[static_cast<size_t>(i)]);
-        first.push_back(mono[static_cast<size_t>(i)]);
-    }
 
     std::vector<std::vector<unsigned char>> outputs = Sim().GetFinishedOutputs();
     ASSERT_EQ(outputs.size(), 2u);
-    ExpectAudioThenFiller(outputs[0], AsBytes(expected));
-    ExpectAudioThenFiller(outputs[1], AsBytes(first));
+    ExpectAudioThenFiller(outputs[0], BothSides({mono.begin() + 44100, mono.begin() + 88200}));
+    ExpectAudioThenFiller(outputs[1], BothSides({mono.begin(), mono.begin() + 4410}));
     EXPECT_EQ(byObject.Count(kLxCallBackPlaybackStarted), 1);
     EXPECT_EQ(own->WorthInFrames(), 3 * 44100 + 540);
 }
@@ -177,7 +146,7 @@ TEST_F(Playback, AnEmptySourceStopsAtOnceWithoutStarting) {
     }
     // Through the controller: an empty portion ends with one kind 36 from the
     // stop handler, no kind 32, and the entry is gone.
-    int clipID = Store(controller, MakeRamp(44100, 2, 1), 2);
+    int clipID = StoreClip(controller, MakeRamp(44100, 2, 1), 2);
     CallbackRecorder recorder;
     controller.StartPlayBackOnDefaultDevice(clipID, 100, 100, &CallbackRecorder::Record, &recorder);
     ASSERT_TRUE(recorder.WaitFor(kLxCallBackPlaybackStopped));
@@ -193,9 +162,9 @@ TEST_F(Playback, OnePlaybackPerKeyAndStopAllGoesInAscendingOrder) {
     Sim().SetSpeed(0.001);
     LxAudioController controller;
     std::vector<int16_t> pcm = MakeRamp(10 * kBufferFrames, 2, 2);
-    int one = Store(controller, pcm, 2);
-    int two = Store(controller, pcm, 2);
-    int three = Store(controller, pcm, 2);
+    int one = StoreClip(controller, pcm, 2);
+    int two = StoreClip(controller, pcm, 2);
+    int three = StoreClip(controller, pcm, 2);
 
     CallbackRecorder first, second;
     controller.StartPlayBackOnDefaultDevice(two, 1, -1, &CallbackRecorder::Record, &first);
@@ -238,7 +207,7 @@ TEST_F(Playback, OnePlaybackPerKeyAndStopAllGoesInAscendingOrder) {
 
 TEST_F(Playback, AFailedDeviceBlocksItsKeyUntilStopped) {
     LxAudioController controller;
-    int clipID = Store(controller, MakeRamp(8 * kBufferFrames, 2, 4), 2);
+    int clipID = StoreClip(controller, MakeRamp(8 * kBufferFrames, 2, 4), 2);
 
     // No output device: nothing but the final kind 36 when the host stops it.
     Sim().FailCall(LxWaveCall::OpenOutput, kLxWaveBadDeviceID);
@@ -254,24 +223,19 @@ TEST_F(Playback, AFailedDeviceBlocksItsKeyUntilStopped) {
     EXPECT_EQ(noDevice.Events()[0].kind, kLxCallBackPlaybackStopped);
     EXPECT_FALSE(controller.IsPlayingBack(clipID));
 
-    // Preparing a buffer fails: the device is open but never starts.
-    Sim().FailCall(LxWaveCall::Prepare, kLxWaveNoMemory);
-    CallbackRecorder noBuffers;
-    controller.StartPlayBackOnDefaultDevice(clipID, 1, -1, &CallbackRecorder::Record, &noBuffers);
-    EXPECT_EQ(noBuffers.Count(kLxCallBackPlaybackStarted), 0);
-    EXPECT_EQ(Sim().GetOpenDeviceCount(), 1);
-    controller.StopPlayBack(clipID);
-    EXPECT_EQ(noBuffers.Count(kLxCallBackPlaybackStopped), 1);
-    EXPECT_EQ(Sim().GetOpenDeviceCount(), 0);
-
-    // A device that cannot queue its first buffer: no start either.
-    Sim().FailCall(LxWaveCall::Queue, kLxWaveError);
-    CallbackRecorder noQueue;
-    controller.StartPlayBackOnDefaultDevice(clipID, 1, -1, &CallbackRecorder::Record, &noQueue);
-    EXPECT_EQ(noQueue.Count(kLxCallBackPlaybackStarted), 0);
-    EXPECT_EQ(noQueue.Count(kLxCallBackPlaybackPosition), 0);
-    controller.StopPlayBack(clipID);
-    EXPECT_EQ(noQueue.Count(kLxCallBackPlaybackStopped), 1);
+    // Preparing a buffer, or queueing the first one, fails: the device is open
+    // but never starts.
+    for (auto [call, error] : {std::pair{LxWaveCall::Prepare, kLxWaveNoMemory}, std::pair{LxWaveCall::Queue, kLxWaveError}}) {
+        Sim().FailCall(call, error);
+        CallbackRecorder failed;
+        controller.StartPlayBackOnDefaultDevice(clipID, 1, -1, &CallbackRecorder::Record, &failed);
+        EXPECT_EQ(failed.Count(kLxCallBackPlaybackStarted), 0);
+        EXPECT_EQ(failed.Count(kLxCallBackPlaybackPosition), 0);
+        EXPECT_EQ(Sim().GetOpenDeviceCount(), 1);
+        controller.StopPlayBack(clipID);
+        EXPECT_EQ(failed.Count(kLxCallBackPlaybackStopped), 1);
+        EXPECT_EQ(Sim().GetOpenDeviceCount(), 0);
+    }
 }
 
 TEST_F(Playback, HostStopDuringTheFillerReadsReportsStoppedOnce) {
@@ -281,7 +245,7 @@ TEST_F(Playback, HostStopDuringTheFillerReadsReportsStoppedOnce) {
     int clipID = -1;
     {
         LxAudioController controller;
-        clipID = Store(controller, MakeRamp(2 * kBufferFrames, 2, 6), 2);
+        clipID = StoreClip(controller, MakeRamp(2 * kBufferFrames, 2, 6), 2);
         controller.StartPlayBackOnDefaultDevice(clipID, 1, -1, &CallbackRecorder::Record, &recorder);
         // Two buffers primed, then the first empty read.
         ASSERT_TRUE(recorder.WaitFor(kLxCallBackPlaybackPosition, 3));
@@ -299,8 +263,8 @@ TEST_F(Playback, DestroyingTheControllerDeletesRunningPlaybacksSilently) {
     CallbackRecorder recorder;
     {
         LxAudioController controller;
-        int a = Store(controller, MakeRamp(6 * kBufferFrames, 2, 7), 2);
-        int b = Store(controller, MakeRamp(6 * kBufferFrames, 1, 8), 1);
+        int a = StoreClip(controller, MakeRamp(6 * kBufferFrames, 2, 7), 2);
+        int b = StoreClip(controller, MakeRamp(6 * kBufferFrames, 1, 8), 1);
         controller.StartPlayBackOnDefaultDevice(a, 1, -1, &CallbackRecorder::Record, &recorder);
         controller.StartPlayBackOnDefaultDevice(b, 1, -1, &CallbackRecorder::Record, &recorder);
         EXPECT_EQ(recorder.Count(kLxCallBackPlaybackStarted), 2);
@@ -312,7 +276,7 @@ TEST_F(Playback, DestroyingTheControllerDeletesRunningPlaybacksSilently) {
 
 TEST_F(Playback, CallbacksWithoutAContextReportOnlyTheStop) {
     LxAudioController controller;
-    int clipID = Store(controller, MakeRamp(3 * kBufferFrames, 2, 9), 2);
+    int clipID = StoreClip(controller, MakeRamp(3 * kBufferFrames, 2, 9), 2);
     static std::atomic<int> started{0}, positions{0}, stopped{0};
     started = positions = stopped = 0;
     auto callback = [](LxCallBack& callBack, void*) {

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #if defined(_WIN32)
-#include <atomic>
 #include <list>
 #include "AssertRecorder.h"
 #include "DeviceTestSupport.h"
@@ -17,13 +16,6 @@
 #include "PcmHelpers.h"
 
 namespace {
-
-int Store(LxAudioController& controller, const std::vector<int16_t>& pcm, int channels) {
-    auto clip = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_RECORDING);
-    clip->AppendPCMData(reinterpret_cast<const unsigned char*>(pcm.data()), static_cast<int>(pcm.size() * 2),
-                        channels, 44100, 16, 1.0f);
-    return clip->FinishAppendingPCMData(channels, 44100, 16, 1.0f);
-}
 
 // Whether the system has a device of that direction that opens in the format
 // the engine uses (a machine, or a Wine prefix, without sound has none).
@@ -45,22 +37,6 @@ protected:
     void TearDown() override { TestEnvironment::Unset("LXAUDIO_WAVE_DRIVER"); }
 };
 
-// Pauses the capture once `keep` buffers have been recorded (see the ALSA tests:
-// an unpaced input would otherwise fill the store).
-struct PauseAfter {
-    LxAudioController* controller;
-    int keep;
-    std::atomic<int> levels{0};
-    std::atomic<bool> onHostThread{false};
-    std::thread::id host = std::this_thread::get_id();
-    static void Callback(LxCallBack& callBack, void* context) {
-        auto* self = static_cast<PauseAfter*>(context);
-        if (callBack.GetKind() != kLxCallBackInputLevel) return;
-        if (std::this_thread::get_id() == self->host) self->onHostThread = true;
-        if (++self->levels == self->keep + 1) self->controller->PauseCapture();
-    }
-};
-
 }  // namespace
 
 TEST_F(WinMMDevices, PlaybackStartsReportsEveryFrameAndStopsOnce) {
@@ -69,7 +45,7 @@ TEST_F(WinMMDevices, PlaybackStartsReportsEveryFrameAndStopsOnce) {
     LxAudioController controller;
     // 1.5 s of stereo: more buffers than the four that prime the device.
     const int frames = 15 * 4410;
-    int clipID = Store(controller, MakeRamp(frames, 2, 61), 2);
+    int clipID = StoreClip(controller, MakeRamp(frames, 2, 61), 2);
     for (int round = 0; round < 2; ++round) {
         SCOPED_TRACE(round);
         CallbackRecorder recorder;

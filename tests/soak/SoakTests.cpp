@@ -9,36 +9,20 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <functional>
-#include <list>
 #include <thread>
 #include "DeviceTestSupport.h"
-#include "LxAudioController.h"
-#include "LxAudioFile.h"
 #include "LxPublic/LxStreamUtil.h"
 #include "PcmHelpers.h"
 #include "TempDir.h"
 
 namespace {
 
-// The recorded narration, sample by sample, so that an hour never sits in memory.
-int16_t InputSample(int64_t i) { return static_cast<int16_t>(((i * 7 + 533) % 20001) - 10000 + (i % 2)); }
-
-std::vector<unsigned char> InputBytes(int64_t firstSample, int64_t samples) {
-    std::vector<unsigned char> bytes(static_cast<size_t>(samples) * 2);
-    for (int64_t i = 0; i < samples; ++i) {
-        const auto v = static_cast<uint16_t>(InputSample(firstSample + i));
-        bytes[static_cast<size_t>(2 * i)] = static_cast<unsigned char>(v);
-        bytes[static_cast<size_t>(2 * i + 1)] = static_cast<unsigned char>(v >> 8);
-    }
-    return bytes;
-}
-
-int Store(LxAudioController& controller, const std::vector<int16_t>& pcm, int channels) {
-    auto clip = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_IMPORT);
-    clip->AppendPCMData(reinterpret_cast<const unsigned char*>(pcm.data()), static_cast<int>(pcm.size() * 2),
-                        channels, 44100, 16, 1.0f);
-    return clip->FinishAppendingPCMData(channels, 44100, 16, 1.0f);
+// The recorded narration, piece by piece, so that an hour never sits in memory.
+std::vector<unsigned char> InputBytes(int64_t first, int64_t samples) {
+    return AsBytes(MakePcm(static_cast<int>(samples), 1, [first](int i) {
+        const int64_t n = first + i;
+        return ((n * 7 + 533) % 20001) - 10000 + (n % 2);
+    }));
 }
 
 uint64_t Fingerprint(const std::vector<int16_t>& pcm) {
@@ -82,8 +66,8 @@ TEST_F(Soak, RecordingWhilePlayingCompressingEditingAndSaving) {
     int savesMade = 0;
     {
         LxAudioController controller;
-        const int music = Store(controller, MakeRamp(4 * 44100, 2, 3), 2);
-        const int voice = Store(controller, MakeRamp(6 * 44100, 1, 4), 1);
+        const int music = StoreClip(controller, MakeRamp(4 * 44100, 2, 3), 2);
+        const int voice = StoreClip(controller, MakeRamp(6 * 44100, 1, 4), 1);
         ASSERT_TRUE(controller.StartCapture(0, -1.0f, true, nullptr, nullptr));
 
         std::atomic<bool> stop{false};
@@ -161,27 +145,12 @@ TEST_F(Soak, RecordingWhilePlayingCompressingEditingAndSaving) {
 
         // Every byte fed in, in order: raw pages exactly, pages the compressor
         // encoded by their length.
-        auto clip = controller.GetClipBase(captured);
-        EXPECT_EQ(clip->WorthInFrames(), totalSamples);
-        LxAudioFile& file = *controller.GetAudioFile();
-        std::vector<unsigned char> page(176400);
+        EXPECT_EQ(controller.GetClipBase(captured)->WorthInFrames(), totalSamples);
         int64_t at = 0, rawPages = 0;
-        for (const LxPageRange& range : clip->GetPageRanges()) {
-            for (int id = range.startPage; id <= range.endPage; id += kLxPageRecordBytes) {
-                LxPCMData record;
-                ASSERT_TRUE(file.ReadPageHeader(id, record));
-                const int lo = id == range.startPage ? range.startOffset : 0;
-                const int hi = id == range.endPage ? range.endOffset : record.pcmBytes;
-                if (record.codec == kLxPageCodecRaw) {
-                    int got = 0;
-                    file.ReadPageData(record, 1, page.data(), static_cast<int>(page.size()), got);
-                    const std::vector<unsigned char> expected = InputBytes(at / 2, (hi - lo) / 2);
-                    ASSERT_TRUE(std::equal(expected.begin(), expected.end(), page.begin() + lo)) << "page " << id;
-                    ++rawPages;
-                }
-                at += hi - lo;
-            }
-        }
+        ExpectPagesHoldInput(
+            controller, captured,
+            [&](int64_t from, int n) { return InputBytes(from / 2, std::clamp<int64_t>(totalSamples * 2 - from, 0, n) / 2); },
+            at, rawPages);
         EXPECT_EQ(at, totalSamples * 2);
         std::printf("%lld s recorded: %lld raw pages checked byte for byte, %lld pages compressed, %lld edits, "
                     "%zu saves\n",

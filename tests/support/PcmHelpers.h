@@ -27,27 +27,20 @@ inline double Frequency(const std::vector<int16_t>& pcm, int channels, int chann
     return crossings * 44100.0 / static_cast<double>(to - from);
 }
 
-// Pulls everything a playback clip delivers, as channels channels.
+// Pulls everything a playback clip delivers, as channels channels. Empty pages
+// may give 0 bytes without the clip being finished; two empty reads in a row
+// mean the end.
 inline std::vector<int16_t> ReadAll(ILxAudioPlaybackClip& clip, int channels, int chunkBytes = 17640) {
     std::vector<int16_t> out;
     std::vector<unsigned char> buffer(static_cast<size_t>(chunkBytes));
-    for (int guard = 0; guard < 1000000; ++guard) {
+    for (int guard = 0, empty = 0; guard < 1000000 && empty < 2; ++guard) {
         int got = 0;
         clip.GetNextPCMData(channels, buffer.data(), chunkBytes, got, nullptr, false);
-        if (got > 0) {
-            size_t old = out.size();
-            out.resize(old + static_cast<size_t>(got) / 2);
-            std::memcpy(out.data() + old, buffer.data(), static_cast<size_t>(got / 2) * 2);
-        } else if (got == 0) {
-            // Empty pages may give 0 without the clip being finished; a second
-            // empty read in a row means the end.
-            int again = 0;
-            clip.GetNextPCMData(channels, buffer.data(), chunkBytes, again, nullptr, false);
-            if (again == 0) break;
-            size_t old = out.size();
-            out.resize(old + static_cast<size_t>(again) / 2);
-            std::memcpy(out.data() + old, buffer.data(), static_cast<size_t>(again / 2) * 2);
-        }
+        empty = got == 0 ? empty + 1 : 0;
+        if (got <= 0) continue;
+        const size_t old = out.size();
+        out.resize(old + static_cast<size_t>(got) / 2);
+        std::memcpy(out.data() + old, buffer.data(), static_cast<size_t>(got / 2) * 2);
     }
     return out;
 }

@@ -51,7 +51,7 @@ public:
     }
     // An independent reading of a file: the fmt fields and the data chunk's bytes.
     struct Parsed {
-        int tag = 0, channels = 0, bits = 0;
+        int tag = 0, channels = 0, rate = 0, bits = 0;
         bool hasData = false;
         std::vector<uint8_t> data;
     };
@@ -64,6 +64,7 @@ public:
             if (id == "fmt ") {
                 wave.tag = u16(pos + 8);
                 wave.channels = u16(pos + 10);
+                wave.rate = u16(pos + 12) | u16(pos + 14) << 16;
                 wave.bits = u16(pos + 22);
             } else if (id == "data") {
                 wave.hasData = true;
