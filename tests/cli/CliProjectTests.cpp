@@ -74,7 +74,14 @@ TEST_F(CliTest, CompressThenCompactKeepsTheListedClips) {
     const int edited = ResultClip(Ok({"edit", "p.lxp", std::to_string(a), "delete", "0", "500"}));
     ASSERT_EQ(edited, 3);
 
-    std::string out = Ok({"compress", "p.lxp"});
+    // The pages are encoded side by side; the stored bytes do not depend on how many at once.
+    fs::copy_file(files.Path("p.lxp"), files.Path("one.lxp"));
+    Ok({"compress", "one.lxp", "--jobs", "1"});
+    CliResult badJobs = cli.Run({"compress", "p.lxp", "--jobs", "-1"});
+    EXPECT_NE(badJobs.exitCode, 0);
+    EXPECT_EQ(badJobs.err.rfind("--jobs: Value -1 not in range 0 to 256\n", 0), 0u) << badJobs.err;
+    std::string out = Ok({"compress", "p.lxp", "--jobs", "2"});
+    EXPECT_EQ(CliFiles::Read(files.Path("p.lxp")), CliFiles::Read(files.Path("one.lxp")));
     // One page of the tone, one of the stereo clip; the edit added none.
     EXPECT_NE(out.find("compressed 2 pages"), std::string::npos) << out;
     json info = json::parse(Ok({"info", "p.lxp", "--json"}));
