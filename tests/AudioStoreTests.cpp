@@ -14,6 +14,7 @@
 #include "LxPCMDataStream.h"
 #include "LxPublic/LxMemoryStream.h"
 #include "PcmHelpers.h"
+#include "StoreAccess.h"
 #include "StoreHelpers.h"
 #include "TempDir.h"
 
@@ -22,16 +23,13 @@ namespace {
 const char* const kPcm = "audiocore/LxPCMDataStream";
 const LxAudioVolumeEffect kUnit;
 
-LxPCMData Header(LxAudioFile& store, int page) {
-    LxPCMData record;
-    EXPECT_TRUE(store.ReadPageHeader(page, record)) << page;
-    return record;
-}
-
-std::vector<int> MemberSizes(LxAudioFile& store) {
-    int sizes[5];
-    store.GetMemberSizes(sizes);
-    return std::vector<int>(sizes, sizes + 5);
+// The page's thumbnail as read into a buffer of bufferBytes: the samples it got.
+std::vector<int16_t> Thumbnail(LxAudioFile& store, int page, int bufferBytes) {
+    std::vector<int16_t> thumb(static_cast<size_t>(bufferBytes) / 2, 7);
+    int got = 0;
+    store.ReadPageThumbnail(page, thumb.data(), bufferBytes, got);
+    thumb.resize(static_cast<size_t>(got) / 2);
+    return thumb;
 }
 
 }  // namespace
@@ -85,27 +83,25 @@ TEST(AudioStore, PagesStoreDataThumbnailsAndSilence) {
     EXPECT_EQ(AppendPage(store, MakePcm(900, 1, [](int) { return 100; }), 1), 180);
     EXPECT_EQ(AppendPage(store, MakePcm(900, 1, [](int) { return -100; }), 1), 216);
     EXPECT_EQ(AppendPage(store, MakePcm(89, 2, [](int i) { return i; }), 2), 252);
-    LxPCMData record = Header(store, 180);
+    LxPCMData record = PageRecord(store, 180);
     EXPECT_EQ(record.codec, 1);
     EXPECT_EQ(record.pcmBytes, 1800);
     EXPECT_EQ(record.dataRange, (LxRange{0, 1800}));
     EXPECT_EQ(record.thumbnailRange, (LxRange{0, 40}));
     // Thumbnail pairs start at 0: all 100 gives {0, 100}; all -100 gives {-100, 0}.
-    std::vector<int16_t> thumb(20);
-    int got = 0;
-    store.ReadPageThumbnail(180, thumb.data(), 40, got);
-    EXPECT_EQ(got, 40);
+    std::vector<int16_t> thumb = Thumbnail(store, 180, 40);
+    ASSERT_EQ(thumb.size(), 20u);
     EXPECT_EQ(std::vector<int16_t>(thumb.begin(), thumb.begin() + 2), (std::vector<int16_t>{0, 100}));
-    store.ReadPageThumbnail(216, thumb.data(), 40, got);
+    thumb = Thumbnail(store, 216, 40);
     EXPECT_EQ(std::vector<int16_t>(thumb.begin(), thumb.begin() + 2), (std::vector<int16_t>{-100, 0}));
     // 89 stereo frames: no full group, an empty thumbnail range at the end of "enc.lxa".
-    record = Header(store, 252);
+    record = PageRecord(store, 252);
     EXPECT_EQ(record.thumbnailRange, (LxRange{80, 80}));
     EXPECT_EQ(record.dataRange, (LxRange{3600, 3600 + 356}));
 
     // An all-zero page stores no data, yet its thumbnail bytes stay in "enc.lxa".
     EXPECT_EQ(AppendPage(store, std::vector<int16_t>(88200, 0), 2), 288);
-    record = Header(store, 288);
+    record = PageRecord(store, 288);
     EXPECT_EQ(record.codec, 3);
     EXPECT_EQ(record.pcmBytes, 176400);
     EXPECT_EQ(record.dataRange, (LxRange{0, 0}));
@@ -114,16 +110,11 @@ TEST(AudioStore, PagesStoreDataThumbnailsAndSilence) {
     EXPECT_EQ(tmp.Child("enc.lxa").GetLength(), 80 + 1960);
     EXPECT_EQ(tmp.Child("raw.lxa").GetLength(), 3956);
     // Silent pages report a zero thumbnail of the size asked.
-    std::vector<int16_t> zeros(8, 7);
-    store.ReadPageThumbnail(288, zeros.data(), 16, got);
-    EXPECT_EQ(got, 16);
-    EXPECT_EQ(zeros, std::vector<int16_t>(8, 0));
+    EXPECT_EQ(Thumbnail(store, 288, 16), std::vector<int16_t>(8, 0));
 
     // Stereo thumbnail: the channels' extremes averaged (truncating).
     EXPECT_EQ(AppendPage(store, MakePcm(90, 2, [](int i) { return i % 2 ? 101 : -300; }), 2), 324);
-    store.ReadPageThumbnail(324, thumb.data(), 40, got);
-    EXPECT_EQ(got, 4);
-    EXPECT_EQ(std::vector<int16_t>(thumb.begin(), thumb.begin() + 2), (std::vector<int16_t>{-150, 50}));
+    EXPECT_EQ(Thumbnail(store, 324, 40), (std::vector<int16_t>{-150, 50}));
 }
 
 TEST(AudioStore, ReadsPagesWithChannelConversionAndMarksDamagedOnes) {
@@ -135,11 +126,11 @@ TEST(AudioStore, ReadsPagesWithChannelConversionAndMarksDamagedOnes) {
     // Mono into a stereo request of 1000 bytes: 250 samples, each doubled.
     std::vector<int16_t> out(2000, 0);
     int got = 0;
-    store.ReadPageData(Header(store, monoPage), 2, out.data(), 1000, got);
+    store.ReadPageData(PageRecord(store, monoPage), 2, out.data(), 1000, got);
     EXPECT_EQ(got, 1000);
     for (size_t i = 0; i < 500; ++i) ASSERT_EQ(out[i], mono[i / 2]) << i;
     // Stereo as mono: half the bytes, the truncated average of each pair.
-    LxPCMData record = Header(store, stereoPage);
+    LxPCMData record = PageRecord(store, stereoPage);
     store.ReadPageData(record, 1, out.data(), 4000, got);
     EXPECT_EQ(got, 2000);
     EXPECT_EQ(out[0], (1000 - 7) / 2);
@@ -183,15 +174,14 @@ TEST(AudioStore, CopiesPagesInTheirStoredForm) {
     std::vector<int16_t> pcm = MakeRamp(900, 2);
     EXPECT_EQ(source.CopyPageTo(AppendPage(source, pcm, 2), target), 180);
     EXPECT_EQ(source.CopyPageTo(AppendPage(source, std::vector<int16_t>(100, 0), 1), target), 216);
-    LxPCMData record = Header(target, 180);
-    EXPECT_EQ(record.codec, 1);
+    LxPCMData record = PageRecord(target, 180);
     EXPECT_EQ(record.dataRange, (LxRange{0, 3600}));
     EXPECT_EQ(record.thumbnailRange, (LxRange{0, 40}));
     std::vector<int16_t> out(1800);
     int got = 0;
     target.ReadPageData(record, 2, out.data(), 3600, got);
     EXPECT_EQ(out, pcm);
-    record = Header(target, 216);
+    record = PageRecord(target, 216);
     EXPECT_EQ(record.codec, 3);
     EXPECT_EQ(record.pcmBytes, 200);
 }
@@ -234,8 +224,9 @@ TEST(AudioStore, ClipIDsFollowTheLargestAndRunOutCleanly) {
         saved = KeepStoreFiles(tmp.Dir());
     }
     // Tables written by hand (every entry points at the first record): gaps are
-    // never reused, a table that holds the largest int has no ID left to give,
-    // and IDs below 1 name no clip: left out, reported once, next ID 1.
+    // never reused, a table that holds the largest int has no ID left to give.
+    // Damaged tables keep what can be read and report once: IDs below 1 name no
+    // clip, a count beyond the pairs, an ID twice (its first position kept).
     struct Case {
         std::vector<uint8_t> map;
         int next;
@@ -246,6 +237,7 @@ TEST(AudioStore, ClipIDsFollowTheLargestAndRunOutCleanly) {
         {Le32({3, 1, 0, 2, 0, 5, 0}), 6, 0},
         {Le32({1, INT_MAX, 0}), -1, 1},
         {Le32({2, -1, 0, 0, 0}), 1, 1},
+        {Le32({5, 1, 0, 1, 99}), 2, 1},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.next);
@@ -287,8 +279,8 @@ TEST(AudioStore, ReopeningWithoutSilentPagesReservesThemAtTheEnd) {
     EXPECT_EQ(store.GetSilenceRange(), LxPageRange(&store, kUnit, 216, 0, 360, 176400));
     store.Flush();
     EXPECT_EQ(tmp.Child("pcm.lxa").GetLength(), 11 * 36);
-    EXPECT_EQ(Header(store, 144).codec, 1);
-    LxPCMData record = Header(store, 360);
+    EXPECT_EQ(PageRecord(store, 144).codec, 1);
+    LxPCMData record = PageRecord(store, 360);
     EXPECT_EQ(record.codec, 3);
     EXPECT_EQ(record.pcmBytes, 176400);
     EXPECT_EQ(record.channels, 1);
@@ -359,11 +351,7 @@ TEST(AudioStore, PagesThatCannotBeStoredOrCompressedAreReported) {
     // Three channels: stored raw with a zeroed thumbnail, "Yet to implement!".
     EXPECT_EQ(AppendPage(store, MakeRamp(180, 3), 3), 180);
     ExpectReportFrom(recorder, "Yet to implement!", kPcm);
-    std::vector<uint8_t> thumb(64, 0xAA);
-    int got = 0;
-    store.ReadPageThumbnail(180, thumb.data(), 64, got);
-    EXPECT_EQ(got, 8);  // 180 frames: two pairs
-    EXPECT_EQ(std::count(thumb.begin(), thumb.begin() + 8, 0), 8);
+    EXPECT_EQ(Thumbnail(store, 180, 64), std::vector<int16_t>(4, 0));  // 180 frames: two pairs
     recorder.Clear();
     // The compressor cannot take that page and does not move past it; compressing
     // everything stops there instead of spinning.
@@ -371,7 +359,7 @@ TEST(AudioStore, PagesThatCannotBeStoredOrCompressedAreReported) {
     EXPECT_EQ(store.CompressAllPages(nullptr), 0);
     ASSERT_GE(recorder.Count(), 1u);
     EXPECT_EQ(recorder.Reports()[0].message, "Not implemented");
-    EXPECT_EQ(Header(store, next).codec, 1);
+    EXPECT_EQ(PageRecord(store, next).codec, 1);
 }
 
 TEST(AudioStore, ConcurrentWritersEachGetTheirOwnPagesAndClips) {
@@ -407,7 +395,7 @@ TEST(AudioStore, ConcurrentWritersEachGetTheirOwnPagesAndClips) {
             const int channels = 1 + t % 2;
             std::vector<int16_t> out(static_cast<size_t>(frames(t, i) * channels));
             int got = 0;
-            store.ReadPageData(Header(store, page), channels, out.data(), frames(t, i) * channels * 2, got);
+            store.ReadPageData(PageRecord(store, page), channels, out.data(), frames(t, i) * channels * 2, got);
             ASSERT_EQ(out, MakeRamp(frames(t, i), channels, t * 1000 + i + 1)) << "page " << page;
             LxAudioClipBase clip(store, id);
             ASSERT_EQ(clip.GetPageRanges().size(), 1u);

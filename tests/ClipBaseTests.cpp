@@ -138,41 +138,6 @@ TEST_F(ClipBaseTest, SubClipsCutAtTranslations) {
     ExpectClipReport(recorder, "empty clip");
 }
 
-TEST_F(ClipBaseTest, TrimSilenceRoundsTo180ByteBlocks) {
-    // One second of silence stored as pages, then sound starting at byte 200 of
-    // the sounding page, then silence again.
-    std::vector<int16_t> pcm(44100 + 88200, 0);
-    for (int i = 100; i < 5000; ++i) pcm[static_cast<size_t>(44100 + i)] = static_cast<int16_t>(1 + i % 50);
-    LxAudioClipBase silentStart(store);
-    int added = 0;
-    silentStart.AppendSilenceFrames(44100, added, true);
-    LxAudioClipBase sound = Store(std::vector<int16_t>(pcm.begin() + 44100, pcm.end()), 1);
-    silentStart.AppendClip(sound);
-    float trimmed = -1;
-    auto result = silentStart.TrimSilence(trimmed);
-    ASSERT_EQ(result->GetPageRanges().size(), 1u);
-    const LxPageRange& kept = result->GetPageRanges()[0];
-    EXPECT_EQ(kept.startOffset, 180);        // first non-zero byte 200 -> 180
-    EXPECT_EQ(kept.endOffset, 10080);        // last non-zero byte 9999 -> 10080
-    EXPECT_NEAR(trimmed, (44100 + 90) / 44100.0f, 1e-6);  // seconds
-    EXPECT_FALSE(silentStart.IsEmpty());     // the receiver is unchanged
-
-    // A last sounding byte at a multiple of 180 falls outside the new end.
-    std::vector<int16_t> edge(900, 0);
-    edge[90] = 256;  // byte 180 is 0x00, byte 181 is 0x01
-    edge[10] = 1;    // byte 20
-    auto cut = Store(edge, 1).TrimSilence(trimmed);
-    EXPECT_EQ(cut->GetPageRanges()[0].startOffset, 0);
-    EXPECT_EQ(cut->GetPageRanges()[0].endOffset, 360);
-
-    // All silent: an empty clip, and the trimmed amount in frames, not seconds.
-    LxAudioClipBase quiet(store);
-    quiet.AppendSilenceFrames(44100, added, true);
-    auto none = quiet.TrimSilence(trimmed);
-    EXPECT_TRUE(none->IsEmpty());
-    EXPECT_EQ(trimmed, 44100.0f);
-}
-
 TEST_F(ClipBaseTest, SplitsAtDeciSecondPoints) {
     LxAudioClipBase clip = Store(MakeRamp(3 * 44100, 2), 2);
     LxAudioClipBaseList pieces;
@@ -286,7 +251,7 @@ TEST_F(ClipBaseTest, ChannelsAndComparisonsFollowTheRanges) {
     EXPECT_FALSE(withNaN.IsSameAs(withNaN));
 }
 
-TEST_F(ClipBaseTest, TrimSilenceWalksPagesAndKeepsInnerRanges) {
+TEST_F(ClipBaseTest, TrimSilenceWalksPagesInWhole180ByteBlocks) {
     // Leading silence that fills a whole stored page (a silent page) and runs
     // on into the next: the new start is on the second page.
     std::vector<int16_t> pcm(88200 + 1000, 0);
@@ -327,6 +292,19 @@ TEST_F(ClipBaseTest, TrimSilenceWalksPagesAndKeepsInnerRanges) {
     EXPECT_EQ(result->GetPageRanges()[2], expectedTail);
     EXPECT_NEAR(trimmed, (4410 + 180) / 44100.0f, 1e-6);
     EXPECT_EQ(clip.GetPageRanges().size(), 5u);
+
+    // A last sounding byte at a multiple of 180 falls outside the new end.
+    std::vector<int16_t> edge(900, 0);
+    edge[90] = 256;  // byte 180 is 0x00, byte 181 is 0x01
+    edge[10] = 1;    // byte 20
+    auto cut = Store(edge, 1).TrimSilence(trimmed);
+    EXPECT_EQ(cut->GetPageRanges()[0].startOffset, 0);
+    EXPECT_EQ(cut->GetPageRanges()[0].endOffset, 360);
+    // All silent: an empty clip, and the trimmed amount in frames, not seconds.
+    LxAudioClipBase quiet(store);
+    quiet.AppendSilenceFrames(44100, added, true);
+    EXPECT_TRUE(quiet.TrimSilence(trimmed)->IsEmpty());
+    EXPECT_EQ(trimmed, 44100.0f);
 
     // Ranges that cannot be walked are kept as they are, with their reports.
     LxAudioClipBase broken(store);

@@ -4,8 +4,11 @@
 
 #include <functional>
 #include "AssertRecorder.h"
+#include "EditModel.h"
 #include "LxAudioController.h"
+#include "LxAudioEditableClip.h"
 #include "LxAudioFile.h"
+#include "LxAudioVolumeEffect.h"
 #include "LxPublic/LxLCException.h"
 #include "LxPublic/LxMemoryStream.h"
 #include "PcmHelpers.h"
@@ -67,16 +70,26 @@ TEST(Controller, FactoryAndMerging) {
 TEST(Controller, SavesAndReopensAProject) {
     LxMemoryStream saved;
     std::vector<int16_t> pcm = MakeRamp(49950, 1, 4);
+    EditModel edited = EditModel::Of(pcm);
+    edited.Delete(100, 200);
+    edited.Gain(1000, 2000, 0.5f);
     {
         LxAudioController controller;
         ASSERT_EQ(StoreClip(controller, pcm, 1), 1);
+        // An edited copy: several ranges, one of them with a gain.
+        auto clip = controller.GetClip(1);
+        LxAudioEditableClip editable(*clip);
+        int n = 0;
+        LxAudioVolumeEffect half(0.5f, 0.0f, 1.0f);
+        ASSERT_TRUE(editable.Delete(100, 200, n, false) && editable.AddEffect(1000, 2000, half));
+        ASSERT_EQ(clip->WriteToAudioFile(), 2);
         EXPECT_TRUE(controller.WriteTo(&saved));
     }
     LxAudioController reopened;
     saved.Seek(0, kLxSeekBegin);
     ASSERT_TRUE(reopened.ReadFrom(&saved));
-    auto clip = reopened.GetClip(1);
-    EXPECT_EQ(ReadAll(*clip, 1), pcm);
+    EXPECT_EQ(ReadAll(*reopened.GetClip(1), 1), pcm);
+    EXPECT_EQ(ReadAll(*reopened.GetClip(2), 1), edited.Pcm());
     EXPECT_FALSE(reopened.ReadFrom(static_cast<ILxStream*>(nullptr)));
 
     // Another project's clips come in under new IDs.
@@ -84,9 +97,8 @@ TEST(Controller, SavesAndReopensAProject) {
     StoreClip(other, MakeRamp(100, 1), 1);
     std::map<int, int> idMap;
     other.AppendAudioFileFrom(reopened, idMap);
-    EXPECT_EQ(idMap, (std::map<int, int>{{1, 2}}));
-    auto copied = other.GetClip(2);
-    EXPECT_EQ(ReadAll(*copied, 1), pcm);
+    EXPECT_EQ(idMap, (std::map<int, int>{{1, 2}, {2, 3}}));
+    EXPECT_EQ(ReadAll(*other.GetClip(3), 1), edited.Pcm());
 }
 
 TEST(Controller, UnbuiltFactoriesReportAndThrow) {

