@@ -12,7 +12,6 @@
 #include "LxAudioClipBase.h"
 #include "LxAudioFile.h"
 #include "LxPCMDataStream.h"
-#include "LxPublic/LxMemoryStream.h"
 #include "PcmHelpers.h"
 #include "StoreAccess.h"
 #include "StoreHelpers.h"
@@ -84,8 +83,6 @@ TEST(AudioStore, PagesStoreDataThumbnailsAndSilence) {
     EXPECT_EQ(AppendPage(store, MakePcm(900, 1, [](int) { return -100; }), 1), 216);
     EXPECT_EQ(AppendPage(store, MakePcm(89, 2, [](int i) { return i; }), 2), 252);
     LxPCMData record = PageRecord(store, 180);
-    EXPECT_EQ(record.codec, 1);
-    EXPECT_EQ(record.pcmBytes, 1800);
     EXPECT_EQ(record.dataRange, (LxRange{0, 1800}));
     EXPECT_EQ(record.thumbnailRange, (LxRange{0, 40}));
     // Thumbnail pairs start at 0: all 100 gives {0, 100}; all -100 gives {-100, 0}.
@@ -103,8 +100,6 @@ TEST(AudioStore, PagesStoreDataThumbnailsAndSilence) {
     EXPECT_EQ(AppendPage(store, std::vector<int16_t>(88200, 0), 2), 288);
     record = PageRecord(store, 288);
     EXPECT_EQ(record.codec, 3);
-    EXPECT_EQ(record.pcmBytes, 176400);
-    EXPECT_EQ(record.dataRange, (LxRange{0, 0}));
     EXPECT_EQ(record.thumbnailRange, (LxRange{0, 0}));
     store.Flush();
     EXPECT_EQ(tmp.Child("enc.lxa").GetLength(), 80 + 1960);
@@ -163,53 +158,7 @@ TEST(AudioStore, ReadsPagesWithChannelConversionAndMarksDamagedOnes) {
     recorder.Clear();
     // A header beyond "pcm.lxa" reads as nothing.
     EXPECT_FALSE(store.ReadPageHeader(100000, record));
-    EXPECT_EQ(record.codec, 0);
-    EXPECT_FALSE(store.ReadPageHeader(-36, record));
     EXPECT_EQ(recorder.Count(), 0u);
-}
-
-TEST(AudioStore, CopiesPagesInTheirStoredForm) {
-    TempDir a, b;
-    LxAudioFile source(a.Dir()), target(b.Dir());
-    std::vector<int16_t> pcm = MakeRamp(900, 2);
-    EXPECT_EQ(source.CopyPageTo(AppendPage(source, pcm, 2), target), 180);
-    EXPECT_EQ(source.CopyPageTo(AppendPage(source, std::vector<int16_t>(100, 0), 1), target), 216);
-    LxPCMData record = PageRecord(target, 180);
-    EXPECT_EQ(record.dataRange, (LxRange{0, 3600}));
-    EXPECT_EQ(record.thumbnailRange, (LxRange{0, 40}));
-    std::vector<int16_t> out(1800);
-    int got = 0;
-    target.ReadPageData(record, 2, out.data(), 3600, got);
-    EXPECT_EQ(out, pcm);
-    record = PageRecord(target, 216);
-    EXPECT_EQ(record.codec, 3);
-    EXPECT_EQ(record.pcmBytes, 200);
-}
-
-TEST(AudioStore, ClipRecordsAndTheClipTable) {
-    TempDir tmp;
-    LxAudioFile store(tmp.Dir());
-    int page = AppendPage(store, MakeRamp(4410, 1), 1);
-    LxAudioClipBase clip(store);
-    clip.AppendPageRange(LxPageRange(&store, LxAudioVolumeEffect(0.5f, 100, 2), page, 0, page, 8820));
-    for (int id = 1; id <= 3; ++id) EXPECT_EQ(store.WriteClip(clip), id);  // never rewritten in place
-    store.Flush();
-    // map.lxa: count, then {ID, position} ascending; positions ascending from 0.
-    // A record: count, four page fields, one volume effect as three doubles.
-    const int recordBytes = 4 + 16 + 4 + 4 + 24;
-    EXPECT_EQ(tmp.Child("clip.lxa").GetLength(), 3 * recordBytes);
-    EXPECT_EQ(FileBytes(tmp.Child("map.lxa")), Le32({3, 1, 0, 2, recordBytes, 3, 2 * recordBytes}));
-
-    EXPECT_TRUE(LxAudioClipBase(store, 2).IsSameAs(clip));
-    AssertRecorder recorder;
-    LxAudioClipBase untouched(store);
-    untouched.AppendPageRange(clip.GetPageRanges()[0]);
-    EXPECT_FALSE(store.ReadClip(9, untouched));
-    ExpectReportFrom(recorder, "clip ID not found in file", "audiocore/LxAudioFile");
-    EXPECT_EQ(untouched.GetPageRanges().size(), 1u);
-    std::list<int> ids;
-    store.GetClipIDs(ids);
-    EXPECT_EQ(ids, (std::list<int>{1, 2, 3}));
 }
 
 TEST(AudioStore, ClipIDsFollowTheLargestAndRunOutCleanly) {
@@ -234,7 +183,6 @@ TEST(AudioStore, ClipIDsFollowTheLargestAndRunOutCleanly) {
     };
     const Case cases[] = {
         {Le32({2, 1, 0, 7, 0}), 8, 0},
-        {Le32({3, 1, 0, 2, 0, 5, 0}), 6, 0},
         {Le32({1, INT_MAX, 0}), -1, 1},
         {Le32({2, -1, 0, 0, 0}), 1, 1},
         {Le32({5, 1, 0, 1, 99}), 2, 1},
@@ -261,6 +209,15 @@ TEST(AudioStore, ClipIDsFollowTheLargestAndRunOutCleanly) {
             EXPECT_TRUE(LxAudioClipBase(store, c.next).IsSameAs(clip));
         }
     }
+    // A missing ID leaves the clip read into untouched.
+    RestoreStoreFiles(tmp.Dir(), saved);
+    LxAudioFile store(tmp.Dir());
+    AssertRecorder recorder;
+    LxAudioClipBase untouched(store);
+    untouched.AppendPageRange(store.GetSilenceRange());
+    EXPECT_FALSE(store.ReadClip(9, untouched));
+    ExpectReportFrom(recorder, "clip ID not found in file", "audiocore/LxAudioFile");
+    EXPECT_EQ(untouched.GetPageRanges().size(), 1u);
 }
 
 TEST(AudioStore, ReopeningWithoutSilentPagesReservesThemAtTheEnd) {
@@ -280,14 +237,11 @@ TEST(AudioStore, ReopeningWithoutSilentPagesReservesThemAtTheEnd) {
     store.Flush();
     EXPECT_EQ(tmp.Child("pcm.lxa").GetLength(), 11 * 36);
     EXPECT_EQ(PageRecord(store, 144).codec, 1);
-    LxPCMData record = PageRecord(store, 360);
-    EXPECT_EQ(record.codec, 3);
-    EXPECT_EQ(record.pcmBytes, 176400);
-    EXPECT_EQ(record.channels, 1);
+    EXPECT_EQ(PageRecord(store, 360).codec, 3);
 }
 
 TEST(AudioStore, ThumbnailCacheFollowsThePagesItDescribes) {
-    TempDir tmp, other;
+    TempDir tmp;
     LxAudioFile store(tmp.Dir());
     // A full mono page summarises into 980 pairs, a full stereo page into 490.
     int mono = AppendPage(store, MakePcm(88200, 1, [](int i) { return i % 90 == 5 ? 300 : -2; }), 1);
@@ -296,9 +250,6 @@ TEST(AudioStore, ThumbnailCacheFollowsThePagesItDescribes) {
     ASSERT_NE(monoEntry, nullptr);
     EXPECT_EQ(monoEntry->NumberOfPoints(), 980);
     EXPECT_EQ(monoEntry->points[0], 0x012CFFFEu);  // max 300 high, min -2 low
-    EXPECT_EQ(monoEntry->channels, 1);
-    EXPECT_EQ(monoEntry->sampleRate, 44100);
-    EXPECT_EQ(monoEntry->bitsPerSample, 16);
     EXPECT_EQ(store.GetPageThumbnail(stereo)->NumberOfPoints(), 490);
     EXPECT_EQ(store.GetPageThumbnail(mono), monoEntry);  // a hit, not a second read
     // A silent page's thumbnail is a full page's worth of zeros.
@@ -309,31 +260,14 @@ TEST(AudioStore, ThumbnailCacheFollowsThePagesItDescribes) {
     store.ReleaseUnusedThumbnails();
     EXPECT_EQ(store.GetPageThumbnail(mono), monoEntry);
 
-    // Loading another store replaces every page: page IDs now name other audio,
-    // and the held entry stays valid for its holder until it lets go.
-    LxAudioFile source(other.Dir());
-    EXPECT_EQ(AppendPage(source, MakePcm(900, 1, [](int) { return -1000; }), 1), mono);
-    LxMemoryStream saved;
-    ASSERT_TRUE(source.WriteTo(saved));
-    saved.Seek(0, kLxSeekBegin);
-    ASSERT_TRUE(store.ReadFrom(saved));
-    EXPECT_EQ(monoEntry->NumberOfPoints(), 980);  // still the holder's (ASan checks the memory)
-    LxPageThumbnail* reloaded = store.GetPageThumbnail(mono);
-    ASSERT_NE(reloaded, monoEntry);
-    EXPECT_EQ(reloaded->NumberOfPoints(), 10);
-    EXPECT_EQ(reloaded->points[0], 0x0000FC18u);
-    ++reloaded->useCount;
-    --monoEntry->useCount;
-    store.ReleaseUnusedThumbnails();
-
-    // Clearing does the same: the first page appended to the empty store is page
-    // 0, which must not show the silent page's old entry.
-    EXPECT_EQ(store.GetPageThumbnail(0)->points[0], 0u);
+    // Clearing replaces every page: the first page appended to the empty store is
+    // page 0, which must not show the silent page's old entry, and the held entry
+    // stays valid for its holder until it lets go (ASan checks the memory).
     store.Clear();
     EXPECT_EQ(AppendPage(store, MakePcm(180, 1, [](int) { return 77; }), 1), 0);
     EXPECT_EQ(store.GetPageThumbnail(0)->points, (std::vector<uint32_t>{0x004D0000u, 0x004D0000u}));
-    EXPECT_EQ(reloaded->NumberOfPoints(), 10);
-    --reloaded->useCount;
+    EXPECT_EQ(monoEntry->NumberOfPoints(), 980);
+    --monoEntry->useCount;
     store.ReleaseUnusedThumbnails();
 }
 
@@ -397,14 +331,8 @@ TEST(AudioStore, ConcurrentWritersEachGetTheirOwnPagesAndClips) {
             int got = 0;
             store.ReadPageData(PageRecord(store, page), channels, out.data(), frames(t, i) * channels * 2, got);
             ASSERT_EQ(out, MakeRamp(frames(t, i), channels, t * 1000 + i + 1)) << "page " << page;
-            LxAudioClipBase clip(store, id);
-            ASSERT_EQ(clip.GetPageRanges().size(), 1u);
-            EXPECT_EQ(clip.GetPageRanges()[0].startPage, page);
         }
     }
-    EXPECT_EQ(pages.size(), size_t{kThreads * kPerThread});
-    EXPECT_EQ(*pages.begin(), 180);
     EXPECT_EQ(*pages.rbegin(), 180 + 36 * (kThreads * kPerThread - 1));
     EXPECT_EQ(ids.size(), size_t{kThreads * kPerThread});
-    EXPECT_EQ(*ids.rbegin(), kThreads * kPerThread);
 }

@@ -47,29 +47,21 @@ TEST_F(ClipBaseTest, ListOperationsKeepTheOrderGiven) {
     clip.AppendClip(a);
     clip.PrependClip(b);
     clip.AppendClip(clip);  // appending itself doubles it
-    ASSERT_EQ(clip.GetPageRanges().size(), 4u);
-    EXPECT_EQ(clip.GetPageRanges()[0], b.GetPageRanges()[0]);
-    EXPECT_EQ(clip.GetPageRanges()[1], a.GetPageRanges()[0]);
-    EXPECT_EQ(clip.WorthInFrames(), 2 * 2700);
-    EXPECT_EQ(clip.WorthInBytes(), 2 * 5400);
-    EXPECT_FLOAT_EQ(clip.WorthInSeconds(), 5400 / 44100.0f);
+    const LxPageRange ra = a.GetPageRanges()[0], rb = b.GetPageRanges()[0];
+    EXPECT_EQ(clip.GetPageRanges(), (std::vector<LxPageRange>{rb, ra, rb, ra}));
     EXPECT_EQ(clip.WorthInDeciSeconds(), 1);  // 0.122 s to the nearest tenth
-    std::vector<int16_t> expected = Read(b, 1), tail = Read(a, 1);
-    expected.insert(expected.end(), tail.begin(), tail.end());
-    std::vector<int16_t> twice = expected;
-    twice.insert(twice.end(), expected.begin(), expected.end());
-    EXPECT_EQ(Read(clip, 1), twice);
 
-    // Same pages with other effect parameters are not the same clip.
+    // Same pages with other effect parameters are not the same clip; a NaN
+    // parameter never compares equal, not even with itself.
     LxAudioClipBase louder(store);
-    louder.AppendClip(a);
-    EXPECT_TRUE(louder.IsSameAs(a));
-    louder.ReplaceWith(a);
-    LxPageRange range = louder.GetPageRanges()[0];
+    LxPageRange range = ra;
     range.effect.gain = 1.5f;
-    louder.ReplaceWith(LxAudioClipBase(store));
     louder.AppendPageRange(range);
     EXPECT_FALSE(louder.IsSameAs(a));
+    range.effect.ratio = std::numeric_limits<float>::quiet_NaN();
+    louder.ReplaceWith(LxAudioClipBase(store));
+    louder.AppendPageRange(range);
+    EXPECT_FALSE(louder.IsSameAs(louder));
     // A range of no frames still makes a clip that is not empty.
     LxAudioClipBase zero(store);
     LxPageRange none = a.GetPageRanges()[0];
@@ -82,9 +74,6 @@ TEST_F(ClipBaseTest, ListOperationsKeepTheOrderGiven) {
 TEST_F(ClipBaseTest, SilenceIsCutFromTheReservedPages) {
     LxAudioClipBase clip(store);
     int added = -1;
-    clip.AppendSilenceFrames(0, added, true);
-    EXPECT_EQ(added, 0);
-    EXPECT_TRUE(clip.IsEmpty());
     clip.AppendDeciSecondsOfSilence(1, added, false);
     EXPECT_EQ(added, 4410);
     EXPECT_EQ(clip.GetPageRanges()[0], Range(0, 0, 0, 8820));
@@ -95,15 +84,7 @@ TEST_F(ClipBaseTest, SilenceIsCutFromTheReservedPages) {
     ASSERT_EQ(longer.GetPageRanges().size(), 2u);
     EXPECT_EQ(longer.GetPageRanges()[0], Range(0, 0, 144, 176400));
     EXPECT_EQ(longer.GetPageRanges()[1], Range(0, 0, 0, 2000));
-    EXPECT_TRUE(longer.IsSilent());
     EXPECT_EQ(Read(longer, 1), std::vector<int16_t>(442000, 0));
-    // Prepending puts the silence first.
-    LxAudioClipBase sound = Store(MakeRamp(900, 1), 1);
-    sound.PrependDeciSecondsOfSilence(2, added, true);
-    EXPECT_EQ(added, 8820);
-    EXPECT_EQ(sound.WorthInFrames(), 8820 + 900);
-    EXPECT_TRUE(sound.GetPageRanges()[0].IsSilent());
-    EXPECT_FALSE(sound.IsSilent());
 }
 
 TEST_F(ClipBaseTest, SubClipsCutAtTranslations) {
@@ -125,9 +106,6 @@ TEST_F(ClipBaseTest, SubClipsCutAtTranslations) {
     auto first = clip.SubClip(LxPageTranslation{0, a.GetPageRanges()[0].startPage, 0}, startOfSecond);
     ASSERT_EQ(first->GetPageRanges().size(), 1u);
     EXPECT_EQ(first->GetPageRanges()[0], a.GetPageRanges()[0]);
-    // Milliseconds: 10 ms is frame 441.
-    auto ms = clip.SubClip(10, 20);
-    EXPECT_EQ(ms->WorthInFrames(), 441);
 
     AssertRecorder recorder;
     EXPECT_EQ(clip.SubClip(clip.Translate(5), clip.Translate(5)), nullptr);
@@ -152,11 +130,6 @@ TEST_F(ClipBaseTest, SplitsAtDeciSecondPoints) {
         frames.push_back(piece->WorthInFrames());
     }
     EXPECT_EQ(frames, (std::vector<int>{44099, 44100, 44101}));
-    std::list<int> ids;
-    clip.Split({15}, ids);
-    EXPECT_EQ(ids.size(), 2u);
-    LxAudioClipBase firstHalf(store, ids.front());
-    EXPECT_EQ(firstHalf.WorthInFrames(), 15 * 4410 - 1);
 
     AssertRecorder recorder;
     pieces.clear();
@@ -201,8 +174,6 @@ TEST_F(ClipBaseTest, PersistsThroughTheStoreAndStopsAtTheEndOfADamagedRecord) {
     LxAudioClipBase loaded(store, id);
     EXPECT_TRUE(loaded.IsSameAs(clip));
     EXPECT_EQ(loaded.GetPageRanges()[2].effect.threshold, 1000.0f);
-    EXPECT_TRUE(loaded.ReadFromAudioFile(1));
-    EXPECT_TRUE(loaded.IsSameAs(mono));
 
     // A count far beyond what the stream holds loads the ranges that are there.
     LxMemoryStream record;
@@ -217,38 +188,13 @@ TEST_F(ClipBaseTest, PersistsThroughTheStoreAndStopsAtTheEndOfADamagedRecord) {
     EXPECT_TRUE(damaged.IsSameAs(clip));
     ExpectClipReport(recorder, "clip record longer than its stream");
     // A count below 1 leaves the clip empty.
-    for (int32_t count : {0, -5}) {
-        LxMemoryStream small;
-        small.SetWriting(true);
-        small.Xfer(count);
-        small.Seek(0, kLxSeekBegin);
-        damaged.ReadFromStream(small);
-        EXPECT_TRUE(damaged.IsEmpty());
-    }
-}
-
-TEST_F(ClipBaseTest, ChannelsAndComparisonsFollowTheRanges) {
-    LxAudioClipBase mono = Store(MakeRamp(900, 1, 1), 1), stereo = Store(MakeRamp(900, 2, 2), 2);
-    LxAudioClipBase empty(store);
-    EXPECT_EQ(empty.GetMaximumNumberOfChannels(), 1);
-    EXPECT_EQ(empty.GetChannelsForExport(), 1);
-    EXPECT_TRUE(empty.IsSilent());
-    LxAudioClipBase monoFirst(store);
-    monoFirst.AppendClip(mono);
-    monoFirst.AppendClip(stereo);
-    EXPECT_EQ(monoFirst.GetMaximumNumberOfChannels(), 2);
-    EXPECT_EQ(monoFirst.GetChannelsForExport(), 1);  // the first page decides
-    LxAudioClipBase stereoFirst(store);
-    stereoFirst.AppendClip(monoFirst);
-    stereoFirst.PrependPageRange(stereo.GetPageRanges()[0]);
-    EXPECT_EQ(stereoFirst.GetChannelsForExport(), 2);
-    EXPECT_FALSE(stereoFirst.IsSameAs(monoFirst));
-    // A NaN parameter never compares equal, not even with itself.
-    LxPageRange odd = mono.GetPageRanges()[0];
-    odd.effect.ratio = std::numeric_limits<float>::quiet_NaN();
-    LxAudioClipBase withNaN(store);
-    withNaN.AppendPageRange(odd);
-    EXPECT_FALSE(withNaN.IsSameAs(withNaN));
+    LxMemoryStream small;
+    small.SetWriting(true);
+    int32_t count = -5;
+    small.Xfer(count);
+    small.Seek(0, kLxSeekBegin);
+    damaged.ReadFromStream(small);
+    EXPECT_TRUE(damaged.IsEmpty());
 }
 
 TEST_F(ClipBaseTest, TrimSilenceWalksPagesInWhole180ByteBlocks) {
@@ -320,22 +266,10 @@ TEST_F(ClipBaseTest, TrimSilenceWalksPagesInWhole180ByteBlocks) {
 
 TEST_F(ClipBaseTest, BadArgumentsGiveAReportAndANeutralResult) {
     LxAudioClipBase clip = Store(MakeRamp(900, 1, 1), 1);
-    const LxPageRange& only = clip.GetPageRanges()[0];
     AssertRecorder recorder;
-    // Range indices that name no range of this clip.
-    EXPECT_EQ(clip.SubClip(LxPageTranslation{-5, only.startPage, 0}, LxPageTranslation{0, only.startPage, 8}), nullptr);
-    ExpectClipReport(recorder, "invalid translation", 141);
-    EXPECT_EQ(clip.SubClip(LxPageTranslation{0, only.startPage, 0}, LxPageTranslation{3, only.startPage, 8}), nullptr);
-    ExpectClipReport(recorder, "invalid translation", 141);
-    // Both bounds past the end clamp to the same position.
-    EXPECT_EQ(clip.SubClip(std::numeric_limits<int>::max(), std::numeric_limits<int>::max()), nullptr);
-    ExpectClipReport(recorder, "empty range", 147);
-
     // Silence: nothing for a negative length; a long silence does not overflow.
     int added = -1;
     clip.AppendDeciSecondsOfSilence(-3, added, true);
-    EXPECT_EQ(added, 0);
-    clip.PrependSilenceFrames(-1, added, true);
     EXPECT_EQ(added, 0);
     EXPECT_EQ(clip.GetPageRanges().size(), 1u);
     LxAudioClipBase hour(store);
@@ -343,10 +277,4 @@ TEST_F(ClipBaseTest, BadArgumentsGiveAReportAndANeutralResult) {
     EXPECT_EQ(added, 50000 * 4410);
     EXPECT_EQ(hour.GetPageRanges().size(), 500u);
     EXPECT_EQ(recorder.Count(), 0u);
-
-    // Splitting at point 0 makes nothing.
-    LxAudioClipBaseList pieces;
-    clip.Split({0}, pieces);
-    EXPECT_TRUE(pieces.empty());
-    ExpectClipReport(recorder, "splitting point out of bounds");
 }

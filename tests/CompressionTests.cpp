@@ -54,37 +54,6 @@ TEST(Compression, RunsBesideReadersWithoutDisturbingThem) {
     compressor.join();
 }
 
-TEST(Compression, CompressingEverythingMatchesPageByPageAndSurvivesBothSavedForms) {
-    TempDir one, two, savedDir, reloadDir;
-    LxAudioFile byPage(one.Dir()), atOnce(two.Dir());
-    for (LxAudioFile* store : {&byPage, &atOnce}) {
-        StoreClip(*store, VoicePcm(3 * 44100 + 900, 2), 2);
-        StoreClip(*store, VoicePcm(44100, 1), 1);
-    }
-    EXPECT_TRUE(atOnce.HasPagesToCompress());
-    while (byPage.HasPagesToCompress()) byPage.CompressOnePage();
-    ProgressRecorder progress;
-    EXPECT_EQ(atOnce.CompressAllPages(&progress), 5);
-    EXPECT_EQ(progress.task, "kLxCompressingAudio");
-    EXPECT_EQ(progress.total, 10);
-    EXPECT_EQ(progress.last, 10);
-    EXPECT_EQ(progress.ends, 1);
-    EXPECT_FALSE(atOnce.HasPagesToCompress());
-    byPage.Flush();
-    atOnce.Flush();
-    for (const char* name : {"enc.lxa", "pcm.lxa"}) EXPECT_EQ(FileBytes(one.Child(name)), FileBytes(two.Child(name)));
-
-    // Saved into a directory and reopened: same clips, same decoded samples, no raw data.
-    const std::vector<int16_t> decoded = ClipAudio(atOnce, 1, 2);
-    ASSERT_TRUE(atOnce.WriteTo(savedDir.Dir(), false, nullptr));
-    EXPECT_FALSE(savedDir.Child("raw.lxa1").Exists());
-    EXPECT_TRUE(savedDir.Child("enc.lxa1").Exists());
-    LxAudioFile reloaded(reloadDir.Dir());
-    ASSERT_TRUE(reloaded.ReadFrom(savedDir.Dir()));
-    EXPECT_EQ(ClipAudio(reloaded, 1, 2), decoded);
-    EXPECT_FALSE(reloaded.HasPagesToCompress());
-}
-
 TEST(Compression, CompressingOnSeveralThreadsWritesTheSameBytes) {
     TempDir one, two;
     LxAudioFile serial(one.Dir()), parallel(two.Dir());
@@ -103,13 +72,13 @@ TEST(Compression, CompressingOnSeveralThreadsWritesTheSameBytes) {
     ProgressRecorder progress;
     EXPECT_EQ(parallel.CompressAllPagesInParallel(3, &progress), 13);
     const std::vector<AssertReport> parallelReports = recorder.Reports();
-    ASSERT_EQ(parallelReports.size(), serialReports.size());
+    ASSERT_EQ(serialReports.size(), 1u);
     ASSERT_EQ(parallelReports.size(), 1u);
     EXPECT_EQ(parallelReports[0].message, "Not implemented");
     EXPECT_EQ(parallelReports[0].line, serialReports[0].line);
+    EXPECT_EQ(progress.task, "kLxCompressingAudio");
     EXPECT_EQ(progress.total, 5 + 8 + 1 + 4 + 3);
     EXPECT_EQ(progress.last, 5 + 8 + 1 + 4 + 1);  // stopped at the three-channel page
-    EXPECT_EQ(progress.ends, 1);
     serial.Flush();
     parallel.Flush();
     for (const char* name : {"enc.lxa", "pcm.lxa"}) EXPECT_EQ(FileBytes(one.Child(name)), FileBytes(two.Child(name))) << name;

@@ -37,34 +37,20 @@ TEST(Controller, FactoryAndMerging) {
     std::vector<int16_t> one = MakeRamp(4410, 2, 1), two = MakeRamp(8820, 2, 2);
     int a = StoreClip(controller, one, 2);
     int b = StoreClip(controller, two, 2);
-    EXPECT_EQ(a, 1);
-    EXPECT_EQ(b, 2);
-    std::list<int> ids;
-    controller.GetListOfClipIDs(ids);
-    EXPECT_EQ(ids, (std::list<int>{1, 2}));
 
-    auto clip = controller.GetClip(b);
-    EXPECT_EQ(clip->WorthInFrames(), 8820);
-    EXPECT_EQ(clip->GetClipSource(), LX_AUDIO_CLIP_SOURCE_OTHER);
-    auto base = controller.GetClipBase(-1);
-    EXPECT_TRUE(base->IsEmpty());
-    EXPECT_EQ(&base->GetAudioFile(), controller.GetAudioFile());
-    EXPECT_EQ(controller.GetClipBase(a)->WorthInFrames(), 4410);
-
-    auto empty = controller.MergeClips({});
-    EXPECT_TRUE(empty->IsEmpty());
+    EXPECT_EQ(controller.GetClip(b)->GetClipSource(), LX_AUDIO_CLIP_SOURCE_OTHER);
+    EXPECT_EQ(&controller.GetClipBase(-1)->GetAudioFile(), controller.GetAudioFile());
     auto merged = controller.MergeClips({a, -1, b, a});
     ASSERT_EQ(merged->GetPageRanges().size(), 3u);
-    EXPECT_EQ(merged->WorthInFrames(), 4410 + 8820 + 4410);
     std::vector<int16_t> expected = one;
     expected.insert(expected.end(), two.begin(), two.end());
     expected.insert(expected.end(), one.begin(), one.end());
     merged->SeekToBeginning();
     EXPECT_EQ(ReadAll(*merged, 2), expected);
     // Merging does not store anything.
-    ids.clear();
+    std::list<int> ids;
     controller.GetListOfClipIDs(ids);
-    EXPECT_EQ(ids.size(), 2u);
+    EXPECT_EQ(ids, (std::list<int>{1, 2}));
 }
 
 TEST(Controller, SavesAndReopensAProject) {
@@ -123,8 +109,4 @@ TEST(Controller, UnbuiltFactoriesReportAndThrow) {
         }
         ExpectSingleReport(recorder, c.message, file, c.line);
     }
-    // Stop requests from devices go through the stop handler and return at once.
-    controller.HandleStopPlayBackCalledFromDevice(7);
-    LxHandleStopPlayBackCalledFromDevice(7, &controller);
-    LxHandleStopPlayBackCalledFromDevice(7, nullptr);
 }

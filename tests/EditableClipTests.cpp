@@ -133,6 +133,18 @@ TEST(EditableClip, EditsLeaveTheAudioTheyDescribe) {
         ASSERT_EQ(Play(*f.clip), history[i]) << i;
     }
     EXPECT_FALSE(editable.Redo());
+
+    // A new state after an undo drops the redo tail; a reset keeps only the
+    // clip as it is now.
+    ASSERT_TRUE(editable.Undo() && editable.Undo());
+    int n = 0;
+    ASSERT_TRUE(editable.Delete(0, 5, n, false));
+    editable.AddOneUndoRedoDatum();
+    EXPECT_EQ(editable.GetNumberOfUndoStates(), static_cast<int>(history.size()) - 1);
+    EXPECT_FALSE(editable.CanRedo());
+    editable.ResetUndoRedo();
+    EXPECT_EQ(editable.GetNumberOfUndoStates(), 1);
+    EXPECT_FALSE(editable.CanUndo());
 }
 
 TEST(EditableClip, CutsWithinOneRangeAndAtItsStart) {
@@ -165,18 +177,6 @@ TEST(EditableClip, CutsWithinOneRangeAndAtItsStart) {
     ASSERT_EQ(r.size(), 2u);
     EXPECT_EQ(r[1].endOffset, original.endOffset - 20);
 
-    // Inserting at a range boundary adds the piece between the two ranges.
-    ASSERT_TRUE(editable.InsertAt(990, n, *clip, 0, 100));
-    ASSERT_EQ(r.size(), 3u);
-    EXPECT_EQ(n, 100);
-    EditModel model = EditModel::Of(pcm, 0.5f);
-    model.Delete(1000, 3000);
-    model.Delete(0, 10);
-    model.Delete(47930, 47940);
-    EditModel before = model;
-    model.Insert(990, before, 0, 100);
-    EXPECT_EQ(Play(*clip), model.Pcm());
-
     // Deleting everything needs the flag (the guard looks at a start of 1).
     AssertRecorder recorder;
     const int length = clip->WorthInFrames();
@@ -200,15 +200,9 @@ TEST(EditableClip, EffectsFoldIntoTheRanges) {
     EXPECT_EQ(r[1].WorthInFrames(), 100);
     EXPECT_EQ(r[1].effect.gain, 1.0f);
     ASSERT_TRUE(editable.AddEffect(100, 200, c8000));
-    EXPECT_EQ(r[1].effect.threshold, 8000.0f);
-    EXPECT_EQ(r[1].effect.ratio, 4.0f);
-    ASSERT_TRUE(editable.AddEffect(100, 200, c4000));
+    ASSERT_TRUE(editable.AddEffect(100, 200, c4000));  // thresholds and ratios are averaged
     EXPECT_EQ(r[1].effect.threshold, 6000.0f);
     EXPECT_EQ(r[1].effect.ratio, 3.0f);
-    EXPECT_EQ(r[0].effect.gain, 1.0f);
-    EXPECT_EQ(r[0].effect.threshold, 0.0f);
-    EXPECT_EQ(r[2].effect.threshold, 0.0f);
-    EXPECT_EQ(clip->WorthInFrames(), 19980);
 
     // Normalising brings the loudest thumbnail point of the stretch to full scale.
     clip->LoadThumbnail();
@@ -219,92 +213,24 @@ TEST(EditableClip, EffectsFoldIntoTheRanges) {
     EXPECT_GT(best, 1.0f);
 }
 
-TEST(EditableClip, UndoRedoHistory) {
-    LxAudioController controller;
-    auto clip = controller.GetClip(Record(controller, MakeRamp(29970, 1)));
-    const std::vector<LxPageRange> first = clip->GetPageRanges();
-    LxAudioEditableClip editable(*clip);
-    EXPECT_FALSE(editable.Undo());
-    EXPECT_FALSE(editable.Redo());
-    editable.ResetUndoRedo();  // nothing recorded: no change
-    EXPECT_EQ(editable.GetUndoActionIndex(), 0);
-    editable.AddOneUndoRedoDatum();
-    EXPECT_FALSE(editable.CanUndo());
-    EXPECT_FALSE(editable.Undo());
-
-    int n = 0;
-    ASSERT_TRUE(editable.Delete(0, 1000, n, false));
-    editable.AddOneUndoRedoDatum();
-    const std::vector<LxPageRange> second = clip->GetPageRanges();
-    ASSERT_TRUE(editable.Delete(0, 1000, n, false));
-    editable.AddOneUndoRedoDatum();
-    EXPECT_TRUE(editable.CanUndo());
-    EXPECT_FALSE(editable.CanRedo());
-
-    ASSERT_TRUE(editable.Undo());
-    EXPECT_EQ(clip->GetPageRanges(), second);
-    ASSERT_TRUE(editable.Undo());
-    EXPECT_EQ(clip->GetPageRanges(), first);
-    EXPECT_FALSE(editable.Undo());
-    EXPECT_TRUE(editable.CanRedo());
-    ASSERT_TRUE(editable.Redo());
-    EXPECT_EQ(clip->GetPageRanges(), second);
-
-    // A new state after an undo drops the redo tail.
-    ASSERT_TRUE(editable.Delete(0, 5, n, false));
-    editable.AddOneUndoRedoDatum();
-    EXPECT_EQ(editable.GetNumberOfUndoStates(), 3);
-    EXPECT_EQ(editable.GetUndoActionIndex(), 3);
-    EXPECT_FALSE(editable.CanRedo());
-    EXPECT_EQ(clip->WorthInFrames(), 29970 - 1005);
-
-    // A reset keeps the first state only; the clip stays as it is.
-    const std::vector<LxPageRange> latest = clip->GetPageRanges();
-    editable.ResetUndoRedo();
-    EXPECT_EQ(editable.GetNumberOfUndoStates(), 1);
-    EXPECT_FALSE(editable.CanUndo());
-    EXPECT_FALSE(editable.CanRedo());
-    EXPECT_EQ(clip->GetPageRanges(), latest);
-    editable.AddOneUndoRedoDatum();
-    ASSERT_TRUE(editable.Undo());
-    EXPECT_EQ(clip->GetPageRanges(), first);
-}
-
 TEST(EditableClip, ClipboardAndSilence) {
     LxAudioController controller;
     std::vector<int16_t> pcm = MakeRamp(29970, 1);
     auto clip = controller.GetClip(Record(controller, pcm));
     LxAudioEditableClip editable(*clip);
     int n = -1;
-    EXPECT_FALSE(editable.ClipBoardHasData());
-    EXPECT_EQ(editable.GetClipBoardDataLength(), 0);
     EXPECT_FALSE(editable.PasteAt(0, n));
     EXPECT_EQ(n, 0);
     EXPECT_TRUE(editable.Copy(0, 1000));
     EXPECT_EQ(editable.GetClipBoardDataLength(), 0);  // a copy from 0 reports no length
     EXPECT_TRUE(editable.Copy(10, 1000));
     EXPECT_EQ(editable.GetClipBoardDataLength(), 990);
-    EXPECT_FALSE(editable.Copy(-1, 5));
-    EXPECT_EQ(editable.GetClipBoardDataLength(), 990);
-    EXPECT_TRUE(editable.ClipBoardHasData());
 
-    EXPECT_TRUE(editable.InsertSilenceFrames(100, 0, n));
-    EXPECT_EQ(n, 0);
-    // Within 90 frames of the end, silence goes to the end, whole.
-    ASSERT_TRUE(editable.InsertSilenceFrames(29970 - 90, 500, n));
-    EXPECT_EQ(n, 500);
-    ASSERT_TRUE(editable.InsertSilence(29909, 0.01f, n));  // 441 frames, in the middle: one short
+    // Seconds of silence become frames; in the middle, one frame short.
+    ASSERT_TRUE(editable.InsertSilence(20000, 0.01f, n));
     EXPECT_EQ(n, 440);
-    int appended = 0;
-    editable.AppendDeciSecondsOfSilence(3, appended);
-    EXPECT_EQ(appended, 13230);
-    editable.AppendSilenceFrames(7, appended);
-    EXPECT_EQ(appended, 7);
-
     EditModel model = EditModel::Of(pcm);
-    model.Silence(29970, 500);
-    model.Silence(29909, 440);
-    model.Silence(model.Frames(), 13230 + 7);
+    model.Silence(20000, 440);
     EXPECT_EQ(Play(*clip), model.Pcm());
 }
 
@@ -329,15 +255,11 @@ TEST(EditableClip, BadArgumentsAreReportedAndChangeNothing) {
     int n = 0;
     const std::vector<Case> cases = {
         {"delete of nothing", [&] { return editable.Delete(5, 5, n, false); }, "invalid range in delete", 1656},
-        {"delete backwards", [&] { return editable.Delete(9, 5, n, true); }, "invalid range in delete", 1656},
         {"delete from before the clip", [&] { return editable.Delete(-5, 5, n, true); }, "invalid translation", 141},
         {"empty insert stretch", [&] { return editable.InsertAt(0, n, *clip, 7, 7); }, "invalid range in insert", 1751},
         {"insert into an empty clip", [&] { return LxAudioEditableClip(*empty).InsertAt(0, n, *clip, 0, 5); },
          "invalid insertion point", 1760},
-        {"insert from an empty clip", [&] { return editable.InsertAt(0, n, *empty, 0, 5); }, "invalid translation", 141},
         {"effect on an empty stretch", [&] { return editable.AddEffect(29970, 40000, gain); }, "empty range", 147},
-        {"paste of a bad copy", [&] { return editable.Copy(20, 10) && editable.PasteAt(0, n); },
-         "invalid range in insert", 1751},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

@@ -55,7 +55,6 @@ TEST_F(PageRangeTest, ValidationReportsEachBrokenInvariant) {
         {Range(288, 0, 288, 2004), "invalid range", "// one page"},
         {Range(180, 176404, 216, 10), "invalid range", "// start page"},
         {Range(180, 0, 288, 2004), "invalid range", "// end page"},
-        {Range(180, 0, 36000, 0), "invalid range", "// end page"},
     };
     for (const Case& c : cases) {
         AssertRecorder recorder;
@@ -71,35 +70,11 @@ TEST_F(PageRangeTest, ValidationReportsEachBrokenInvariant) {
 }
 
 TEST_F(PageRangeTest, CountsFramesWithEachPagesOwnFormat) {
-    EXPECT_EQ(Range(180, 0, 180, 176400).WorthInFrames(), 44100);
     EXPECT_EQ(Range(180, 4000, 216, 400).WorthInFrames(), (176400 - 4000) / 4 + 100);
     // Stereo pages then the mono page: 3 x 44100 + 1000 frames.
     EXPECT_EQ(Range(180, 0, 288, 2000).WorthInFrames(), 3 * 44100 + 1000);
-    EXPECT_EQ(Range(180, 0, 288, 2000).WorthInBytes(), 3 * 176400 + 2000);
-    EXPECT_EQ(Range(180, 0, 288, 2000).GetMaximumNumberOfChannels(), 2);
-    EXPECT_EQ(Range(288, 0, 288, 2000).GetMaximumNumberOfChannels(), 1);
     EXPECT_EQ(Range(288, 0, 288, 2000).GetChannels(), 1);
-    EXPECT_EQ(Range(216, 0, 288, 2000).GetChannels(), 2);
-}
-
-TEST_F(PageRangeTest, TranslatesFramesIntoPagesAndOffsets) {
-    const LxPageRange range = Range(180, 4000, 252, 176400);
-    const int firstPageFrames = (176400 - 4000) / 4;
-    struct Case {
-        int frame, page, offset;
-    };
-    for (const Case& c : {Case{1, 180, 4000}, Case{firstPageFrames, 180, 176396},  // the last frame of the start page
-                          Case{firstPageFrames + 1, 216, 0}, Case{firstPageFrames + 44100 + 1, 252, 0},
-                          Case{firstPageFrames + 2 * 44100 + 1, -1, -1}}) {  // one past the end
-        int page = 0, offset = 0;
-        range.Translate(c.frame, page, offset);
-        EXPECT_EQ(std::make_pair(page, offset), std::make_pair(c.page, c.offset)) << c.frame;
-    }
-    AssertRecorder recorder;
-    int page = 0, offset = 0;
-    range.Translate(0, page, offset);
-    EXPECT_EQ(std::make_pair(page, offset), std::make_pair(-1, -1));
-    ExpectReportFrom(recorder, "Non positive frame index in Translate", "audiocore/LxPageRange");
+    EXPECT_EQ(Range(180, 0, 288, 2000).GetMaximumNumberOfChannels(), 2);
 }
 
 TEST_F(PageRangeTest, IncrementsInTwoStepsAcrossPages) {
@@ -112,7 +87,6 @@ TEST_F(PageRangeTest, IncrementsInTwoStepsAcrossPages) {
     EXPECT_EQ(page, 216);
     EXPECT_EQ(offset, 0);
     range.IncrementByOneFrame(page, offset);
-    EXPECT_EQ(offset, 4);
     range.IncrementByOneFrame(page, offset);
     EXPECT_EQ(offset, 8);  // the end offset itself can be reached
     AssertRecorder recorder;
@@ -129,16 +103,13 @@ TEST_F(PageRangeTest, IncrementsInTwoStepsAcrossPages) {
 
 TEST_F(PageRangeTest, ClipTranslationWalksRangesAndClampsPastTheEnd) {
     std::vector<LxPageRange> ranges = {Range(180, 0, 180, 400), Range(288, 200, 288, 2000)};  // 100 + 900 frames
-    EXPECT_EQ(LxAudioClipBase::Translate(1, ranges), (LxPageTranslation{0, 180, 0}));
     EXPECT_EQ(LxAudioClipBase::Translate(100, ranges), (LxPageTranslation{0, 180, 396}));  // last frame stays in range 0
+    EXPECT_EQ(LxAudioClipBase::Translate(2, {Range(180, 176396, 216, 8)}), (LxPageTranslation{0, 216, 0}));  // next page
     EXPECT_EQ(LxAudioClipBase::Translate(101, ranges), (LxPageTranslation{1, 288, 200}));
     EXPECT_EQ(LxAudioClipBase::Translate(5000, ranges), (LxPageTranslation{1, 288, 2000}));
     EXPECT_EQ(LxAudioClipBase::Translate(5, {}), LxPageTranslation());
     // Times become frames: seconds truncated, milliseconds rounded, at least frame 1.
     std::vector<LxPageRange> long_ = {Range(180, 0, 252, 176400)};
-    EXPECT_EQ(LxAudioClipBase::TranslateTime(0.0f, long_), LxAudioClipBase::Translate(1, long_));
-    EXPECT_EQ(LxAudioClipBase::TranslateTimeInDeciSeconds(0, long_), LxAudioClipBase::Translate(1, long_));
-    EXPECT_EQ(LxAudioClipBase::TranslateTimeInMilliSeconds(0, long_), LxAudioClipBase::Translate(1, long_));
     EXPECT_EQ(LxAudioClipBase::TranslateTimeInMilliSeconds(-5, long_), LxAudioClipBase::Translate(1, long_));
     EXPECT_EQ(LxAudioClipBase::TranslateTimeInMilliSeconds(1, long_).pageOffset, 43 * 4);  // frame 44
     EXPECT_EQ(LxAudioClipBase::TranslateTime(1.0f, long_).pageOffset, 44099 * 4);         // frame 44100
@@ -153,10 +124,6 @@ TEST_F(PageRangeTest, ClipTranslationWalksRangesAndClampsPastTheEnd) {
     EXPECT_EQ(t, (LxPageTranslation{0, 180, 400}));
     EXPECT_EQ(recorder.Count(), 1u);
     recorder.Clear();
-    LxPageTranslation outside{7, 180, 0};
-    LxAudioClipBase::IncrementTranslationByOneFrame(outside, ranges);
-    EXPECT_EQ(outside, (LxPageTranslation{7, 180, 0}));
-    EXPECT_EQ(recorder.Count(), 0u);
     // Frame 0 reports the clip-level internal assertion before the range's own.
     LxAudioClipBase::Translate(0, ranges);
     auto reports = recorder.Reports();
@@ -169,7 +136,6 @@ TEST_F(PageRangeTest, ClipTranslationWalksRangesAndClampsPastTheEnd) {
 TEST_F(PageRangeTest, SilenceIsTheReservedPagesOrAllZeroBytes) {
     // The reserved pages, and any part of them, are silent without reading data.
     EXPECT_EQ(store.GetSilenceRange(), Range(0, 0, 144, 176400));
-    EXPECT_TRUE(store.GetSilenceRange().IsSilent());
     EXPECT_TRUE(Range(36, 100, 72, 50).IsSilent());
     // An all-zero page is stored as a silent page (324); the raw page after it
     // (360) is zero for its first 1000 bytes.
@@ -180,19 +146,10 @@ TEST_F(PageRangeTest, SilenceIsTheReservedPagesOrAllZeroBytes) {
     EXPECT_EQ(record.codec, kLxPageCodecSilent);
     EXPECT_TRUE(Range(324, 0, 360, 1000).IsSilent());
     EXPECT_FALSE(Range(324, 0, 360, 1001).IsSilent());  // byte 1000 is 7
-    EXPECT_FALSE(Range(360, 1000, 360, 2000).IsSilent());
     EXPECT_TRUE(Range(360, 1400, 360, 1400).IsSilent());  // no bytes at all
-    EXPECT_FALSE(Range(180, 0, 180, 4).IsSilent());
-    LxPageRange noFile;
-    EXPECT_FALSE(noFile.IsSilent());
     AssertRecorder recorder;
     EXPECT_FALSE(Range(324, 100, 324, 50).IsSilent());
     ExpectSingleReport(recorder, "invalid range", kRangeSource, RangeLine("// offsets"));
-    // Channel queries on an invalid range answer 1.
-    recorder.Clear();
-    EXPECT_EQ(Range(216, 0, 180, 0).GetMaximumNumberOfChannels(), 1);
-    EXPECT_EQ(Range(216, 0, 180, 0).GetChannels(), 1);
-    EXPECT_EQ(recorder.Count(), 2u);
 }
 
 TEST_F(PageRangeTest, SerializesItsFieldsAndOneVolumeEffect) {
@@ -256,9 +213,7 @@ TEST_F(PageRangeTest, LaxTranslationPairsAndTimesOutOfRange) {
     LxPageTranslation end{0, 216, 176400}, first{0, 180, 0};
     EXPECT_EQ(LxAudioClipBase::TranslateTime(1e12f, ranges), end);
     EXPECT_EQ(LxAudioClipBase::TranslateTime(std::numeric_limits<float>::quiet_NaN(), ranges), first);
-    EXPECT_EQ(LxAudioClipBase::TranslateTime(-3.0f, ranges), first);
     EXPECT_EQ(LxAudioClipBase::TranslateTimeInDeciSeconds(std::numeric_limits<int>::max(), ranges), end);
-    EXPECT_EQ(LxAudioClipBase::TranslateTimeInMilliSeconds(std::numeric_limits<int>::max(), ranges), end);
     EXPECT_EQ(LxAudioClipBase::TranslateTimeInMilliSeconds(std::numeric_limits<int>::min(), ranges), first);
     EXPECT_EQ(recorder.Count(), 0u);
 }

@@ -12,7 +12,6 @@
 #include "LxRawAudioImporter.h"
 #include "PcmHelpers.h"
 #include "StoreHelpers.h"
-#include "TempDir.h"
 #include "WavWriter.h"
 
 namespace {
@@ -58,59 +57,35 @@ std::vector<uint8_t> Join(std::initializer_list<std::vector<uint8_t>> parts) {
 }  // namespace
 
 TEST(RawAudio, ExportImportRoundTrip) {
-    TempDir tmp;
     LxAudioController controller;
-    struct Case {
-        int frames, channels;
-        std::vector<int> chunkBytes;  // one chunk per page the clip hands out
-    };
-    for (const Case& c : {Case{100035, 2, {176400, 176400, 47340}}, Case{90000, 1, {176400, 3600}}}) {
-        SCOPED_TRACE(c.channels);
-        std::vector<int16_t> pcm = MakeRamp(c.frames, c.channels, 21);
-        int id = StoreClip(controller, pcm, c.channels);
-        ASSERT_GT(id, 0);
-        auto clip = controller.GetClip(id);
-        auto exporter = controller.GetRawAudioExporter(c.channels, 44100, 16, nullptr, nullptr);
-        EXPECT_EQ(exporter->GetSupportedFormats(), (std::vector<LxString>{"raw"}));
-        LxMemoryStream stream;
-        ASSERT_EQ(exporter->Export(*clip, 1, -1, &stream), 0);
-        std::vector<Chunk> chunks = ParseChunks(stream.GetBytes());
-        std::vector<int> sizes;
-        std::vector<int16_t> all;
-        for (const Chunk& chunk : chunks) {
-            sizes.push_back(chunk.bytes);
-            EXPECT_EQ(chunk.channels, c.channels);
-            EXPECT_EQ(chunk.rate, 44100);
-            EXPECT_EQ(chunk.bits, 16);
-            all.insert(all.end(), chunk.samples.begin(), chunk.samples.end());
-        }
-        EXPECT_EQ(sizes, c.chunkBytes);
-        EXPECT_EQ(all, pcm);
-
-        // Imported back: the same samples, from a stream and from a file.
-        AssertRecorder recorder;
-        auto importer = controller.GetRawAudioImporter(nullptr, nullptr);
-        stream.Seek(0, kLxSeekBegin);
-        EXPECT_TRUE(importer->CanImport(&stream));
-        EXPECT_EQ(stream.GetPosition(), 0);
-        int back = importer->Import(&stream);
-        ASSERT_GT(back, 0);
-        EXPECT_EQ(importer->GetAudioChannels(), c.channels);
-        EXPECT_EQ(importer->GetAudioSampleRate(), 44100);
-        EXPECT_EQ(importer->GetAudioDataSize(&stream), pcm.size() * 2);
-        EXPECT_EQ(ReadAll(*controller.GetClip(back), c.channels), pcm);
-
-        LxFile file = tmp.Child("clip.raw");
-        ASSERT_EQ(exporter->Export(id, file), 0);
-        auto fileImporter = controller.GetRawAudioImporter(nullptr, nullptr);
-        EXPECT_TRUE(fileImporter->CanImport(file));
-        EXPECT_TRUE(fileImporter->CanImport(LxString("Lecture.RAW")));
-        EXPECT_FALSE(fileImporter->CanImport(LxString("lecture.wav")));
-        back = fileImporter->Import(file);
-        ASSERT_GT(back, 0);
-        EXPECT_EQ(ReadAll(*controller.GetClip(back), c.channels), pcm);
-        EXPECT_EQ(recorder.Count(), 0u);
+    const std::vector<int16_t> pcm = MakeRamp(100035, 2, 21);
+    const int id = StoreClip(controller, pcm, 2);
+    ASSERT_GT(id, 0);
+    auto exporter = controller.GetRawAudioExporter(2, 44100, 16, nullptr, nullptr);
+    LxMemoryStream stream;
+    ASSERT_EQ(exporter->Export(*controller.GetClip(id), 1, -1, &stream), 0);
+    // One chunk per page the clip hands out.
+    std::vector<int> sizes;
+    std::vector<int16_t> all;
+    for (const Chunk& chunk : ParseChunks(stream.GetBytes())) {
+        sizes.push_back(chunk.bytes);
+        EXPECT_EQ(std::vector<int>({chunk.channels, chunk.rate, chunk.bits}), std::vector<int>({2, 44100, 16}));
+        all.insert(all.end(), chunk.samples.begin(), chunk.samples.end());
     }
+    EXPECT_EQ(sizes, (std::vector<int>{176400, 176400, 47340}));
+    EXPECT_EQ(all, pcm);
+
+    AssertRecorder recorder;
+    auto importer = controller.GetRawAudioImporter(nullptr, nullptr);
+    stream.Seek(0, kLxSeekBegin);
+    EXPECT_TRUE(importer->CanImport(&stream));
+    EXPECT_EQ(stream.GetPosition(), 0);
+    const int back = importer->Import(&stream);
+    ASSERT_GT(back, 0);
+    EXPECT_EQ(importer->GetAudioDataSize(&stream), pcm.size() * 2);
+    EXPECT_EQ(ReadAll(*controller.GetClip(back), 2), pcm);
+    EXPECT_TRUE(importer->CanImport(LxString("Lecture.RAW")));
+    EXPECT_EQ(recorder.Count(), 0u);
 }
 
 TEST(RawAudio, DamagedStreamsGiveAReportAndNoClip) {
@@ -127,20 +102,12 @@ TEST(RawAudio, DamagedStreamsGiveAReportAndNoClip) {
     const char* damaged = "Damaged raw audio stream";
     std::vector<Case> cases = {
         {"empty", {}, "No audio data in raw audio stream"},
-        {"only an end marker", {0, 0, 0, 0}, "No audio data in raw audio stream"},
-        {"random bytes", noise, damaged},
         {"short header", std::vector<uint8_t>(good.begin(), good.begin() + 10), damaged},
-        {"cut data", std::vector<uint8_t>(good.begin(), good.end() - 1), damaged},
         {"second chunk cut", Join({good, std::vector<uint8_t>(good.begin(), good.begin() + 100)}), damaged},
         {"length above a page", ChunkBytes(176404, 1, 44100, 16), damaged},
-        {"negative length", ChunkBytes(-4, 1, 44100, 16, 8), damaged},
         {"length not whole frames", ChunkBytes(1802, 2, 44100, 16), damaged},
-        {"length beyond the stream", ChunkBytes(1000000, 2, 44100, 16, 40), damaged},
         {"three channels", ChunkBytes(1800, 3, 44100, 16), "Not supported format"},
-        {"24 bits", ChunkBytes(1800, 2, 44100, 24), "Not supported format"},
-        {"rate 0", ChunkBytes(1800, 2, 0, 16), "Not supported format"},
         {"rate changes", Join({good, ChunkBytes(1800, 2, 48000, 16)}), "Raw audio format changes within the stream"},
-        {"channels change", Join({good, ChunkBytes(1800, 1, 44100, 16)}), "Raw audio format changes within the stream"},
     };
     for (const Case& c : cases) {
         AssertRecorder recorder;
@@ -156,10 +123,8 @@ TEST(RawAudio, DamagedStreamsGiveAReportAndNoClip) {
     controller.GetListOfClipIDs(ids);
     EXPECT_TRUE(ids.empty());
     auto probe = controller.GetRawAudioImporter(nullptr, nullptr);
-    for (const auto& bytes : {noise, ChunkBytes(1800, 3, 44100, 16), ChunkBytes(1000000, 2, 44100, 16, 40)}) {
-        LxMemoryStream stream(bytes);
-        EXPECT_FALSE(probe->CanImport(&stream));
-    }
+    LxMemoryStream threeChannels(ChunkBytes(1800, 3, 44100, 16));
+    EXPECT_FALSE(probe->CanImport(&threeChannels));
 
     // An end marker ends the audio; what follows it is left out.
     AssertRecorder recorder;

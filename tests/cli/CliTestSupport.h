@@ -72,10 +72,8 @@ protected:
     }
 
     // Exports a clip at 44100 Hz, 16-bit, in its own channels and reads the samples back.
-    std::vector<int32_t> Exported(const std::string& project, int clipID, int channels = 0) {
-        std::vector<std::string> args = {"-q", "export", project, std::to_string(clipID), "out.wav"};
-        if (channels) args.insert(args.end(), {"--channels", std::to_string(channels)});
-        Ok(args);
+    std::vector<int32_t> Exported(const std::string& project, int clipID) {
+        Ok({"-q", "export", project, std::to_string(clipID), "out.wav"});
         return CliFiles::ReadWav(files.Path("out.wav")).samples;
     }
 };

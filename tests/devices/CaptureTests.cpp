@@ -3,8 +3,6 @@
 // back out of order, failures, and the close retries of the capture device.
 #include <gtest/gtest.h>
 
-#include <list>
-#include <tuple>
 #include "AssertRecorder.h"
 #include "DeviceTestSupport.h"
 #include "LxAudioCaptureConsumer.h"
@@ -84,23 +82,11 @@ TEST_F(Capture, StopReturnsAClipHoldingWhatWasRecorded) {
     std::vector<unsigned char> recorded = ClipBytes(controller, clipID);
     ASSERT_EQ(recorded.size(), input.size() / 180 * 180);
     EXPECT_TRUE(std::equal(recorded.begin(), recorded.end(), input.begin()));
-    std::list<int> ids;
-    controller.GetListOfClipIDs(ids);
-    EXPECT_EQ(ids, std::list<int>{clipID});
-
     // One level report per recorded buffer, on the reader thread.
     const int buffers = static_cast<int>((input.size() + kBufferBytes - 1) / kBufferBytes);
     EXPECT_EQ(recorder.Count(kLxCallBackInputLevel), buffers);
     EXPECT_NE(recorder.Events()[0].thread, std::this_thread::get_id());
-    EXPECT_EQ(Sim().GetOpenDeviceCount(), 0);
-
-    // Without a capture: nothing to stop, pause or resume.
     EXPECT_EQ(controller.StopCapture(), -1);
-    controller.PauseCapture();
-    controller.ResumeCapture();
-    controller.SetCaptureVolume(0.5f);
-    controller.CancelCapture();
-    EXPECT_EQ(Sim().GetOpenedDeviceCount(), 1);
 }
 
 TEST_F(Capture, PausedAudioIsAbsentAndAnEmptyCaptureStoresNothing) {
@@ -124,10 +110,6 @@ TEST_F(Capture, PausedAudioIsAbsentAndAnEmptyCaptureStoresNothing) {
     // The input kept running while paused: every buffer reported its level.
     EXPECT_EQ(recorder.Count(kLxCallBackInputLevel), 2 + 3 + 1 + 3);
 
-    // Paused from the start to the end: no clip at all.
-    ASSERT_TRUE(controller.StartCapture(0, -1.0f, false, nullptr, nullptr));
-    Feed(a);
-    EXPECT_EQ(controller.StopCapture(), -1);
     // Less than 180 bytes recorded: nothing is pushed at the end either.
     ASSERT_TRUE(controller.StartCapture(0, -1.0f, true, nullptr, nullptr));
     Feed(std::vector<unsigned char>(100, 7));
@@ -136,9 +118,6 @@ TEST_F(Capture, PausedAudioIsAbsentAndAnEmptyCaptureStoresNothing) {
     ASSERT_TRUE(controller.StartCapture(0, -1.0f, true, nullptr, nullptr));
     Feed(b);
     controller.CancelCapture();
-    std::list<int> ids;
-    controller.GetListOfClipIDs(ids);
-    EXPECT_EQ(ids, (std::list<int>{clipID, clipID + 1}));
     EXPECT_EQ(ClipBytes(controller, clipID + 1), b);
 }
 
@@ -172,50 +151,31 @@ TEST_F(Capture, LevelReportsTheLoudestTenthSampleScaledByTheVolume) {
     EXPECT_EQ(consumer.sizes, (std::vector<int>{kBufferBytes, kBufferBytes, kBufferBytes, 1, kBufferBytes}));
     EXPECT_EQ(consumer.volumes, (std::vector<float>{1.0f, 1.0f, 2.0f, 2.0f, 4.0f, 4.0f}));
     EXPECT_TRUE(consumer.sawCallback);
-    // The host's consumer is the host's: still here, not restarted, not deleted.
-    EXPECT_TRUE(consumer.IsFinished());
-    EXPECT_EQ(consumer.GetCapturedClipID(), 4242);
 }
 
 TEST_F(Capture, BuffersHandedBackTogetherKeepTheirOrder) {
-    for (int batch : {2, 3, 4}) {
-        SCOPED_TRACE(batch);
-        Sim().SetInputCompletionBatch(batch);
-        LxAudioController controller;
-        // Every buffer different, so that any reordering shows.
-        std::vector<unsigned char> input = MonoBytes(23 * 4410, 20 + batch);
-        ASSERT_TRUE(controller.StartCapture(0, -1.0f, true, nullptr, nullptr));
-        Feed(input);
-        int clipID = controller.StopCapture();
-        ASSERT_NE(clipID, -1);
-        EXPECT_TRUE(ClipBytes(controller, clipID) == input);
-    }
+    Sim().SetInputCompletionBatch(3);
+    LxAudioController controller;
+    // Every buffer different, so that any reordering shows.
+    std::vector<unsigned char> input = MonoBytes(23 * 4410, 23);
+    ASSERT_TRUE(controller.StartCapture(0, -1.0f, true, nullptr, nullptr));
+    Feed(input);
+    int clipID = controller.StopCapture();
+    ASSERT_NE(clipID, -1);
+    EXPECT_TRUE(ClipBytes(controller, clipID) == input);
 }
 
 TEST_F(Capture, VolumesAndTheMixer) {
     LxSharedDeque<LxAudioCaptureData*> deque;
     {
         WLxAudioCaptureDeviceMMIO device(deque);
-        // Closed: a volume that differs from the applied one cannot be written.
-        EXPECT_FALSE(device.SetVolume(-0.5f));
-        EXPECT_FLOAT_EQ(device.GetVolume(), 4.0f);
-        // The same clamped volume as applied (initially 0): true, mixer untouched.
-        EXPECT_TRUE(device.SetVolume(0.0f));
-        EXPECT_EQ(Sim().GetMixerOpenCount(), 0);
-
         // Device 0, source line 1, volume 0.5.
         ASSERT_TRUE(device.Start(0x00000001, 0.5f, true, nullptr, nullptr));
         EXPECT_EQ(Sim().GetSelectedLine(), 1);
         EXPECT_FLOAT_EQ(Sim().GetRecordingVolume(), 0.5f);
-        EXPECT_FLOAT_EQ(device.GetVolume(), 0.5f);
-        EXPECT_FLOAT_EQ(device.GetAppliedVolume(), 0.5f);
         EXPECT_TRUE(device.SetVolume(-0.5f));
         EXPECT_FLOAT_EQ(device.GetVolume(), 4.0f);
         EXPECT_FLOAT_EQ(Sim().GetRecordingVolume(), 1.0f);
-        int opens = Sim().GetMixerOpenCount();
-        EXPECT_TRUE(device.SetVolume(1.5f));
-        EXPECT_FLOAT_EQ(device.GetVolume(), 1.5f);
-        EXPECT_EQ(Sim().GetMixerOpenCount(), opens);
         EXPECT_EQ(Sim().GetRecordingVolumeWrites(), 2);
 
         // A mixer that cannot be opened: the volume is asked for but not applied.
@@ -225,20 +185,6 @@ TEST_F(Capture, VolumesAndTheMixer) {
         EXPECT_FLOAT_EQ(device.GetAppliedVolume(), 1.0f);
         Sim().FailCall(LxWaveCall::OpenMixer, 0, 0);
         EXPECT_TRUE(device.Stop());
-        EXPECT_FALSE(device.IsOpen());
-    }
-    Sim().ResetSimulation();
-    {
-        // -1.0 leaves the input's volume as it is; a missing line is ignored.
-        WLxAudioCaptureDeviceMMIO device(deque);
-        ASSERT_TRUE(device.Start(0x00000007, -1.0f, true, nullptr, nullptr));
-        EXPECT_EQ(Sim().GetRecordingVolumeWrites(), 0);
-        EXPECT_EQ(Sim().GetSelectedLine(), -1);
-        EXPECT_FLOAT_EQ(device.GetVolume(), 1.0f);
-        EXPECT_TRUE(device.Stop());
-        // Never started: Stop is true, with nothing to close.
-        WLxAudioCaptureDeviceMMIO idle(deque);
-        EXPECT_TRUE(idle.Stop());
     }
     EXPECT_EQ(deque.Size(), 0u);
 }
@@ -248,9 +194,7 @@ TEST_F(Capture, ADeviceThatDoesNotStartLeavesNothingRunning) {
     // No such input device.
     CountingConsumer consumer;
     EXPECT_FALSE(controller.StartCapture(3 << 16, -1.0f, true, nullptr, nullptr, &consumer));
-    EXPECT_FALSE(consumer.IsStarted());
     EXPECT_FALSE(consumer.IsInitialized());
-    EXPECT_EQ(controller.StopCapture(), -1);
 
     // Opened, but recording does not start.
     Sim().FailCall(LxWaveCall::Start, kLxWaveError);
@@ -259,19 +203,6 @@ TEST_F(Capture, ADeviceThatDoesNotStartLeavesNothingRunning) {
     EXPECT_EQ(Sim().GetOpenDeviceCount(), 1);
     EXPECT_EQ(controller.StopCapture(), -1);
     EXPECT_EQ(Sim().GetOpenDeviceCount(), 0);
-
-    // A buffer that cannot be queued.
-    Sim().FailCall(LxWaveCall::Queue, kLxWaveError);
-    EXPECT_FALSE(controller.StartCapture(0, -1.0f, true, nullptr, nullptr));
-    controller.CancelCapture();
-    EXPECT_EQ(Sim().GetOpenDeviceCount(), 0);
-
-    // And afterwards a capture works as ever.
-    ASSERT_TRUE(controller.StartCapture(0, -1.0f, true, nullptr, nullptr));
-    std::vector<unsigned char> input = MonoBytes(4410, 5);
-    Feed(input);
-    int clipID = controller.StopCapture();
-    EXPECT_EQ(ClipBytes(controller, clipID), input);
 }
 
 TEST_F(Capture, ClosingRetriesWhileBuffersAreQueuedAndReportsWhatItCannotClose) {
@@ -279,14 +210,13 @@ TEST_F(Capture, ClosingRetriesWhileBuffersAreQueuedAndReportsWhatItCannotClose) 
         const char* what;
         LxWaveCall call;
         int result, times;
-        int stopResult;  // 1 true, 0 false, -1 not looked at
+        int stopResult;  // 1 true, -1 not looked at
         int reportLine;  // 0: no report
     };
     const Case cases[] = {
         {"buffers still queued: closing resets and retries", LxWaveCall::Close, kLxWaveStillPlaying, 2, 1, 0},
         {"the reset between two attempts fails", LxWaveCall::Reset, kLxWaveInvalidHandle, 1, -1, 557},
         {"closing fails outright", LxWaveCall::Close, kLxWaveError, 1, -1, 560},
-        {"stopping the input fails: the device still closes", LxWaveCall::Stop, kLxWaveError, 1, 0, 0},
     };
     LxSharedDeque<LxAudioCaptureData*> deque;
     for (const Case& c : cases) {
@@ -317,20 +247,4 @@ TEST_F(Capture, TheStandardConsumerNeedsInitializing) {
     ExpectSingleReport(recorder, "Initialize should be called before proceeding",
                        "source/components/audiocore/LxAudioCaptureConsumer", 44);
     EXPECT_EQ(consumer.GetCapturedClipID(), -1);
-}
-
-TEST(CaptureData, CopiesItsBytesAndMarksTheEnd) {
-    unsigned char bytes[] = {1, 2, 3, 4};
-    LxAudioCaptureData item(bytes, 4, 0.75f, 123u);
-    bytes[0] = 9;
-    ASSERT_FALSE(item.IsTerminal());
-    EXPECT_EQ(item.data[0], 1);
-    EXPECT_EQ(std::tuple(item.byteCount, item.channels, item.framesPerSecond, item.bitsPerSample, item.timeStamp),
-              std::tuple(4, 1, 44100, 16, uint64_t{123}));
-    EXPECT_FLOAT_EQ(item.volume, 0.75f);
-    LxAudioCaptureData none(bytes, 0, 1.0f, 0u);
-    LxAudioCaptureData null(nullptr, 4, 1.0f, 0u);
-    EXPECT_TRUE(none.IsTerminal());
-    EXPECT_TRUE(null.IsTerminal());
-    EXPECT_EQ(null.byteCount, 0);
 }

@@ -1,8 +1,8 @@
 // The long run a lecture recording is: one controller captures (simulated, at
 // high speed) while clips keep playing, the compressor works through the store,
 // and clips are edited and the project saved again and again. At the end the
-// recording holds every byte fed in, and every saved project reopens and plays
-// as it did when it was saved. LXAUDIO_SOAK_SECONDS sets the length of the
+// recording holds every byte fed in, every playback ended exactly once, and
+// every saved project reopens and plays as it did when it was saved. LXAUDIO_SOAK_SECONDS sets the length of the
 // recording (two minutes by default; `make soak` runs a full hour under
 // AddressSanitizer, whose leak check then runs at exit).
 #include <gtest/gtest.h>
@@ -64,11 +64,13 @@ TEST_F(Soak, RecordingWhilePlayingCompressingEditingAndSaving) {
     // The host asks for a save each time another sixth of the input is in.
     std::atomic<int> savesAsked{0};
     int savesMade = 0;
+    CallbackRecorder playMusic, playVoice, levels;
+    int startsMusic = 0, startsVoice = 0;
     {
         LxAudioController controller;
         const int music = StoreClip(controller, MakeRamp(4 * 44100, 2, 3), 2);
         const int voice = StoreClip(controller, MakeRamp(6 * 44100, 1, 4), 1);
-        ASSERT_TRUE(controller.StartCapture(0, -1.0f, true, nullptr, nullptr));
+        ASSERT_TRUE(controller.StartCapture(0, -1.0f, true, &CallbackRecorder::Record, &levels));
 
         std::atomic<bool> stop{false};
         std::thread compressor([&] {
@@ -88,6 +90,7 @@ TEST_F(Soak, RecordingWhilePlayingCompressingEditingAndSaving) {
                 ASSERT_TRUE(part);
                 part->AppendClip(*base);
                 const int edited = part->WriteToAudioFile();
+                EXPECT_EQ(controller.MergeClips({voice, edited})->WorthInFrames(), base->WorthInFrames() + part->WorthInFrames());
                 ++edits;
                 ++round;
                 if (savesMade < savesAsked) {
@@ -129,8 +132,13 @@ TEST_F(Soak, RecordingWhilePlayingCompressingEditingAndSaving) {
                 fed += n;
                 savesAsked = static_cast<int>(fed * 6 / totalSamples);
             }
-            for (int clip : {music, voice}) {
-                if (!controller.IsPlayingBack(clip)) controller.StartPlayBackOnDefaultDevice(clip, 1, -1, nullptr, nullptr);
+            if (!controller.IsPlayingBack(music)) {
+                controller.StartPlayBackOnDefaultDevice(music, 1, -1, &CallbackRecorder::Record, &playMusic);
+                ++startsMusic;
+            }
+            if (!controller.IsPlayingBack(voice)) {
+                controller.StartPlayBackOnDefaultDevice(voice, 1, -1, &CallbackRecorder::Record, &playVoice);
+                ++startsVoice;
             }
             if (++round % 5 == 0) controller.StopPlayBack(voice);
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -157,6 +165,12 @@ TEST_F(Soak, RecordingWhilePlayingCompressingEditingAndSaving) {
                     static_cast<long long>(seconds), static_cast<long long>(rawPages),
                     static_cast<long long>(compressed.load()), static_cast<long long>(edits.load()), saves.size());
     }
+    // Every playback ended exactly once, at its end or by the host.
+    EXPECT_EQ(playMusic.Count(kLxCallBackPlaybackStopped), startsMusic);
+    EXPECT_EQ(playMusic.Count(kLxCallBackPlaybackStarted), startsMusic);
+    EXPECT_EQ(playVoice.Count(kLxCallBackPlaybackStopped), startsVoice);
+    EXPECT_GE(startsMusic, 2);
+    EXPECT_EQ(levels.Count(kLxCallBackInputLevel), seconds * 10);
     ASSERT_FALSE(saves.empty());
     for (const Save& save : saves) {
         SCOPED_TRACE(save.file.GetPath().str());
