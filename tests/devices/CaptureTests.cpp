@@ -195,6 +195,9 @@ TEST_F(Capture, ADeviceThatDoesNotStartLeavesNothingRunning) {
     CountingConsumer consumer;
     EXPECT_FALSE(controller.StartCapture(3 << 16, -1.0f, true, nullptr, nullptr, &consumer));
     EXPECT_FALSE(consumer.IsInitialized());
+    // The device object stays held until the host stops (a new start would
+    // overwrite it without deleting it).
+    EXPECT_EQ(controller.StopCapture(), -1);
 
     // Opened, but recording does not start.
     Sim().FailCall(LxWaveCall::Start, kLxWaveError);
