@@ -5,6 +5,7 @@
 // and playback sessions. Every object a factory returns belongs to the caller;
 // the controller keeps no record of them. Clips must be destroyed before the
 // controller that made them.
+#include <cstdint>
 #include <list>
 #include <map>
 #include <memory>
@@ -36,10 +37,44 @@ class LxAudioCaptureConsumerBase;
 class LxAudioCaptureDevice;
 class WLxAudioPlayBackDeviceMMIO;
 
+class LxAudioCaptureJournal;
+class LxFileLock;
+
+// Every controller works in a working directory of its own, private to its user
+// (0700 on POSIX), which holds the store's member files, a lock file that the
+// controller holds for its whole life (so that a live controller's directory is
+// never taken for a leftover), and the capture journals.
+//
+// Capture journal: while a capture runs, every captured buffer is written to a
+// journal file of its own in the working directory (raw PCM with its format,
+// volume and start time), within 0.5 s of being captured, by a thread of the
+// journal's own, never by the device's reader thread; the journal is forced to
+// stable storage at least once a second. A process killed during a capture
+// therefore loses at most the last half second, a power cut at most the last
+// two; LxAudioRecovery gives the audio back. When the capture ends, its journal
+// stays until a save commits the recording: by default the next successful
+// WriteTo (either form) does, or the host calls CommitRecordings itself.
+//
+// Disk space: before a capture starts and while it runs, the free space where
+// the journal and the store are written is watched. A capture is refused when
+// less than about ten seconds of it would fit (beyond the reserve, see
+// SetCaptureDiskReserve), and a running capture ends itself when that is all
+// that is left, or when its journal cannot be written: as StopCapture would,
+// keeping everything captured, and telling the host through its capture
+// callback (kind 39, kLxCallBackCaptureEnded, with the clip's ID).
 class LXAUDIOCORE_API LxAudioController {
 public:
-    // Makes the temporary directory and the store, and starts the stop handler.
+    // Makes the working directory in the system's temporary directory and the
+    // store, and starts the stop handler. The destructor deletes the directory
+    // with everything in it, uncommitted journals included.
     LxAudioController();
+    // The same, with the working directory made inside parentDirectory (created
+    // when missing), where a host keeps its leftovers to recover (see
+    // LxAudioRecovery). The destructor keeps the directory, with the journals
+    // of recordings that no save committed (and nothing else), when there are
+    // any; otherwise it deletes it. Throws LxLCException ("kLxErrorInternal")
+    // when the directory cannot be made.
+    explicit LxAudioController(const LxFile& parentDirectory);
     // Stops the stop handler and every playback, deletes the store and the
     // temporary directory with all its files. A capture must have been stopped
     // or cancelled before.
@@ -124,7 +159,30 @@ public:
     // recorded (or there was no capture).
     int StopCapture();
     // Ends the capture without telling the result (a recording is still stored).
+    // After a capture ended itself (kind 39), the next StopCapture returns that
+    // capture's clip ID, once.
     void CancelCapture();
+    // Whether a capture is running.
+    bool IsCapturing();
+    // Bytes of the disk that a capture leaves free (default 0): a host that
+    // needs room to save after recording reserves it here. Watched from the
+    // next StartCapture on.
+    void SetCaptureDiskReserve(int64_t bytes);
+    // How many seconds of capture still fit on the disk beyond the reserve at
+    // the rate the running capture writes; -1 when no capture runs or the free
+    // space cannot be told.
+    double GetCaptureSecondsOfDiskLeft();
+
+    // --- recordings not yet committed by a save ------------------------------------
+    // Deletes the journals of every capture that has ended: the host's saved
+    // project now holds their recordings.
+    void CommitRecordings();
+    // Whether a successful WriteTo commits the recordings (default true). A
+    // host whose save goes on after WriteTo (a rename, a sync) turns this off
+    // and calls CommitRecordings once the save is safe.
+    void SetCommitRecordingsOnSave(bool commit);
+    // Ended captures whose journals no save has committed yet.
+    int GetUncommittedRecordingCount();
 
     // --- playback ----------------------------------------------------------------
     // Plays the stored clip clipID, frames startFrame (1-based) to endFrame
@@ -151,11 +209,19 @@ public:
     LxAudioFile* GetAudioFile() const { return audioFile.get(); }
     const LxFile& GetTemporaryDirectory() const { return temporaryDirectory; }
 
+    // Called on the stop handler's thread when a capture journal asks for its
+    // capture to end (message 16); generation names the capture.
+    void HandleCaptureEndRequest(int generation);
+
 private:
+    void Construct(const LxFile* parentDirectory);
     void CreateSharedAudioData();
     void DestroySharedAudioData();
     // StopCapture and CancelCapture.
     int EndCapture();
+    size_t EndedJournalCount();
+    // Deletes the journals of the first count ended captures.
+    void CommitJournals(size_t count);
     void StartPlayBack(int key, std::unique_ptr<LxAudioClip> ownedClip, ILxAudioPlaybackClip& clip, int startFrame,
                        int endFrame, LxCallBackFunction callback, void* context);
 
@@ -166,6 +232,23 @@ private:
     LxAudioPlaybackStopHandler stopHandler;
     LxFile temporaryDirectory;
     LxRecursiveMutex lock;
+
+    // Beside the members above: the working directory's lock, the capture's
+    // journal and the deque between the journal and the consumer (the device
+    // feeds the shared audio data, which the journal thread drains).
+    std::unique_ptr<LxFileLock> workingLock;
+    bool keepUncommittedRecordings = false;
+    LxRecursiveMutex captureLock;
+    std::unique_ptr<LxAudioCaptureJournal> captureJournal;
+    std::unique_ptr<LxSharedDeque<LxAudioCaptureData*>> consumerAudioData;
+    LxCallBackFunction captureCallback = nullptr;
+    void* captureContext = nullptr;
+    int captureGeneration = 0;
+    int endedItselfClipID = -1;
+    int64_t captureDiskReserve = 0;
+    int journalCount = 0;
+    std::vector<LxFile> endedJournals;
+    bool commitOnSave = true;
 };
 
 // The stop request for callers that hold only a context pointer; does nothing

@@ -39,6 +39,7 @@
 #include "LxAudioCaptureConsumerBase.h"
 #include "LxAudioCaptureConsumer.h"
 #include "LxAudioController.h"
+#include "LxAudioRecovery.h"
 #include "LxAudioDeviceMap.h"
 #include "LxAudioDeviceVolume.h"
 #include "LxShortAudioPlayer.h"

@@ -8,6 +8,11 @@ enum LxCallBackEnum : int {
     kLxCallBackPlaybackPosition = 33,
     kLxCallBackPlaybackStopped = 36,
     kLxCallBackInputLevel = 38,
+    // The capture ended itself (the disk was about to fill up, or the capture
+    // journal could no longer be written) as StopCapture would have ended it:
+    // everything captured so far is stored. Value: the captured clip's ID, or
+    // -1 when nothing was captured. Raised once, on the controller's own thread.
+    kLxCallBackCaptureEnded = 39,
 };
 
 class LXPUBLIC_API LxCallBack {

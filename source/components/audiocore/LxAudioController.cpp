@@ -1,6 +1,10 @@
 #include "LxAudioController.h"
 
+#include <algorithm>
+#include <cstdio>
 #include "LxAudioCaptureConsumer.h"
+#include "LxAudioCaptureJournal.h"
+#include "LxAudioRecovery.h"
 #include "LxAudioCaptureDevice.h"
 #include "LxAudioFile.h"
 #include "LxAudioPlaybackSource.h"
@@ -13,26 +17,45 @@
 #include "LxWAVExporter.h"
 #include "LxPublic/LxAssert.h"
 #include "LxPublic/LxClock.h"
+#include "LxPublic/LxFileLock.h"
 #include "LxPublic/LxFileUtil.h"
 #include "LxPublic/LxLCException.h"
 #include "LxPublic/LxRecursiveLock.h"
 
 static const char* const kSourceFile = "source/components/audiocore/LxAudioController";
 
-LxAudioController::LxAudioController() {
+LxAudioController::LxAudioController() { Construct(nullptr); }
+
+LxAudioController::LxAudioController(const LxFile& parentDirectory) {
+    keepUncommittedRecordings = true;
+    Construct(&parentDirectory);
+}
+
+void LxAudioController::Construct(const LxFile* parentDirectory) {
     stopHandler.SetController(this);
-    temporaryDirectory = LxFileUtil::CreateUniqueTempDir("AudCntlr", "", true);
+    temporaryDirectory = parentDirectory == nullptr
+                             ? LxFileUtil::CreateUniqueTempDir("AudCntlr", "", true)
+                             : LxFileUtil::CreateUniquePrivateDir(*parentDirectory, "AudCntlr");
     if (temporaryDirectory.GetPath().IsEmpty()) throw LxLCException("kLxErrorInternal", kSourceFile, __LINE__);
+    // Held for the controller's whole life: a working directory whose lock is
+    // free is a leftover that recovery may take.
+    workingLock = std::make_unique<LxFileLock>();
+    if (!workingLock->TryLock(temporaryDirectory.GetChild(LxAudioRecovery::kLockFileName))) {
+        LxFileUtil::DeleteDirectory(temporaryDirectory, true);
+        throw LxLCException("kLxErrorInternal", kSourceFile, __LINE__);
+    }
     stopHandler.Start();
     audioFile = std::make_unique<LxAudioFile>(temporaryDirectory);
 }
 
 LxAudioController::~LxAudioController() {
-    // A capture the host left running would go on writing into the deque and
-    // the store destroyed below: it is cancelled first.
-    if (captureDevice) CancelCapture();
+    // The stop handler goes first, so that nothing ends the capture behind the
+    // destructor's back (a request still queued is handled before it quits).
     stopHandler.Post(LxThread::kMessageQuit, 0, 0);
     stopHandler.Join();
+    // A capture the host left running would go on writing into the deque and
+    // the store destroyed below: it is cancelled.
+    if (captureDevice) CancelCapture();
     {
         // Devices still entered are deleted, in ascending key order, without
         // being stopped (no kind 36 now).
@@ -42,18 +65,57 @@ LxAudioController::~LxAudioController() {
     }
     audioFile.reset();
     DestroySharedAudioData();
+    if (keepUncommittedRecordings && !endedJournals.empty()) {
+        // The store's files went with the store; what stays is the journals of
+        // the recordings no save committed, and the lock file, now free: a
+        // leftover for LxAudioRecovery.
+        workingLock.reset();
+        return;
+    }
+    workingLock.reset();
     LxFileUtil::DeleteDirectory(temporaryDirectory, true);
 }
 
 bool LxAudioController::ReadFrom(ILxStream* in) { return in != nullptr && audioFile->ReadFrom(*in); }
 
-bool LxAudioController::WriteTo(ILxStream* out) { return out != nullptr && audioFile->WriteTo(*out); }
+bool LxAudioController::WriteTo(ILxStream* out) {
+    if (out == nullptr) return false;
+    const size_t ended = EndedJournalCount();
+    const bool saved = audioFile->WriteTo(*out);
+    if (saved && commitOnSave) CommitJournals(ended);
+    return saved;
+}
 
 bool LxAudioController::ReadFrom(const LxFile& directory) { return audioFile->ReadFrom(directory); }
 
 bool LxAudioController::WriteTo(const LxFile& directory, bool incremental, LxZipUpdateInfo* info) {
-    return audioFile->WriteTo(directory, incremental, info);
+    const size_t ended = EndedJournalCount();
+    const bool saved = audioFile->WriteTo(directory, incremental, info);
+    if (saved && commitOnSave) CommitJournals(ended);
+    return saved;
 }
+
+size_t LxAudioController::EndedJournalCount() {
+    LxRecursiveLock guard(captureLock);
+    return endedJournals.size();
+}
+
+void LxAudioController::CommitJournals(size_t count) {
+    // Only the recordings that had ended when the save began are in it.
+    LxRecursiveLock guard(captureLock);
+    count = std::min(count, endedJournals.size());
+    for (size_t i = 0; i < count; ++i) endedJournals[i].Delete();
+    endedJournals.erase(endedJournals.begin(), endedJournals.begin() + static_cast<std::ptrdiff_t>(count));
+}
+
+void LxAudioController::CommitRecordings() { CommitJournals(EndedJournalCount()); }
+
+void LxAudioController::SetCommitRecordingsOnSave(bool commit) {
+    LxRecursiveLock guard(captureLock);
+    commitOnSave = commit;
+}
+
+int LxAudioController::GetUncommittedRecordingCount() { return static_cast<int>(EndedJournalCount()); }
 
 void LxAudioController::AppendAudioFileFrom(LxAudioController& other, std::map<int, int>& idMap) {
     audioFile->AppendAudioFileFrom(*other.audioFile, idMap);
@@ -165,33 +227,62 @@ LxMP3Exporter* LxAudioController::GetMP3Exporter(int, int, int, LxCallBackFuncti
 
 void LxAudioController::CreateSharedAudioData() {
     if (!sharedAudioData) sharedAudioData = std::make_unique<LxSharedDeque<LxAudioCaptureData*>>();
+    if (!consumerAudioData) consumerAudioData = std::make_unique<LxSharedDeque<LxAudioCaptureData*>>();
 }
 
 void LxAudioController::DestroySharedAudioData() {
+    // Items nobody took (a consumer that ended early leaves some) go with the deques.
+    if (consumerAudioData) {
+        for (LxAudioCaptureData* item : consumerAudioData->queue) delete item;
+        consumerAudioData.reset();
+    }
     if (!sharedAudioData) return;
-    // Items nobody took (a consumer that ended early leaves some) go with it.
     for (LxAudioCaptureData* item : sharedAudioData->queue) delete item;
     sharedAudioData.reset();
 }
 
 bool LxAudioController::StartCapture(const int& deviceID, float volume, bool preserve, LxCallBackFunction callback,
                                      void* context, LxAudioCaptureConsumerBase* consumer) {
+    LxRecursiveLock guard(captureLock);
+    endedItselfClipID = -1;
     CreateSharedAudioData();
+    // The device feeds the shared deque; the journal thread writes every item
+    // to the journal and passes it on to the consumer's deque.
+    const int generation = ++captureGeneration;
+    auto journal = std::make_unique<LxAudioCaptureJournal>(*sharedAudioData, *consumerAudioData, [this, generation] {
+        stopHandler.Post(LxAudioPlaybackStopHandler::kMessageEndCapture, generation, 0);
+    });
+    char name[32];
+    std::snprintf(name, sizeof name, "capture-%06d", ++journalCount);
+    LxString journalName(name);
+    journalName += LxAudioCaptureJournalFile::kSuffix;
+    if (!journal->Open(temporaryDirectory.GetChild(journalName), temporaryDirectory, captureDiskReserve)) {
+        DestroySharedAudioData();
+        return false;
+    }
+    journal->Start();
     // A device still held is replaced, not stopped: the host stops a capture
     // before it starts another.
     (void)captureDevice.release();
     captureDevice = std::make_unique<WLxAudioCaptureDeviceMMIO>(*sharedAudioData);
     if (!captureDevice->Start(deviceID, volume, preserve, callback, context)) {
+        // Nothing was captured: the journal ends and goes.
+        sharedAudioData->PushBack(new LxAudioCaptureData(nullptr, 0, 1.0f, LxGetTickCountSinceAppStartTimeNS100()));
+        journal->Join();
+        journal->Discard();
         DestroySharedAudioData();
         return false;
     }
+    captureJournal = std::move(journal);
+    captureCallback = callback;
+    captureContext = context;
     if (consumer != nullptr) {
         captureDevice->SetConsumer(consumer, false);
     } else {
         captureDevice->SetConsumer(new LxAudioCaptureConsumer(), true);
     }
     LxAudioCaptureConsumerBase* taker = captureDevice->GetConsumer();
-    taker->Initialize(*this, *sharedAudioData, callback, context);
+    taker->Initialize(*this, *consumerAudioData, callback, context);
     taker->Start();
     return true;
 }
@@ -216,22 +307,75 @@ int LxAudioController::StopCapture() { return EndCapture(); }
 
 void LxAudioController::CancelCapture() { EndCapture(); }
 
+bool LxAudioController::IsCapturing() {
+    LxRecursiveLock guard(captureLock);
+    return captureDevice != nullptr && captureJournal != nullptr;
+}
+
+void LxAudioController::SetCaptureDiskReserve(int64_t bytes) {
+    LxRecursiveLock guard(captureLock);
+    captureDiskReserve = bytes > 0 ? bytes : 0;
+}
+
+double LxAudioController::GetCaptureSecondsOfDiskLeft() {
+    LxRecursiveLock guard(captureLock);
+    return captureJournal ? captureJournal->GetSecondsOfDiskLeft() : -1.0;
+}
+
 int LxAudioController::EndCapture() {
-    if (!captureDevice) return -1;
+    LxRecursiveLock guard(captureLock);
+    if (!captureDevice) {
+        // A capture that ended itself tells its clip once.
+        int clipID = endedItselfClipID;
+        endedItselfClipID = -1;
+        return clipID;
+    }
     // After Stop the reader thread has ended, so the terminal item is the last one.
     captureDevice->Stop();
     int clipID = -1;
-    if (LxAudioCaptureConsumerBase* consumer = captureDevice->GetConsumer()) {
-        if (sharedAudioData && consumer->IsStarted()) {
-            sharedAudioData->PushBack(
-                new LxAudioCaptureData(nullptr, 0, captureDevice->GetVolume(), LxGetTickCountSinceAppStartTimeNS100()));
-            consumer->Join();
+    LxAudioCaptureConsumerBase* consumer = captureDevice->GetConsumer();
+    if (sharedAudioData) {
+        sharedAudioData->PushBack(
+            new LxAudioCaptureData(nullptr, 0, captureDevice->GetVolume(), LxGetTickCountSinceAppStartTimeNS100()));
+        // The journal thread hands everything, the terminal item last, to the consumer.
+        if (captureJournal) captureJournal->Join();
+        if (consumer != nullptr && consumer->IsStarted()) consumer->Join();
+    }
+    if (consumer != nullptr) clipID = consumer->GetCapturedClipID();
+    if (captureJournal) {
+        if (captureJournal->GetRecoverableBytes() > 0) {
+            // Kept until a save commits the recording.
+            captureJournal->Finish(clipID);
+            endedJournals.push_back(captureJournal->GetFile());
+        } else {
+            captureJournal->Discard();
         }
-        clipID = consumer->GetCapturedClipID();
+        captureJournal.reset();
     }
     captureDevice.reset();
     DestroySharedAudioData();
+    captureCallback = nullptr;
+    captureContext = nullptr;
     return clipID;
+}
+
+void LxAudioController::HandleCaptureEndRequest(int generation) {
+    LxCallBackFunction callback = nullptr;
+    void* context = nullptr;
+    int clipID = -1;
+    {
+        LxRecursiveLock guard(captureLock);
+        // The capture that asked may have been stopped (and another started) since.
+        if (!captureDevice || !captureJournal || generation != captureGeneration) return;
+        callback = captureCallback;
+        context = captureContext;
+        clipID = EndCapture();
+        endedItselfClipID = clipID;
+    }
+    if (callback != nullptr) {
+        LxCallBack ended(kLxCallBackCaptureEnded, static_cast<float>(clipID));
+        callback(ended, context);
+    }
 }
 
 // --- playback --------------------------------------------------------------------

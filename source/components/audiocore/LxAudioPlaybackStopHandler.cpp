@@ -7,5 +7,9 @@ void LxAudioPlaybackStopHandler::HandleMessage(const LxThreadMessage& message) {
         controller->StopPlayBack(static_cast<int>(message.param1));
         return;
     }
+    if (message.code == kMessageEndCapture && controller != nullptr) {
+        controller->HandleCaptureEndRequest(static_cast<int>(message.param1));
+        return;
+    }
     LxThread::HandleMessage(message);
 }
