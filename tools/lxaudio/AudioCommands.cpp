@@ -12,6 +12,7 @@
 #include "LxCliCommands.h"
 #include "LxCliEditor.h"
 #include "LxCliFailure.h"
+#include "LxCliFileSystem.h"
 #include "LxCliProgressBar.h"
 #include "LxCliProject.h"
 #include "LxCliUnits.h"
@@ -121,23 +122,6 @@ std::unique_ptr<LxWAVExporter> MakeExporter(LxAudioController& controller, int c
     return exporter;
 }
 
-void RunExport(const LxCliGlobal& global, LxWAVExporter& exporter, ILxAudioPlaybackClip& clip,
-               const std::string& output) {
-    size_t mark = global.log->Mark();
-    int result = LxAudioExporter::kExportFailed;
-    {
-        LxCliProgressBar bar("export " + FileName(output), global.quiet);
-        exporter.SetProgressCallBack(&bar);
-        result = exporter.Export(clip, 1, -1, LxFile(LxString(output)));
-        exporter.SetProgressCallBack(nullptr);
-    }
-    if (result == LxAudioExporter::kExportCancelled) throw LxCliFailure("export cancelled", output, "");
-    if (result != LxAudioExporter::kExportDone) {
-        std::string why = global.log->Summary(mark);
-        throw LxCliFailure("cannot export to", output, why.empty() ? "writing failed" : why);
-    }
-}
-
 // Page thumbnails describe the stored audio; a clip plays its ranges with
 // their own gains (gain and normalize edits). Scale every point by the gain of
 // the range that holds its first frame, so that the picture shows the levels
@@ -164,6 +148,27 @@ void ApplyRangeGains(const LxAudioClip& clip, std::vector<uint32_t>& points) {
 }  // namespace
 
 namespace LxCliCommands {
+
+void WriteWav(const LxCliGlobal& global, LxWAVExporter& exporter, ILxAudioPlaybackClip& clip,
+              const std::string& output) {
+    // Written as a part file and renamed when whole (see LxCliOutputFile).
+    LxCliOutputFile file(output);
+    size_t mark = global.log->Mark();
+    int result = LxAudioExporter::kExportFailed;
+    {
+        LxCliProgressBar bar("export " + FileName(output), global.quiet);
+        exporter.SetProgressCallBack(&bar);
+        result = exporter.Export(clip, 1, -1, LxFile(LxString(file.PartPath())));
+        exporter.SetProgressCallBack(nullptr);
+    }
+    if (result == LxAudioExporter::kExportCancelled) throw LxCliFailure("export cancelled", output, "");
+    if (result != LxAudioExporter::kExportDone) {
+        std::string why = global.log->Summary(mark);
+        throw LxCliFailure("cannot export to", output, why.empty() ? "writing failed" : why);
+    }
+    std::string why;
+    if (!file.Commit(why)) throw LxCliFailure("cannot export to", output, why);
+}
 
 int Import(const LxCliGlobal& global, const std::string& path, const LxCliImportOptions& options) {
     if (options.files.empty())
@@ -276,7 +281,7 @@ int Mix(const LxCliGlobal& global, const std::string& path, const LxCliMixOption
         throw LxCliFailure("cannot mix into", options.output, global.log->Summary(mark));
     const int channels = stream.GetNumberOfOutputChannels();
     auto exporter = MakeExporter(controller, channels, options.rate, options.bits, options.output);
-    RunExport(global, *exporter, stream, options.output);
+    WriteWav(global, *exporter, stream, options.output);
     std::printf("mixed %zu clips into %s: %s, %s, %d Hz, %d-bit\n", entries.size(), options.output.c_str(),
                 LxCliUnits::Seconds(stream.WorthInFrames()).c_str(), ChannelsName(channels).c_str(), options.rate,
                 options.bits);
@@ -289,7 +294,7 @@ int Export(const LxCliGlobal& global, const std::string& path, const LxCliExport
     auto clip = project.LoadClip(options.clipID);
     const int channels = options.channels > 0 ? options.channels : clip->GetMaximumNumberOfChannels();
     auto exporter = MakeExporter(project.Controller(), channels, options.rate, options.bits, options.output);
-    RunExport(global, *exporter, *clip, options.output);
+    WriteWav(global, *exporter, *clip, options.output);
     std::printf("exported clip %d to %s: %lld frames, %s, %d Hz, %d-bit\n", options.clipID, options.output.c_str(),
                 static_cast<long long>(exporter->GetFramesWritten()), ChannelsName(channels).c_str(), options.rate,
                 options.bits);
@@ -310,8 +315,10 @@ int Waveform(const LxCliGlobal& global, const std::string& path, const LxCliWave
     ApplyRangeGains(*clip, points);
     LxCliWaveformImage image(options.width, options.height);
     image.Draw(points);
+    LxCliOutputFile file(options.output);
     std::string why;
-    if (!image.WritePng(options.output, why)) throw LxCliFailure("cannot write picture", options.output, why);
+    if (!image.WritePng(file.PartPath(), why) || !file.Commit(why))
+        throw LxCliFailure("cannot write picture", options.output, why);
     std::printf("drew clip %d (%s, %d points) into %s (%d x %d)\n", options.clipID,
                 LxCliUnits::Seconds(clip->WorthInFrames()).c_str(), count, options.output.c_str(), options.width,
                 options.height);

@@ -14,9 +14,11 @@
 #include "LxCliCommands.h"
 #include "LxCliDeviceSession.h"
 #include "LxCliFailure.h"
+#include "LxCliFileSystem.h"
 #include "LxCliInterrupt.h"
 #include "LxCliJsonWriter.h"
 #include "LxCliProject.h"
+#include "LxCliSimulatedInput.h"
 #include "LxCliUnits.h"
 #ifdef _WIN32
 #include <io.h>
@@ -33,6 +35,24 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr auto kTick = std::chrono::milliseconds(100);
+
+// What a capture writes: 16-bit mono at 44100 Hz.
+constexpr double kCaptureBytesPerSecond = 88200.0;
+// Room kept beyond the project's size for its save (the store's records and
+// the file system's own blocks).
+constexpr int64_t kSaveMargin = 1 << 20;
+// A recording stops while this many seconds of it could still be saved; the
+// level meter warns below a minute.
+constexpr double kStopBelowSeconds = 2.0;
+constexpr double kWarnBelowSeconds = 60.0;
+// The engine refuses to start a capture with less than about ten seconds of room.
+constexpr double kRefuseBelowSeconds = 10.0;
+
+std::string Bytes(int64_t bytes) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f MiB", static_cast<double>(bytes) / (1024.0 * 1024.0));
+    return text;
+}
 
 // Waits one tick; true when the user pressed Enter. stdin at its end (a file,
 // /dev/null) stops being watched.
@@ -112,14 +132,30 @@ int Devices(const LxCliGlobal&, bool json) {
 int Record(const LxCliGlobal& global, const std::string& path, const LxCliRecordOptions& options) {
     LxCliProject project(*global.log);
     project.Open(path, LxCliProject::Access::kWrite);
+    // The journals of a recording live in the project's working folder; without
+    // it the folder cannot be written, and the recording could not be saved.
+    if (!project.HasWorkingFolder())
+        throw LxCliFailure("cannot record into project", path,
+                           "its folder cannot be written, so the recording could be neither kept nor saved");
     LxAudioController& controller = project.Controller();
     const int device = options.device < 0 ? 0 : options.device;
+    LxCliSimulatedInput::Feed(*global.log);
+    const std::string folder = LxCliFileSystem::FolderOf(path);
+    const LxFile folderFile{LxString(folder)};
+    // Room for the save: the new project is written beside the old one, so the
+    // capture leaves the old project's size and a margin free; the recording's
+    // own share of the save is watched below, as it grows.
+    const int64_t reserve = LxCliFileSystem::SizeOnDisk(path) + kSaveMargin;
+    controller.SetCaptureDiskReserve(reserve);
     LxCliDeviceSession session(controller);
     const int target = options.seconds > 0 ? static_cast<int>(std::ceil(options.seconds * 10 - 1e-9)) : 0;
     size_t mark = global.log->Mark();
     if (!session.StartCapture(device, options.volume, target)) {
         session.StopCapture();
         std::string why = global.log->Summary(mark);
+        const int64_t free = LxFileUtil::GetAvailableDiskSpace(folderFile);
+        if (free >= 0 && free < reserve + kRefuseBelowSeconds * kCaptureBytesPerSecond)
+            why = "the disk is nearly full (" + Bytes(free) + " free, and the save needs " + Bytes(reserve) + ")";
         throw LxCliFailure("cannot record from capture device " + std::to_string(device), "",
                            why.empty() ? "the device did not start (see lxaudio devices)" : why);
     }
@@ -132,7 +168,8 @@ int Record(const LxCliGlobal& global, const std::string& path, const LxCliRecord
                                      : "");
     const auto start = Clock::now();
     int reportedSecond = 0;
-    const char* why = "stopped";
+    std::string why = "stopped";
+    std::string endedItself;  // why the capture ended before it was asked to
     for (;;) {
         if (LxCliInterrupt::Requested()) {
             why = "interrupted";
@@ -141,28 +178,82 @@ int Record(const LxCliGlobal& global, const std::string& path, const LxCliRecord
         if (EnterPressed(watchStdin)) break;
         double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
         double captured = session.CapturedBuffers() * 0.1;  // one report per 100 ms buffer
+        const int64_t free = LxFileUtil::GetAvailableDiskSpace(folderFile);
+        if (session.EndedItself() || !controller.IsCapturing()) {
+            // The engine tells why on its own thread, just after the capture ended.
+            for (int i = 0; i < 10 && !session.EndedItself(); ++i) std::this_thread::sleep_for(kTick / 2);
+            if (free >= 0 && free < reserve + kWarnBelowSeconds * kCaptureBytesPerSecond) {
+                endedItself = "the disk is nearly full (" + Bytes(free) + " left)";
+            } else {
+                endedItself = session.EndedItself() ? "its journal could not be written to disk"
+                                                    : "the capture device stopped";
+            }
+            break;
+        }
+        // Seconds of recording that can still be saved: every second captured
+        // takes two seconds' worth now (journal and store) and one more in the
+        // new project, beside what is captured so far.
+        double left = -1;
+        if (free >= 0) {
+            const double capturedBytes = captured * kCaptureBytesPerSecond;
+            left = (static_cast<double>(free - reserve) - capturedBytes) / (3.0 * kCaptureBytesPerSecond);
+            if (left < kStopBelowSeconds) {
+                endedItself = "the disk is nearly full (" + Bytes(free) + " left, and the save needs room too)";
+                break;
+            }
+        }
+        const double engineLeft = controller.GetCaptureSecondsOfDiskLeft();
+        if (engineLeft >= 0 && (left < 0 || engineLeft < left)) left = engineLeft;
+        const std::string warning =
+            left >= 0 && left < kWarnBelowSeconds
+                ? "disk full in " + std::to_string(static_cast<int>(left)) + " s"
+                : std::string();
         if (terminal && !global.quiet) {
-            std::fprintf(stderr, "\r%s  %s  captured %.1f s ", MinutesSeconds(elapsed).c_str(), Meter(session.Level()).c_str(),
-                         captured);
+            std::fprintf(stderr, "\r%s  %s  captured %.1f s %s", MinutesSeconds(elapsed).c_str(),
+                         Meter(session.Level()).c_str(), captured,
+                         warning.empty() ? "                    " : ("! " + warning + " ").c_str());
             std::fflush(stderr);
         } else if (!terminal && !global.quiet && static_cast<int>(captured) > reportedSecond) {
             reportedSecond = static_cast<int>(captured);
-            std::fprintf(stderr, "recording: %d.0 s captured, level %s\n", reportedSecond,
-                         Meter(session.Level()).c_str());
+            std::fprintf(stderr, "recording: %d.0 s captured, level %s%s\n", reportedSecond,
+                         Meter(session.Level()).c_str(), warning.empty() ? "" : (", " + warning).c_str());
         }
         // --seconds counts recorded audio (as a sound card delivers it, in real
         // time); a device that delivers nothing ends the wait a little later.
         if (session.Full() || (options.seconds > 0 && elapsed >= options.seconds + 2.0)) break;
     }
-    const int clipID = session.StopCapture();
+    int clipID = session.StopCapture();
+    if (clipID < 1 && session.EndedItself()) clipID = session.EndedClipID();
     if (terminal && !global.quiet) std::fprintf(stderr, "\n");
+    if (!endedItself.empty()) {
+        why = "stopped early: " + endedItself.substr(0, endedItself.find(" ("));
+        std::fprintf(stderr, "lxaudio: recording stopped: %s; saving what was recorded\n", endedItself.c_str());
+    }
     LxCliInterrupt::Clear();  // the save below must not be cut short
-    if (clipID < 1) throw LxCliFailure("nothing was recorded", "", "the device delivered no audio");
-    project.Save();
+    const bool kept = controller.GetUncommittedRecordingCount() > 0;
+    const std::string recover = "'lxaudio recover " + path + "' adds it to the project";
+    if (clipID < 1) {
+        if (kept)
+            throw LxCliFailure("cannot store the recording in project", path,
+                               (global.log->CountSince(mark) > 0 ? global.log->Summary(mark) + "; " : std::string()) +
+                                   "the recording is kept: " + recover);
+        throw LxCliFailure("nothing was recorded", "", "the device delivered no audio");
+    }
+    const long long frames = controller.GetClip(clipID)->WorthInFrames();
+    try {
+        project.Save();
+    } catch (const LxCliFailure& failure) {
+        if (!kept) throw;
+        // The recording's journal stays in the working folder (no save
+        // committed it): say so, on the same one line.
+        throw LxCliFailure(std::string(failure.what()) + "; the recording (" + LxCliUnits::Seconds(frames) +
+                               ") is kept: " + recover + " once it can be saved",
+                           "", "");
+    }
     auto clip = controller.GetClip(clipID);
     std::printf("recorded clip %d: %d frames (%s), %s (%s)\nsaved %s\n", clipID, clip->WorthInFrames(),
                 LxCliUnits::Seconds(clip->WorthInFrames()).c_str(),
-                clip->GetMaximumNumberOfChannels() == 2 ? "stereo" : "mono", why, project.Path().c_str());
+                clip->GetMaximumNumberOfChannels() == 2 ? "stereo" : "mono", why.c_str(), project.Path().c_str());
     return 0;
 }
 

@@ -7,7 +7,9 @@
 #include <string>
 #include <vector>
 
+class ILxAudioPlaybackClip;
 class LxCliAssertLog;
+class LxWAVExporter;
 
 // Options every command shares.
 struct LxCliGlobal {
@@ -52,6 +54,11 @@ struct LxCliPlayOptions {
     std::string to;
 };
 
+struct LxCliRecoverOptions {
+    bool list = false;       // show what is there, change nothing
+    std::string exportDir;   // write WAV files there instead, without opening the project
+};
+
 struct LxCliRecordOptions {
     double seconds = 0;  // 0: until Enter or Ctrl-C
     int device = -1;     // -1: the default device
@@ -72,5 +79,11 @@ int Waveform(const LxCliGlobal& global, const std::string& project, const LxCliW
 int Devices(const LxCliGlobal& global, bool json);
 int Record(const LxCliGlobal& global, const std::string& project, const LxCliRecordOptions& options);
 int Play(const LxCliGlobal& global, const std::string& project, const LxCliPlayOptions& options);
+int Recover(const LxCliGlobal& global, const std::string& project, const LxCliRecoverOptions& options);
+
+// Shared by the commands that write WAV files: exports clip through exporter
+// into output, which appears whole or not at all; throws LxCliFailure.
+void WriteWav(const LxCliGlobal& global, LxWAVExporter& exporter, ILxAudioPlaybackClip& clip,
+              const std::string& output);
 
 }  // namespace LxCliCommands

@@ -40,6 +40,10 @@ void LxCliDeviceSession::OnDevice(LxCallBack& callBack, void* context) {
                 self->release_.wait_for(lock, std::chrono::seconds(2), [self] { return self->released_; });
             }
             break;
+        case kLxCallBackCaptureEnded:
+            self->endedClipID_.store(static_cast<int>(callBack.GetValue()));
+            self->endedItself_.store(true);
+            break;
         case kLxCallBackPlaybackStarted: self->started_.store(true); break;
         case kLxCallBackPlaybackPosition:
             self->position_.store(static_cast<long long>(callBack.GetValue()));

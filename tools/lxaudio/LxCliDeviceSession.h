@@ -1,7 +1,8 @@
 #pragma once
 // One recording or playback of a command, as the device threads report it:
-// input level and captured buffers (kind 38), started (32), position (33) and
-// stopped (36), kept for the command's own thread to show. A recording is
+// input level and captured buffers (kind 38), a capture that ended itself
+// (39), started (32), position (33) and stopped (36), kept for the command's
+// own thread to show. A recording is
 // ended on every way out of the command (StopCapture, or CancelCapture when
 // the command fails), so that no device runs on when the controller goes.
 //
@@ -34,6 +35,10 @@ public:
     bool Started() const { return started_.load(); }
     bool Stopped() const { return stopped_.load(); }
     long long Position() const { return position_.load(); }
+    // The capture ended itself (the disk was nearly full, or its journal could
+    // not be written); its clip ID, or -1 when nothing was captured.
+    bool EndedItself() const { return endedItself_.load(); }
+    int EndedClipID() const { return endedClipID_.load(); }
 
 private:
     static void OnDevice(LxCallBack& callBack, void* context);
@@ -46,6 +51,8 @@ private:
     std::atomic<bool> started_{false};
     std::atomic<bool> stopped_{false};
     std::atomic<long long> position_{0};
+    std::atomic<bool> endedItself_{false};
+    std::atomic<int> endedClipID_{-1};
     int targetBuffers_ = 0;
     std::atomic<bool> full_{false};
     std::mutex mutex_;

@@ -8,6 +8,8 @@
 #include <system_error>
 #include "LxCliAssertLog.h"
 #include "LxCliFailure.h"
+#include "LxCliFileSystem.h"
+#include "LxCliRecordings.h"
 #include "LxCliSaveStream.h"
 #ifndef _WIN32
 #include <fcntl.h>
@@ -31,40 +33,10 @@ namespace {
 
 constexpr const char* kSavingTag = ".saving-";
 
-int ProcessID() {
-#ifdef _WIN32
-    return static_cast<int>(GetCurrentProcessId());
-#else
-    return static_cast<int>(::getpid());
-#endif
-}
+using LxCliFileSystem::ProcessID;
+using LxCliFileSystem::ProcessIsAlive;
 
-bool ProcessIsAlive(int pid) {
-#ifdef _WIN32
-    if (pid <= 0) return false;
-    HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, static_cast<DWORD>(pid));
-    // A process that may not be opened still exists.
-    if (process == nullptr) return GetLastError() == ERROR_ACCESS_DENIED;
-    bool alive = WaitForSingleObject(process, 0) == WAIT_TIMEOUT;
-    CloseHandle(process);
-    return alive;
-#else
-    return pid > 0 && (::kill(pid, 0) == 0 || errno == EPERM);
-#endif
-}
-
-// Makes a rename (or a new file) in directory survive a power cut.
-void SyncDirectory(const fs::path& directory) {
-#ifndef _WIN32
-    int fd = ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY);
-    if (fd >= 0) {
-        ::fsync(fd);
-        ::close(fd);
-    }
-#else
-    (void)directory;
-#endif
-}
+void SyncDirectory(const fs::path& directory) { LxCliFileSystem::SyncDirectory(directory.string()); }
 
 // Swaps two directories in one step where the system can; false when it cannot
 // (the caller then falls back to two renames).
@@ -82,12 +54,57 @@ std::string Why(const std::error_code& error) { return error ? error.message() :
 
 }  // namespace
 
-LxCliProject::LxCliProject(LxCliAssertLog& log) : log_(log), controller_(std::make_unique<LxAudioController>()) {}
+LxCliProject::LxCliProject(LxCliAssertLog& log) : log_(log) {}
 
 LxCliProject::~LxCliProject() {
-    // The controller (and any device it runs) goes before the lock.
+    // The controller (and any device it runs) goes before the lock. It deletes
+    // its working directory, or keeps it with recordings no save committed.
     controller_.reset();
+    if (inWorkingFolder_) {
+        // The folder goes when nothing is left in it (remove takes only an
+        // empty folder; another command's directory keeps it).
+        std::error_code ignored;
+        fs::remove(fs::path(WorkingFolder(path_)), ignored);
+    }
     Unlock();
+}
+
+std::string LxCliProject::WorkingFolder(const std::string& projectPath) {
+    fs::path p = fs::path(projectPath);
+    if (!p.has_filename()) p = p.parent_path();  // "talk/" names the folder project "talk"
+    return (p.parent_path() / ("." + p.filename().string() + ".work")).string();
+}
+
+void LxCliProject::MakeController() {
+    const std::string folder = WorkingFolder(path_);
+    try {
+        controller_ = std::make_unique<LxAudioController>(LxFile(LxString(folder)));
+        inWorkingFolder_ = true;
+    } catch (const std::exception&) {
+        // A folder that cannot be written: a reader still works from the
+        // system's temporary folder (record refuses, its save could not succeed).
+        controller_ = std::make_unique<LxAudioController>();
+        inWorkingFolder_ = false;
+    }
+    // A save is safe only once the new project has taken its name: Save
+    // commits the recordings itself then.
+    controller_->SetCommitRecordingsOnSave(false);
+}
+
+void LxCliProject::RemoveLeftovers() {
+    RemoveStaleTemporaries();
+    LxCliFileSystem::RemoveStalePartFiles(LxCliFileSystem::FolderOf(path_));
+    interrupted_.clear();
+    for (LxAudioLeftover& leftover : LxAudioRecovery::FindLeftovers(LxFile(LxString(WorkingFolder(path_))))) {
+        if (LxCliRecordings::NeedsRecovery(leftover)) {
+            interrupted_.push_back(std::move(leftover));
+        } else if (access_ == Access::kWrite) {
+            // Nothing in it that the project lacks. Only a command that holds
+            // the project alone deletes it: then no other command of this
+            // project can be making its own working directory in there.
+            LxAudioRecovery::DeleteLeftover(leftover);
+        }
+    }
 }
 
 void LxCliProject::Lock() {
@@ -161,15 +178,17 @@ std::string LxCliProject::ParkingPath() const {
 void LxCliProject::Create(const std::string& path, Form form) {
     path_ = path;
     form_ = form;
+    access_ = Access::kWrite;
     std::error_code error;
     if (fs::exists(fs::path(path), error)) throw LxCliFailure("cannot create project", path, "it already exists");
     fs::path parent = fs::path(path).parent_path();
     if (!parent.empty() && !fs::is_directory(parent, error))
         throw LxCliFailure("cannot create project", path, "its folder does not exist");
+    MakeController();
     Save();
 }
 
-void LxCliProject::Open(const std::string& path, Access access) {
+void LxCliProject::Open(const std::string& path, Access access, bool announce) {
     path_ = path;
     access_ = access;
     std::error_code error;
@@ -185,6 +204,10 @@ void LxCliProject::Open(const std::string& path, Access access) {
         }
     }
     Lock();
+    RemoveLeftovers();
+    if (announce && !interrupted_.empty())
+        std::fprintf(stderr, "lxaudio: %s\n", LxCliRecordings::Notice(path_, interrupted_).c_str());
+    MakeController();
     size_t mark = log_.Mark();
     bool loaded = false;
     if (fs::is_directory(p, error)) {
@@ -281,6 +304,7 @@ void LxCliProject::SaveAsFile() {
     }
     if (!temporaryFile.RenameTo(LxFile(LxString(path_)))) fail("the new file could not replace the old one");
     SyncDirectory(fs::path(path_).parent_path());
+    controller_->CommitRecordings();
 }
 
 void LxCliProject::SaveAsDirectory() {
@@ -328,6 +352,7 @@ void LxCliProject::SaveAsDirectory() {
         fs::remove_all(parking, error);
     }
     SyncDirectory(target.parent_path());
+    controller_->CommitRecordings();
 }
 
 void LxCliProject::RemoveStaleTemporaries() const {

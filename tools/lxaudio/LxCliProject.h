@@ -5,9 +5,21 @@
 // place: the new state is written next to it, forced to disk, and only then
 // renamed over the old one, so a crash, a kill or a full disk at any moment
 // leaves either the old project or the new one, never a mixture.
+//
+// The controller works in a hidden folder beside the project, ".NAME.work/"
+// (on the project's own file system, never in the system's temporary folder):
+// each command's controller makes its working directory in there, and the
+// capture journals of a recording live in it until a save has put the
+// recording in the project. What a killed or failed command leaves in there is
+// a leftover: with recordings, `lxaudio recover` adds them to the project;
+// without, it holds nothing the project lacks and the next command that
+// changes the project deletes it. Only when that folder cannot be made (a
+// read-only folder) does the controller work in the system's temporary folder.
 #include <memory>
 #include <string>
+#include <vector>
 #include "LxAudioCore.h"
+#include "LxAudioRecovery.h"
 
 class LxCliAssertLog;
 
@@ -30,9 +42,20 @@ public:
     void Create(const std::string& path, Form form);
     // Loads an existing project (the form is what is found on disk) and checks
     // that every clip it lists can be read. Fails with a clear message otherwise.
-    void Open(const std::string& path, Access access);
-    // Writes the project atomically (see above).
+    // Before it loads, it removes what killed commands left beside the project
+    // (see RemoveLeftovers) and, unless announce is false, prints one line on
+    // stderr when interrupted recordings wait to be recovered.
+    void Open(const std::string& path, Access access, bool announce = true);
+    // Writes the project atomically (see above); once the new project is in
+    // place, the recordings it holds are committed (their journals go).
     void Save();
+
+    // The hidden folder beside a project where its controllers work.
+    static std::string WorkingFolder(const std::string& projectPath);
+    // False when the controller had to work in the system's temporary folder.
+    bool HasWorkingFolder() const { return inWorkingFolder_; }
+    // Leftovers with recordings to recover, as found when the project was opened.
+    const std::vector<LxAudioLeftover>& Interrupted() const { return interrupted_; }
 
     LxAudioController& Controller() { return *controller_; }
     const std::string& Path() const { return path_; }
@@ -43,6 +66,11 @@ public:
     bool HasClip(int clipID);
 
 private:
+    void MakeController();
+    // Part files of dead writers in the project's folder, saves of dead
+    // processes, and (when the project is held alone) leftover working
+    // directories without recordings.
+    void RemoveLeftovers();
     void SaveAsFile();
     void SaveAsDirectory();
     void Verify();
@@ -60,4 +88,6 @@ private:
     Form form_ = Form::kFile;
     Access access_ = Access::kRead;
     int lockHandle_ = -1;
+    bool inWorkingFolder_ = false;
+    std::vector<LxAudioLeftover> interrupted_;
 };

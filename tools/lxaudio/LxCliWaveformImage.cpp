@@ -3,7 +3,6 @@
 #include <png.h>
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
 
 LxCliWaveformImage::LxCliWaveformImage(int width, int height)
     : width_(width), height_(height), pixels_(static_cast<size_t>(width) * static_cast<size_t>(height) * 3) {}
@@ -44,22 +43,14 @@ void LxCliWaveformImage::Draw(const std::vector<uint32_t>& points) {
 }
 
 bool LxCliWaveformImage::WritePng(const std::string& path, std::string& why) const {
-    const std::string temporary = path + ".part";
     png_image image{};
     image.version = PNG_IMAGE_VERSION;
     image.width = static_cast<png_uint_32>(width_);
     image.height = static_cast<png_uint_32>(height_);
     image.format = PNG_FORMAT_RGB;
-    if (!png_image_write_to_file(&image, temporary.c_str(), 0, pixels_.data(), width_ * 3, nullptr)) {
+    if (!png_image_write_to_file(&image, path.c_str(), 0, pixels_.data(), width_ * 3, nullptr)) {
         why = image.message[0] ? image.message : "libpng could not write the file";
-        std::remove(temporary.c_str());
-        return false;
-    }
-    std::error_code error;
-    std::filesystem::rename(temporary, path, error);
-    if (error) {
-        why = error.message();
-        std::remove(temporary.c_str());
+        std::remove(path.c_str());
         return false;
     }
     return true;

@@ -18,7 +18,7 @@ public:
 
     // points: the thumbnail, low 16 bits the minimum, high 16 bits the maximum.
     void Draw(const std::vector<uint32_t>& points);
-    // Writes the PNG next to path and renames it into place; false (with why) on failure.
+    // Writes the PNG to path; false (with why) on failure.
     bool WritePng(const std::string& path, std::string& why) const;
 
     // Row of a sample value: 32767 at the top row, -32768 at the bottom row.

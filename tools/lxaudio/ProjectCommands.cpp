@@ -10,6 +10,7 @@
 #include "LxCliJsonWriter.h"
 #include "LxCliProgressBar.h"
 #include "LxCliProject.h"
+#include "LxCliRecordings.h"
 #include "LxCliUnits.h"
 
 namespace fs = std::filesystem;
@@ -137,6 +138,23 @@ int Info(const LxCliGlobal& global, const std::string& path, bool json) {
             out.EndObject();
         }
         out.EndArray();
+        // Recordings that interrupted commands left beside the project (see recover).
+        out.Key("interruptedRecordings").BeginArray();
+        for (const LxAudioLeftover& leftover : project.Interrupted()) {
+            for (const LxAudioInterruptedRecording& recording : leftover.recordings) {
+                if (!LxCliRecordings::HasAudio(recording) && recording.readable) continue;
+                out.BeginObject();
+                out.Key("startTimeMS").Int(recording.startTimeMS);
+                out.Key("started").String(LxCliRecordings::LocalTime(recording.startTimeMS));
+                out.Key("frames").Int(recording.frames);
+                out.Key("seconds").Double(static_cast<double>(recording.frames) / 44100.0, 3);
+                out.Key("channels").Int(recording.channels);
+                out.Key("ended").Bool(recording.ended);
+                out.Key("readable").Bool(recording.readable);
+                out.EndObject();
+            }
+        }
+        out.EndArray();
         out.EndObject();
         std::fputs(out.Text().c_str(), stdout);
         return 0;
@@ -159,6 +177,17 @@ int Info(const LxCliGlobal& global, const std::string& path, bool json) {
         std::printf("  %5d %10d %11s %3d %6zu  %s\n", id, clip->WorthInFrames(), LxCliUnits::Seconds(clip->WorthInFrames()).c_str(),
                     clip->GetMaximumNumberOfChannels(), clip->GetPageRanges().size(),
                     clip->IsSilent() ? "yes" : "no");
+    }
+    if (!project.Interrupted().empty()) {
+        std::printf("interrupted recordings, not in the project ('lxaudio recover %s' adds them)\n", path.c_str());
+        std::printf("  %-19s %11s  %s\n", "recorded", "length", "state");
+        for (const LxAudioLeftover& leftover : project.Interrupted()) {
+            for (const LxAudioInterruptedRecording& recording : leftover.recordings) {
+                if (!LxCliRecordings::HasAudio(recording) && recording.readable) continue;
+                std::printf("  %-19s %11s  %s\n", LxCliRecordings::LocalTime(recording.startTimeMS).c_str(),
+                            LxCliUnits::Seconds(recording.frames).c_str(), LxCliRecordings::State(recording).c_str());
+            }
+        }
     }
     return 0;
 }

@@ -166,6 +166,19 @@ int main(int argc, char** argv) {
     cmdRecord->add_option("--volume", record.volume, "Input volume, 0 to 1 (default: leave it as it is)")->check(CLI::Range(0.0, 1.0));
     cmdRecord->callback([&] { run = [&] { return LxCliCommands::Record(global, project, record); }; });
 
+    LxCliRecoverOptions recover;
+    auto* cmdRecover = app.add_subcommand(
+        "recover", "Add the recordings that a killed or failed command left behind to the project as new clips");
+    cmdRecover->footer(
+        "Recordings wait in the hidden folder .NAME.work beside the project. Each becomes a new clip, the project\n"
+        "is saved, and only then are they removed. --export writes them as WAV files (44100 Hz, 16-bit) without\n"
+        "opening the project, for when it cannot be opened; they stay in the folder then.");
+    cmdRecover->add_option("project", project, kProjectHelp)->required();
+    auto* listFlag = cmdRecover->add_flag("--list", recover.list, "Show the interrupted recordings; change nothing");
+    cmdRecover->add_option("--export", recover.exportDir, "Write them as WAV files into this folder instead")
+        ->excludes(listFlag);
+    cmdRecover->callback([&] { run = [&] { return LxCliCommands::Recover(global, project, recover); }; });
+
     LxCliPlayOptions play;
     auto* cmdPlay = app.add_subcommand("play", "Play a clip on the default output device");
     cmdPlay->footer(LxCliUnits::Help());
