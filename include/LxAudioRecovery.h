@@ -8,6 +8,7 @@
 // into a new clip (source: recording) of any controller, sample for sample as
 // the capture would have stored it, up to the last buffer the journal holds
 // intact. Nothing here deletes a leftover unless DeleteLeftover is called.
+#include <map>
 #include <vector>
 #include "LxAudioCoreExport.h"
 #include "LxAudioLeftover.h"
@@ -36,6 +37,16 @@ public:
     // the damage, with an assertion report naming the journal.
     static int RecoverRecordings(LxAudioController& controller, const LxAudioLeftover& leftover,
                                  std::vector<int>& clipIDs);
+    // Copies every clip of the store that a leftover holds into controller's
+    // store as a new clip, page by page (a process killed outside a capture
+    // leaves its working store behind: every stored clip was handed to the
+    // operating system when it was stored). idMap receives old ID -> new ID.
+    // A clip whose record or pages are damaged is left out, with an assertion
+    // report naming it. Returns how many clips were copied: 0 when the leftover
+    // holds no store, -1 when it is held by someone else. The leftover is not
+    // changed (the copy reads a scratch copy of its files).
+    static int CopyStoredClips(LxAudioController& controller, const LxAudioLeftover& leftover,
+                               std::map<int, int>& idMap);
     // Deletes the leftover directory with everything in it; false when it is
     // held by a live controller, or could not be deleted.
     static bool DeleteLeftover(const LxAudioLeftover& leftover);

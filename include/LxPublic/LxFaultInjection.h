@@ -18,6 +18,9 @@ public:
     // Bytes that may still reach the disk; writes beyond are cut short, as on a
     // full disk. -1: unlimited.
     static void SetDiskSpace(int64_t bytes);
+    // What SetDiskSpace left, -1 when it is not armed. LxFileUtil's free-space
+    // query reports no more than this, as a real disk would.
+    static int64_t GetDiskSpace();
     // Disarms everything and zeroes the counters.
     static void Reset();
     // Calls of op seen since the last Reset (counted only while anything is armed

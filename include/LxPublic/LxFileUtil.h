@@ -21,6 +21,8 @@ public:
     // The files (not directories) directly inside directory whose names end in
     // suffix, in name order.
     static std::vector<LxFile> ListFiles(const LxFile& directory, const LxString& suffix);
+    // Copies a regular file over target (replaced when it exists). True when done.
+    static bool CopyFile(const LxFile& source, const LxFile& target);
     // Bytes that this user may still write on the file system that holds path;
     // -1 when it cannot be told.
     static int64_t GetAvailableDiskSpace(const LxFile& path);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <map>
 #include <fstream>
 #include "AssertRecorder.h"
 #include "DeviceTestSupport.h"
@@ -12,6 +13,7 @@
 #include "LxAudioCaptureJournalFile.h"
 #include "LxAudioController.h"
 #include "LxAudioRecovery.h"
+#include "LxPublic/LxFaultInjection.h"
 #include "LxPublic/LxFileLock.h"
 #include "LxPublic/LxFileUtil.h"
 #include "LxPublic/LxStreamUtil.h"
@@ -99,6 +101,37 @@ TEST_F(CaptureJournal, WhatARunningCaptureHasOnDiskRebuildsItsRecording) {
     const std::vector<unsigned char> stored = ClipBytes(controller, clipID);
     ASSERT_EQ(stored.size(), input.size() / 180 * 180);
     EXPECT_EQ(rebuilt, stored);
+
+    // A stored clip is on disk as soon as it is stored: a process killed now
+    // leaves a store from which it is copied whole; a clip whose page record
+    // is damaged is left out, by name.
+    for (const bool damaged : {false, true}) {
+        SCOPED_TRACE(damaged ? "damaged page record" : "intact");
+        const fs::path killed = Native(scratch.Dir()) / (damaged ? "damaged-store" : "store");
+        fs::create_directories(killed);
+        for (const char* member : {"raw.lxa", "enc.lxa", "pcm.lxa", "clip.lxa", "map.lxa", "working.lock"})
+            fs::copy_file(work / member, killed / member);
+        if (damaged) {
+            std::fstream pcm(killed / "pcm.lxa", std::ios::in | std::ios::out | std::ios::binary);
+            pcm.seekp(180);  // the codec of the recording's first page
+            pcm.put(9);
+        }
+        LxAudioLeftover leftover;
+        ASSERT_TRUE(LxAudioRecovery::ReadLeftover(LxFile(LxString(killed.string())), leftover));
+        LxAudioController into;
+        std::map<int, int> idMap;
+        AssertRecorder reports;
+        EXPECT_EQ(LxAudioRecovery::CopyStoredClips(into, leftover, idMap), damaged ? 0 : 1);
+        if (damaged) {
+            ASSERT_EQ(reports.Count(), 1u);
+            EXPECT_EQ(reports.Reports()[0].message, "leftover clip " + std::to_string(clipID) +
+                                                        " is damaged and was not copied: " + killed.string());
+        } else {
+            ASSERT_EQ(idMap.count(clipID), 1u);
+            EXPECT_EQ(ClipBytes(into, idMap[clipID]), stored);
+        }
+        EXPECT_TRUE(fs::exists(killed / "raw.lxa"));
+    }
 }
 
 TEST_F(CaptureJournal, EndedRecordingsStayUntilASaveCommitsThem) {
@@ -164,13 +197,17 @@ TEST_F(CaptureJournal, ACaptureEndsItselfBeforeTheDiskFills) {
     LxAudioController controller(scratch.Child("work"));
     CallbackRecorder recorder;
     const double bytesPerSecond = 2 * 88200.0 + 4096.0;
-    const int64_t available = LxFileUtil::GetAvailableDiskSpace(controller.GetTemporaryDirectory());
-    ASSERT_GT(available, 0);
+    // A disk with room for fifteen seconds of capture (the platform's simulated
+    // disk: every file write counts against it, and the free space follows).
+    struct DiskSpace {
+        explicit DiskSpace(int64_t bytes) { LxFaultInjection::SetDiskSpace(bytes); }
+        ~DiskSpace() { LxFaultInjection::Reset(); }
+    } disk(static_cast<int64_t>(15 * bytesPerSecond));
 
-    // Room for less than ten seconds: refused, with the reason.
+    // A reserve that leaves less than ten seconds: refused, with the reason.
     {
         AssertRecorder reports;
-        controller.SetCaptureDiskReserve(available - static_cast<int64_t>(5 * bytesPerSecond));
+        controller.SetCaptureDiskReserve(static_cast<int64_t>(6 * bytesPerSecond));
         EXPECT_FALSE(controller.StartCapture(0, -1.0f, true, &CallbackRecorder::Record, &recorder));
         ASSERT_EQ(reports.Count(), 1u);
         EXPECT_NE(reports.Reports()[0].message.find("capture refused: the disk of "), std::string::npos);
@@ -178,9 +215,9 @@ TEST_F(CaptureJournal, ACaptureEndsItselfBeforeTheDiskFills) {
         EXPECT_TRUE(Journals(controller).empty());
     }
 
-    // Room for eleven seconds: the capture ends itself about a second in, as
+    // Without it the capture ends itself with about five seconds recorded, as
     // StopCapture would, and tells the host; StopCapture then returns its clip once.
-    controller.SetCaptureDiskReserve(available - static_cast<int64_t>(11 * bytesPerSecond));
+    controller.SetCaptureDiskReserve(0);
     LxSimulatedWaveDriver::Instance().SetSpeed(4.0);
     std::vector<unsigned char> input = Signal(20 * 44100, 3);
     LxSimulatedWaveDriver::Instance().FeedInput(input.data(), input.size());
@@ -199,6 +236,7 @@ TEST_F(CaptureJournal, ACaptureEndsItselfBeforeTheDiskFills) {
     ASSERT_LT(stored.size(), input.size());
     EXPECT_TRUE(std::equal(stored.begin(), stored.end(), input.begin()));
     EXPECT_EQ(controller.GetUncommittedRecordingCount(), 1);
+    EXPECT_EQ(LxFaultInjection::Injected(), 0);  // no write ever failed
 }
 
 TEST_F(CaptureJournal, DamageEndsARecordingWhereItIsAndIsNamed) {

@@ -119,6 +119,10 @@ int LxAudioFile::WriteClip(LxAudioClipBase& clip) {
     auto position = static_cast<uint32_t>(stream->GetPosition());
     clip.WriteToStream(*stream);
     (*mapStream)[clipID] = position;
+    // A stored clip, its pages and the clip table are handed to the operating
+    // system at once, so that a process killed afterwards leaves them readable
+    // in its working directory for recovery.
+    Flush();
     return clipID;
 }
 

@@ -1,9 +1,13 @@
 #include "LxAudioRecovery.h"
 
 #include <algorithm>
+#include <list>
 #include <string>
 #include "LxAudioCaptureJournalFile.h"
 #include "LxAudioClip.h"
+#include "LxAudioClipBase.h"
+#include "LxAudioFile.h"
+#include "LxPCMData.h"
 #include "LxAudioController.h"
 #include "LxPublic/LxAssert.h"
 #include "LxPublic/LxFileLock.h"
@@ -108,6 +112,69 @@ int LxAudioRecovery::RecoverRecordings(LxAudioController& controller, const LxAu
         }
     }
     return added;
+}
+
+int LxAudioRecovery::CopyStoredClips(LxAudioController& controller, const LxAudioLeftover& leftover,
+                                     std::map<int, int>& idMap) {
+    LxFileLock lock;
+    if (!lock.TryLock(LockFileOf(leftover.directory))) {
+        LxAssertFailed(("working directory in use: " + leftover.directory.GetPath().str()).c_str(), kSourceFile,
+                       __LINE__);
+        return -1;
+    }
+    static const char* const kMembers[] = {"raw.lxa", "enc.lxa", "pcm.lxa", "clip.lxa", "map.lxa"};
+    for (const char* member : kMembers) {
+        if (!leftover.directory.GetChild(member).Exists()) return 0;
+    }
+    // Opening a store on its files would delete them with it: it reads copies.
+    LxFile scratch = LxFileUtil::CreateUniqueTempDir("LxRecover", "", true);
+    if (scratch.GetPath().IsEmpty()) {
+        LxAssertFailed("cannot make a scratch directory to read the leftover store", kSourceFile, __LINE__);
+        return 0;
+    }
+    int copied = 0;
+    bool filesCopied = true;
+    for (const char* member : kMembers)
+        filesCopied = filesCopied && LxFileUtil::CopyFile(leftover.directory.GetChild(member), scratch.GetChild(member));
+    if (!filesCopied) {
+        LxAssertFailed(("cannot copy the leftover store of " + leftover.directory.GetPath().str()).c_str(),
+                       kSourceFile, __LINE__);
+    } else {
+        LxAudioFile store(scratch);
+        int sizes[5] = {0, 0, 0, 0, 0};
+        store.GetMemberSizes(sizes);
+        std::list<int> ids;
+        store.GetClipIDs(ids);
+        for (int id : ids) {
+            // Every page a clip lists must have a readable record of a known codec.
+            LxAudioClipBase ranges(store, -1);
+            bool intact = store.ReadClip(id, ranges);
+            for (const LxPageRange& range : ranges.GetPageRanges()) {
+                intact = intact && range.IsValid() && range.startPage >= 0 && range.endPage < sizes[2];
+                for (int page = range.startPage; intact && page <= range.endPage; page += kLxPageRecordBytes) {
+                    LxPCMData record;
+                    intact = store.ReadPageHeader(page, record) && record.codec >= kLxPageCodecRaw &&
+                             record.codec <= kLxPageCodecSilent;
+                }
+            }
+            if (!intact) {
+                LxAssertFailed(("leftover clip " + std::to_string(id) + " is damaged and was not copied: " +
+                                leftover.directory.GetPath().str())
+                                   .c_str(),
+                               kSourceFile, __LINE__);
+                continue;
+            }
+            LxAudioClip original(store, id);
+            std::unique_ptr<LxAudioClip> copy = controller.GetNewClip(original.GetClipSource());
+            copy->AppendPCMDataFromAClipInsideAnotherAudioFile(original);
+            int newID = copy->WriteToAudioFile();
+            if (newID == -1) continue;
+            idMap[id] = newID;
+            ++copied;
+        }
+    }
+    LxFileUtil::DeleteDirectory(scratch, true);
+    return copied;
 }
 
 bool LxAudioRecovery::DeleteLeftover(const LxAudioLeftover& leftover) {

@@ -19,6 +19,8 @@ void LxFaultInjection::FailNth(Operation op, int64_t n) {
     active = true;
 }
 
+int64_t LxFaultInjection::GetDiskSpace() { return diskSpace.load(); }
+
 void LxFaultInjection::SetDiskSpace(int64_t bytes) {
     diskSpace = bytes;
     if (bytes >= 0) active = true;

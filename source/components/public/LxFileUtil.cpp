@@ -6,6 +6,7 @@
 #include <random>
 #include <system_error>
 #include "LxPathUtil.h"
+#include "LxPublic/LxFaultInjection.h"
 
 namespace fs = std::filesystem;
 
@@ -76,11 +77,20 @@ std::vector<LxFile> LxFileUtil::ListFiles(const LxFile& directory, const LxStrin
     return ListEntries(directory, false, suffix);
 }
 
+bool LxFileUtil::CopyFile(const LxFile& source, const LxFile& target) {
+    std::error_code ec;
+    fs::copy_file(LxPathUtil::ToNative(source.GetPath()), LxPathUtil::ToNative(target.GetPath()),
+                  fs::copy_options::overwrite_existing, ec);
+    return !ec;
+}
+
 int64_t LxFileUtil::GetAvailableDiskSpace(const LxFile& path) {
     std::error_code ec;
     fs::space_info space = fs::space(LxPathUtil::ToNative(path.GetPath()), ec);
     if (ec || space.available == static_cast<std::uintmax_t>(-1)) return -1;
-    return static_cast<int64_t>(std::min<std::uintmax_t>(space.available, INT64_MAX));
+    const int64_t available = static_cast<int64_t>(std::min<std::uintmax_t>(space.available, INT64_MAX));
+    const int64_t simulated = LxFaultInjection::GetDiskSpace();
+    return simulated >= 0 ? std::min(available, simulated) : available;
 }
 
 bool LxFileUtil::DeleteDirectory(const LxFile& directory, bool recursive) {
