@@ -152,9 +152,6 @@ TEST_F(CliTest, KilledSaveLeavesThePreviousProjectReadable) {
 #endif
 
         EXPECT_EQ(Snapshot(files.Path(project)), before);
-        EXPECT_EQ(Exported(project, 1), Wide(first));
-
-        // The next save clears what the killed one left next to the project.
         auto leftovers = [&] {
             int n = 0;
             for (const auto& entry : fs::directory_iterator(files.Dir()))
@@ -162,8 +159,10 @@ TEST_F(CliTest, KilledSaveLeavesThePreviousProjectReadable) {
             return n;
         };
         EXPECT_GT(leftovers(), 0);
-        EXPECT_EQ(ClipIDs(Ok({"-q", "import", project, "more.wav"}), "imported"), std::vector<int>{2});
+        // The next command clears what the killed one left next to the project.
+        EXPECT_EQ(Exported(project, 1), Wide(first));
         EXPECT_EQ(leftovers(), 0);
+        EXPECT_EQ(ClipIDs(Ok({"-q", "import", project, "more.wav"}), "imported"), std::vector<int>{2});
     }
 }
 

@@ -233,10 +233,11 @@ int Record(const LxCliGlobal& global, const std::string& path, const LxCliRecord
     const bool kept = controller.GetUncommittedRecordingCount() > 0;
     const std::string recover = "'lxaudio recover " + path + "' adds it to the project";
     if (clipID < 1) {
-        if (kept)
+        if (kept && session.CapturedBuffers() > 0)
             throw LxCliFailure("cannot store the recording in project", path,
                                (global.log->CountSince(mark) > 0 ? global.log->Summary(mark) + "; " : std::string()) +
                                    "the recording is kept: " + recover);
+        controller.CommitRecordings();  // an empty journal holds nothing to keep
         throw LxCliFailure("nothing was recorded", "", "the device delivered no audio");
     }
     const long long frames = controller.GetClip(clipID)->WorthInFrames();
