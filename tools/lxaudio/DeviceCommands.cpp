@@ -147,6 +147,14 @@ int Record(const LxCliGlobal& global, const std::string& path, const LxCliRecord
     // own share of the save is watched below, as it grows.
     const int64_t reserve = LxCliFileSystem::SizeOnDisk(path) + kSaveMargin;
     controller.SetCaptureDiskReserve(reserve);
+    // Too little room for ten seconds of recording and its save: refused
+    // before anything starts (the engine refuses on its own count too).
+    const int64_t freeAtStart = LxFileUtil::GetAvailableDiskSpace(folderFile);
+    if (freeAtStart >= 0 &&
+        static_cast<double>(freeAtStart - reserve) < kRefuseBelowSeconds * 3.0 * kCaptureBytesPerSecond)
+        throw LxCliFailure("cannot record into project", path,
+                           "the disk is nearly full (" + Bytes(freeAtStart) + " free; the save alone needs " +
+                               Bytes(reserve) + ")");
     LxCliDeviceSession session(controller);
     const int target = options.seconds > 0 ? static_cast<int>(std::ceil(options.seconds * 10 - 1e-9)) : 0;
     size_t mark = global.log->Mark();
@@ -202,16 +210,24 @@ int Record(const LxCliGlobal& global, const std::string& path, const LxCliRecord
                 break;
             }
         }
+        // The engine's own figure: seconds until the disk is full beyond the
+        // reserve; it ends the capture about ten seconds before that.
         const double engineLeft = controller.GetCaptureSecondsOfDiskLeft();
-        if (engineLeft >= 0 && (left < 0 || engineLeft < left)) left = engineLeft;
+        double stopsIn = left >= 0 ? left - kStopBelowSeconds : -1;
+        if (engineLeft >= 0) {
+            if (left < 0 || engineLeft < left) left = engineLeft;
+            const double engineStopsIn = std::max(0.0, engineLeft - kRefuseBelowSeconds);
+            if (stopsIn < 0 || engineStopsIn < stopsIn) stopsIn = engineStopsIn;
+        }
         const std::string warning =
             left >= 0 && left < kWarnBelowSeconds
-                ? "disk full in " + std::to_string(static_cast<int>(left)) + " s"
+                ? "disk nearly full, recording stops in " + std::to_string(static_cast<int>(std::max(0.0, stopsIn))) +
+                      " s"
                 : std::string();
         if (terminal && !global.quiet) {
             std::fprintf(stderr, "\r%s  %s  captured %.1f s %s", MinutesSeconds(elapsed).c_str(),
                          Meter(session.Level()).c_str(), captured,
-                         warning.empty() ? "                    " : ("! " + warning + " ").c_str());
+                         warning.empty() ? std::string(48, ' ').c_str() : ("! " + warning + " ").c_str());
             std::fflush(stderr);
         } else if (!terminal && !global.quiet && static_cast<int>(captured) > reportedSecond) {
             reportedSecond = static_cast<int>(captured);

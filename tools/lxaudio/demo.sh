@@ -2,7 +2,9 @@
 # A whole lecture session with lxaudio, on audio made up on the spot with sox:
 # narration recorded at 48 kHz and 22050 Hz with some background hiss, a music
 # bed, an Ogg Vorbis outro. It imports (with noise suppression), edits, mixes,
-# compresses, compacts, reopens, exports, draws a waveform and plays the result.
+# compresses, compacts, reopens, exports, draws a waveform and plays the result;
+# then it records from a simulated microphone, kills its own recording with
+# kill -9 as a crash would, and recovers it.
 #
 #   tools/lxaudio/demo.sh [path/to/lxaudio] [output folder]
 set -euo pipefail
@@ -13,7 +15,7 @@ LXAUDIO=$(cd "$(dirname "$LXAUDIO")" && pwd)/$(basename "$LXAUDIO")
 mkdir -p "$OUT"
 OUT=$(cd "$OUT" && pwd)
 cd "$OUT"
-rm -rf lecture.lxp lecture-archive src ./*.wav ./*.png .lecture*
+rm -rf lecture.lxp lecture-archive src ./*.wav ./*.png ./*.log .lecture*
 
 step() { printf '\n== %s\n' "$*"; }
 run() { printf '$ lxaudio %s\n' "$*" >&2; "$LXAUDIO" "$@"; }
@@ -94,6 +96,27 @@ if ! run play lecture.lxp "$LECTURE" --to 3s 2>play-errors.log; then
   echo "($(tail -1 play-errors.log); playing on the simulated driver instead)"
   LXAUDIO_WAVE_DRIVER=simulated run play lecture.lxp "$LECTURE" --to 3s
 fi
+
+# The simulated sound card, fed the intro narration at real-time pace.
+export LXAUDIO_WAVE_DRIVER=simulated LXAUDIO_SIMULATED_INPUT=src/intro.wav
+
+step "Recording 2 s from a simulated microphone (the intro narration)"
+run record lecture.lxp --seconds 2
+
+step "Recording again, and the recording process is killed (kill -9) after 3 s, as by a crash"
+printf '$ lxaudio record lecture.lxp &\n' >&2
+"$LXAUDIO" -q record lecture.lxp 2>record.log &
+RECORDER=$!
+until grep -q "recording from device" record.log; do sleep 0.1; done
+sleep 3
+kill -9 "$RECORDER"
+{ wait "$RECORDER"; } 2>/dev/null || echo "(lxaudio record was killed: it never saved)"
+
+step "Nothing is lost: the next command points at it, recover lists it and adds it to the project"
+run info lecture.lxp | tail -3
+run recover lecture.lxp --list
+run recover lecture.lxp
+unset LXAUDIO_WAVE_DRIVER LXAUDIO_SIMULATED_INPUT
 
 step "Done. Outputs in $OUT:"
 for f in lecture.lxp lecture-archive lecture.wav lecture-mix.wav lecture.png; do
