@@ -105,6 +105,7 @@ TEST_F(CliRecoveryTest, KilledRecordingIsRecoveredSampleForSample) {
         largest = std::max(largest, lost);
         std::printf("[ kill point ] %-24s killed %.3f s after the start, %.3f s recovered, %.3f s lost\n",
                     point.name, elapsed, recovered, lost);
+        std::fflush(stdout);  // before the next fork, which would write the buffer again
         EXPECT_LE(lost, 0.5);
         EXPECT_EQ(Ok({"recover", "rec.lxp", "--list"}), "no interrupted recordings of rec.lxp\n");
     }
