@@ -43,7 +43,9 @@ LxAudioLeftover CopyAsLeftover(const LxFile& journal, const TempDir& scratch, co
     fs::path dir = Native(scratch.Dir()) / name;
     fs::create_directories(dir);
     std::ofstream(dir / LxAudioRecovery::kLockFileName).put('\n');
-    fs::copy_file(Native(journal), dir / "capture-000001.lxcj", fs::copy_options::overwrite_existing);
+    // (mingw's copy_file refuses to overwrite whatever the options say.)
+    fs::remove(dir / "capture-000001.lxcj");
+    fs::copy_file(Native(journal), dir / "capture-000001.lxcj");
     LxAudioLeftover leftover;
     EXPECT_TRUE(LxAudioRecovery::ReadLeftover(LxFile(LxString(dir.string())), leftover));
     return leftover;

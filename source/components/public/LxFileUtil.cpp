@@ -79,8 +79,10 @@ std::vector<LxFile> LxFileUtil::ListFiles(const LxFile& directory, const LxStrin
 
 bool LxFileUtil::CopyFile(const LxFile& source, const LxFile& target) {
     std::error_code ec;
-    fs::copy_file(LxPathUtil::ToNative(source.GetPath()), LxPathUtil::ToNative(target.GetPath()),
-                  fs::copy_options::overwrite_existing, ec);
+    // Removed first: mingw's copy_file refuses to overwrite whatever the options say.
+    fs::remove(LxPathUtil::ToNative(target.GetPath()), ec);
+    ec.clear();
+    fs::copy_file(LxPathUtil::ToNative(source.GetPath()), LxPathUtil::ToNative(target.GetPath()), ec);
     return !ec;
 }
 
