@@ -9,8 +9,10 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <set>
 #include <vector>
 #include "LxAudioClip.h"
+#include "LxAudioDamageReport.h"
 #include "LxAudioClipBase.h"
 #include "LxAudioCaptureData.h"
 #include "LxAudioClipSource.h"
@@ -88,6 +90,18 @@ public:
     bool WriteTo(ILxStream* out);
     bool ReadFrom(const LxFile& directory);
     bool WriteTo(const LxFile& directory, bool incremental, LxZipUpdateInfo* info);
+    // The same saves with an integrity record, and loads that check one (or,
+    // for a project saved without, what its structure allows); see
+    // LxAudioFile::WriteVerifiedTo and ReadVerifiedFrom. A verified save
+    // commits recordings as WriteTo does. After a load that found damage the
+    // store refuses to be saved; SalvageInto copies its clips into another
+    // controller's store (see LxAudioFile::SalvageInto).
+    bool WriteVerifiedTo(ILxStream* out);
+    bool WriteVerifiedTo(const LxFile& directory, bool incremental, LxZipUpdateInfo* info);
+    bool ReadVerifiedFrom(ILxStream* in, LxAudioDamageReport& report);
+    bool ReadVerifiedFrom(const LxFile& directory, LxAudioDamageReport& report);
+    int SalvageInto(LxAudioController& target, const LxAudioDamageReport& report, bool fillDamaged,
+                    std::map<int, int>& idMap, std::set<int>& patched);
     // Copies every clip of other's store into this one; idMap receives old ID -> new ID.
     void AppendAudioFileFrom(LxAudioController& other, std::map<int, int>& idMap);
     // Compresses the next raw page to Vorbis; call repeatedly from one background

@@ -12,6 +12,8 @@
 #include "LxPageTranslation.h"
 #include "LxPageRange.h"
 #include "LxAudioClipBase.h"
+#include "LxAudioDamage.h"
+#include "LxAudioDamageReport.h"
 #include "LxAudioFile.h"
 #include "LxAudioResampler.h"
 #include "LxAudioExporter.h"

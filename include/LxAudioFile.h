@@ -10,8 +10,10 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <set>
 #include <vector>
 #include "LxAudioCoreExport.h"
+#include "LxAudioDamageReport.h"
 #include "LxPCMData.h"
 #include "LxPageRange.h"
 #include "LxPageThumbnail.h"
@@ -99,6 +101,40 @@ public:
     bool WriteTo(const LxFile& directoryOut, bool incremental, LxZipUpdateInfo* info);
     bool ReadFrom(const LxFile& directoryIn);
 
+    // --- verified saves and loads --------------------------------------------------
+    // WriteTo, then an integrity record (CRC-32 checksums of every 1 MiB chunk of
+    // every member, of every page and of every clip record, and the clip table;
+    // docs/store-format.md): the bytes before it are exactly those WriteTo
+    // writes, and a plain ReadFrom reads them and stops before the record.
+    bool WriteVerifiedTo(ILxStream& out);
+    // WriteTo into the directory, then the integrity record as the file
+    // "integrity.lxi" beside the chunk files (written under a temporary name,
+    // forced to disk and renamed; entered in info as added or changed). A plain
+    // WriteTo into a directory removes an "integrity.lxi" that would no longer
+    // describe the chunk files.
+    bool WriteVerifiedTo(const LxFile& directoryOut, bool incremental, LxZipUpdateInfo* info);
+    // Loads a store saved with or without an integrity record and checks it
+    // (LxAudioDamageReport says what is checked). True when it loaded whole and
+    // undamaged. When it is damaged, the store holds what could be read (missing
+    // bytes as zeros, so that what follows keeps its place), report names the
+    // damage and the clips it touches, and the store refuses to be saved or
+    // compacted (IsDamaged) until it is loaded again or cleared: its clips can be
+    // copied out with SalvageInto. When nothing in it can be read as a store,
+    // the store is left as it was and report.loaded is false. No assertion
+    // report is raised for the damage found: it is all in report.
+    bool ReadVerifiedFrom(ILxStream& in, LxAudioDamageReport& report);
+    bool ReadVerifiedFrom(const LxFile& directoryIn, LxAudioDamageReport& report);
+    // After a verified load: copies into target every clip of report.clipTable
+    // whose record and pages are intact (also those whose entry in this store's
+    // clip table was damaged), and, with fillDamaged, every damaged clip whose
+    // own record is intact, its damaged pages replaced by silent pages of the
+    // same length and format (2 s when a page's record is lost with its length);
+    // those go into patched as well. Pages are copied in their stored form.
+    // idMap receives old ID -> new ID. Returns the number of clips copied. Locks
+    // this store, then target.
+    int SalvageInto(LxAudioFile& target, const LxAudioDamageReport& report, bool fillDamaged,
+                    std::map<int, int>& idMap, std::set<int>& patched);
+
     // Copies every clip of other into this store; idMap receives old ID -> new ID.
     void AppendAudioFileFrom(LxAudioFile& other, std::map<int, int>& idMap);
 
@@ -113,6 +149,8 @@ public:
 
 private:
     friend class LxAudioCompactor;
+    friend class LxStoreChecker;
+    friend class LxStoreSalvager;
 
     void Open();
     void ReserveSilence();
@@ -131,6 +169,13 @@ private:
     void MarkIntact();
     // Reports and returns true when the store is damaged.
     bool RefuseDamagedSave() const;
+    // The chunk files of a directory save (WriteTo and WriteVerifiedTo).
+    bool SaveChunkFiles(const LxFile& directoryOut, bool incremental, LxZipUpdateInfo* info);
+    // Resets what lives only in memory after the members were replaced by a
+    // load; false (store cleared) when the load failed on disk.
+    bool FinishLoad(int64_t failuresBefore);
+    // Runs the checks of a verified load and takes the store as loaded damaged when they find damage.
+    bool CheckLoaded(const class LxStoreIntegrityRecord* record, LxAudioDamageReport& report);
 
     LxFile directory;
     std::unique_ptr<LxDataStream> rawStream;
@@ -147,5 +192,7 @@ private:
     std::map<int, LxPageThumbnail> thumbnailCache;
     // Failures that had happened when the store was last known whole.
     int64_t damageBaseline = 0;
+    // Set by a verified load that found damage; cleared by the next load or Clear.
+    bool loadedDamaged = false;
     std::vector<std::map<int, LxPageThumbnail>::node_type> retiredThumbnails;
 };

@@ -95,6 +95,38 @@ bool LxAudioController::WriteTo(const LxFile& directory, bool incremental, LxZip
     return saved;
 }
 
+bool LxAudioController::WriteVerifiedTo(ILxStream* out) {
+    if (out == nullptr) return false;
+    const size_t ended = EndedJournalCount();
+    const bool saved = audioFile->WriteVerifiedTo(*out);
+    if (saved && commitOnSave) CommitJournals(ended);
+    return saved;
+}
+
+bool LxAudioController::WriteVerifiedTo(const LxFile& directory, bool incremental, LxZipUpdateInfo* info) {
+    const size_t ended = EndedJournalCount();
+    const bool saved = audioFile->WriteVerifiedTo(directory, incremental, info);
+    if (saved && commitOnSave) CommitJournals(ended);
+    return saved;
+}
+
+bool LxAudioController::ReadVerifiedFrom(ILxStream* in, LxAudioDamageReport& report) {
+    if (in == nullptr) {
+        report = LxAudioDamageReport();
+        return false;
+    }
+    return audioFile->ReadVerifiedFrom(*in, report);
+}
+
+bool LxAudioController::ReadVerifiedFrom(const LxFile& directory, LxAudioDamageReport& report) {
+    return audioFile->ReadVerifiedFrom(directory, report);
+}
+
+int LxAudioController::SalvageInto(LxAudioController& target, const LxAudioDamageReport& report, bool fillDamaged,
+                                   std::map<int, int>& idMap, std::set<int>& patched) {
+    return audioFile->SalvageInto(*target.audioFile, report, fillDamaged, idMap, patched);
+}
+
 size_t LxAudioController::EndedJournalCount() {
     LxRecursiveLock guard(captureLock);
     return endedJournals.size();

@@ -20,7 +20,11 @@
 #include "LxPublic/LxFileUtil.h"
 #include "LxPublic/LxLock.h"
 #include "LxPublic/LxRecursiveLock.h"
+#include "LxPublic/LxStreamUtil.h"
 #include "LxPublic/LxZipUpdateInfo.h"
+#include "LxStoreChecker.h"
+#include "LxStoreIntegrityRecord.h"
+#include "LxStoreSalvager.h"
 
 static const char* const kSourceFile = "source/components/audiocore/LxAudioFile";
 
@@ -260,7 +264,9 @@ bool LxAudioFile::Compact(std::list<int>& clipIDs, ILxGeneralProgressCallBack* p
     // Compacting copies what the pages hold; from a damaged store it would
     // make a store that looks whole and is not.
     if (IsDamaged()) {
-        LxAssertFailed("store damaged by a failed disk write; not compacted", kSourceFile, __LINE__);
+        LxAssertFailed(loadedDamaged ? "store was loaded damaged; not compacted"
+                                     : "store damaged by a failed disk write; not compacted",
+                       kSourceFile, __LINE__);
         return false;
     }
     LxAudioCompactor compactor(*this);
@@ -350,14 +356,19 @@ bool LxAudioFile::IsDamaged() const {
     LxRecursiveLock guard(lock);
     // Failed reads count as well: what was read wrong (a clip table, a page)
     // may have been written back in another form since.
-    return MemberFailures(true) + MemberFailures(false) > damageBaseline;
+    return loadedDamaged || MemberFailures(true) + MemberFailures(false) > damageBaseline;
 }
 
-void LxAudioFile::MarkIntact() { damageBaseline = MemberFailures(true) + MemberFailures(false); }
+void LxAudioFile::MarkIntact() {
+    damageBaseline = MemberFailures(true) + MemberFailures(false);
+    loadedDamaged = false;
+}
 
 bool LxAudioFile::RefuseDamagedSave() const {
     if (!IsDamaged()) return false;
-    LxAssertFailed("store damaged by a failed disk write; not saved", kSourceFile, __LINE__);
+    LxAssertFailed(loadedDamaged ? "store was loaded damaged; not saved (salvage its clips into a new store)"
+                                 : "store damaged by a failed disk write; not saved",
+                   kSourceFile, __LINE__);
     return true;
 }
 
@@ -428,6 +439,14 @@ bool LxAudioFile::ReadFrom(ILxStream& in) {
 
 bool LxAudioFile::WriteTo(const LxFile& directoryOut, bool incremental, LxZipUpdateInfo* info) {
     LxRecursiveLock guard(lock);
+    if (!SaveChunkFiles(directoryOut, incremental, info)) return false;
+    // An integrity record of an earlier verified save no longer describes the chunks.
+    LxFile stale = directoryOut.GetChild(LxStoreIntegrityRecord::kFileName);
+    if (stale.Exists()) stale.Delete();
+    return true;
+}
+
+bool LxAudioFile::SaveChunkFiles(const LxFile& directoryOut, bool incremental, LxZipUpdateInfo* info) {
     if (RawDataUnreferenced()) DiscardRawData();
     if (!mapStream) return false;
     if (!directoryOut.IsDirectory() && !directoryOut.CreateDirectories()) return false;
@@ -477,6 +496,220 @@ bool LxAudioFile::ReadFrom(const LxFile& directoryIn) {
     }
     MarkIntact();
     return true;
+}
+
+bool LxAudioFile::FinishLoad(int64_t failuresBefore) {
+    pcmStream->compressCursor = 0;
+    DropThumbnailCache();
+    if (MemberFailures(true) + MemberFailures(false) != failuresBefore) {
+        LxAssertFailed("disk failure while loading the store", kSourceFile, __LINE__);
+        Clear();
+        return false;
+    }
+    MarkIntact();
+    return true;
+}
+
+bool LxAudioFile::CheckLoaded(const LxStoreIntegrityRecord* record, LxAudioDamageReport& report) {
+    report.loaded = true;
+    report.verified = record != nullptr;
+    LxStoreChecker(*this).Check(record, report);
+    loadedDamaged = report.IsDamaged();
+    return !loadedDamaged;
+}
+
+bool LxAudioFile::WriteVerifiedTo(ILxStream& out) {
+    LxRecursiveLock guard(lock);
+    if (!WriteTo(out)) return false;
+    const std::vector<unsigned char> bytes = LxStoreChecker(*this).Digest().Serialize();
+    const int64_t failures = out.GetWriteFailures();
+    const bool written = out.Write(bytes.data(), static_cast<int>(bytes.size())) == static_cast<int>(bytes.size());
+    if (!written || out.GetWriteFailures() != failures) {
+        LxAssertFailed("disk failure while saving the store", kSourceFile, __LINE__);
+        return false;
+    }
+    return true;
+}
+
+bool LxAudioFile::WriteVerifiedTo(const LxFile& directoryOut, bool incremental, LxZipUpdateInfo* info) {
+    LxRecursiveLock guard(lock);
+    if (!SaveChunkFiles(directoryOut, incremental, info)) return false;
+    const std::vector<unsigned char> bytes = LxStoreChecker(*this).Digest().Serialize();
+    const LxFile record = directoryOut.GetChild(LxStoreIntegrityRecord::kFileName);
+    LxString partName(LxStoreIntegrityRecord::kFileName);
+    partName += ".new";
+    const LxFile part = directoryOut.GetChild(partName);
+    const bool existed = record.Exists();
+    bool written = false;
+    {
+        std::unique_ptr<ILxReadWriteStream> out =
+            LxStreamUtil::CreateFileStreamReadWrite(part, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
+        if (out) {
+            out->SetWriting(true);
+            written = out->Write(bytes.data(), static_cast<int>(bytes.size())) == static_cast<int>(bytes.size()) &&
+                      out->Sync() && out->GetWriteFailures() == 0;
+        }
+    }
+    if (!written || !part.RenameTo(record)) {
+        part.Delete();
+        LxAssertFailed("disk failure while saving the store's integrity record", kSourceFile, __LINE__);
+        return false;
+    }
+    if (info) (existed ? info->changedFiles : info->addedFiles).push_back(record.GetName());
+    return true;
+}
+
+bool LxAudioFile::ReadVerifiedFrom(ILxStream& in, LxAudioDamageReport& report) {
+    LxRecursiveLock guard(lock);
+    report = LxAudioDamageReport();
+    if (!mapStream) return false;
+    static const char* const kNames[5] = {"raw.lxa", "enc.lxa", "pcm.lxa", "clip.lxa", "map.lxa"};
+    const int64_t start = in.GetPosition();
+    const int64_t end = in.GetLength();
+    auto readAt = [&](int64_t at, unsigned char* buffer, int64_t bytes) {
+        return at >= start && bytes >= 0 && bytes <= end - at && in.Seek(at, kLxSeekBegin) &&
+               in.Read(buffer, static_cast<int>(bytes)) == bytes;
+    };
+    auto word = [](const unsigned char* p) {
+        return static_cast<int32_t>(static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) |
+                                    (static_cast<uint32_t>(p[2]) << 16) | (static_cast<uint32_t>(p[3]) << 24));
+    };
+    // The five lengths, as far as they fit the stream.
+    int64_t lengths[5] = {0, 0, 0, 0, 0};
+    int walked = 0;
+    int64_t position = start;
+    for (unsigned char w[4]; walked < 5; ++walked) {
+        if (!readAt(position, w, 4)) break;
+        const int32_t length = word(w);
+        if (length < 0 || length > end - position - 4) break;
+        lengths[walked] = length;
+        position += 4 + length;
+    }
+    // The integrity record: right after the fifth member, or else found from
+    // the end of the stream when a damaged length hides where the members end.
+    LxStoreIntegrityRecord record;
+    bool haveRecord = false;
+    std::string why;
+    auto recordAt = [&](int64_t at, uint64_t bytes) {
+        if (at < start || bytes > static_cast<uint64_t>(end - at)) return false;
+        std::vector<unsigned char> buffer(static_cast<size_t>(bytes));
+        return readAt(at, buffer.data(), static_cast<int64_t>(bytes)) &&
+               LxStoreIntegrityRecord::Parse(buffer.data(), buffer.size(), record, why);
+    };
+    unsigned char edge[LxStoreIntegrityRecord::kFooterBytes];
+    uint64_t recordBytes = 0;
+    if (walked == 5 && position < end) {
+        why = "bytes after the store are not an integrity record";
+        haveRecord = readAt(position, edge, LxStoreIntegrityRecord::kHeaderBytes) &&
+                     LxStoreIntegrityRecord::LooksLikeHeader(edge, LxStoreIntegrityRecord::kHeaderBytes, recordBytes) &&
+                     position + static_cast<int64_t>(recordBytes) == end && recordAt(position, recordBytes);
+    }
+    if (!haveRecord && readAt(end - LxStoreIntegrityRecord::kFooterBytes, edge, LxStoreIntegrityRecord::kFooterBytes)) {
+        recordBytes = LxStoreIntegrityRecord::LengthFromFooter(edge);
+        if (recordBytes > 0 && recordBytes <= static_cast<uint64_t>(end - start) &&
+            recordAt(end - static_cast<int64_t>(recordBytes), recordBytes)) {
+            // Its lengths must account for exactly what lies before it.
+            int64_t members = 0;
+            for (const LxStoreIntegrityRecord::Member& member : record.members) members += 4 + int64_t{member.length};
+            haveRecord = start + members == end - static_cast<int64_t>(recordBytes);
+            if (!haveRecord) why = "the integrity record does not fit the stream's layout";
+        }
+        if (!haveRecord && walked == 5 && position == end) why.clear();  // a store saved without a record
+    }
+    if (haveRecord) {
+        int64_t at = start;
+        for (int i = 0; i < 5; ++i) {
+            unsigned char w[4] = {};
+            readAt(at, w, 4);
+            lengths[i] = record.members[i].length;
+            if (word(w) != static_cast<int32_t>(lengths[i])) {
+                report.damage.push_back({kNames[i], -1, "",
+                                         "its length field says " + std::to_string(word(w)) + ", " +
+                                             std::to_string(lengths[i]) + " saved"});
+            }
+            at += 4 + lengths[i];
+        }
+    } else {
+        if (walked == 0) {
+            report.damage.push_back({"", -1, "", "not an audio store (its first length does not fit the stream)"});
+            in.Seek(start, kLxSeekBegin);
+            return false;
+        }
+        if (!why.empty()) report.damage.push_back({"", -1, "", why});
+        if (walked < 5) {
+            // Cut short (a truncated file, a damaged length): the member that does
+            // not fit is loaded as far as the stream goes, those after it are lost.
+            const int64_t left = std::max<int64_t>(0, end - position - 4);
+            report.damage.push_back({kNames[walked], -1, "",
+                                     "the stream ends inside it (" + std::to_string(left) +
+                                         " bytes left for it; the members after it are lost)"});
+            lengths[walked] = left;
+        }
+    }
+    LxMemberStream* members[5] = {rawStream.get(), encStream.get(), pcmStream.get(), clipStream.get(), mapStream.get()};
+    const int64_t failures = MemberFailures(true) + MemberFailures(false);
+    int64_t at = start;
+    for (int i = 0; i < 5; ++i) {
+        const int64_t length = std::clamp<int64_t>(std::min<int64_t>(lengths[i], end - at - 4), 0, INT32_MAX);
+        if (haveRecord && length < lengths[i]) {
+            report.damage.push_back({kNames[i], -1, "", "the stream ends inside it"});
+        }
+        in.Seek(at + 4, kLxSeekBegin);
+        members[i]->ReadFrom(in, static_cast<int>(length));
+        at += 4 + lengths[i];
+    }
+    in.Seek(end, kLxSeekBegin);
+    rawStream->savedLength = 0;
+    encStream->savedLength = 0;
+    if (!FinishLoad(failures)) {
+        report.damage.push_back({"", -1, "", "a disk failure while loading"});
+        return false;
+    }
+    return CheckLoaded(haveRecord ? &record : nullptr, report);
+}
+
+bool LxAudioFile::ReadVerifiedFrom(const LxFile& directoryIn, LxAudioDamageReport& report) {
+    LxRecursiveLock guard(lock);
+    report = LxAudioDamageReport();
+    if (!mapStream) return false;
+    const LxFile recordFile = directoryIn.GetChild(LxStoreIntegrityRecord::kFileName);
+    LxStoreIntegrityRecord record;
+    bool haveRecord = false;
+    if (recordFile.Exists()) {
+        std::string why = "cannot be read";
+        std::unique_ptr<ILxReadWriteStream> in = LxStreamUtil::CreateFileStreamRead(recordFile);
+        const int64_t length = in ? in->GetLength() : -1;
+        if (in && length > 0 && length <= INT32_MAX) {
+            std::vector<unsigned char> bytes(static_cast<size_t>(length));
+            haveRecord = in->Read(bytes.data(), static_cast<int>(length)) == length &&
+                         LxStoreIntegrityRecord::Parse(bytes.data(), bytes.size(), record, why);
+        }
+        if (!haveRecord) report.damage.push_back({"", -1, LxStoreIntegrityRecord::kFileName, why});
+    }
+    if (!haveRecord && !directoryIn.GetChild("pcm.lxa1").Exists() && !directoryIn.GetChild("pcm.lxa0").Exists()) {
+        report.damage.push_back({"", -1, "", "no audio store in " + directoryIn.GetPath().str()});
+        return false;
+    }
+    LxMemberStream* members[5] = {rawStream.get(), encStream.get(), pcmStream.get(), clipStream.get(), mapStream.get()};
+    const int64_t failures = MemberFailures(true) + MemberFailures(false);
+    for (int i = 0; i < 5; ++i) {
+        std::vector<uint32_t> saved;
+        for (const LxStoreIntegrityRecord::Chunk& chunk : record.members[i].chunks) saved.push_back(chunk.length);
+        members[i]->LoadChunksChecked(directoryIn, haveRecord ? &saved : nullptr, report.damage);
+    }
+    mapStream->Load();
+    rawStream->savedLength = rawStream->GetSize();
+    encStream->savedLength = encStream->GetSize();
+    if (!FinishLoad(failures)) {
+        report.damage.push_back({"", -1, "", "a disk failure while loading"});
+        return false;
+    }
+    return CheckLoaded(haveRecord ? &record : nullptr, report);
+}
+
+int LxAudioFile::SalvageInto(LxAudioFile& target, const LxAudioDamageReport& report, bool fillDamaged,
+                             std::map<int, int>& idMap, std::set<int>& patched) {
+    return LxStoreSalvager::Run(*this, target, report, fillDamaged, idMap, patched);
 }
 
 void LxAudioFile::AppendAudioFileFrom(LxAudioFile& other, std::map<int, int>& idMap) {

@@ -90,6 +90,15 @@ bool LxMemberStream::MoveTo(const LxFile& target) {
     return moved && stream != nullptr;
 }
 
+int LxMemberStream::ReadAt(int64_t position, void* buffer, int bytes) {
+    if (!stream || position < 0 || bytes <= 0) return 0;
+    const int64_t size = GetSize();
+    if (position >= size) return 0;
+    stream->Seek(position, kLxSeekBegin);
+    stream->SetWriting(false);
+    return stream->Read(buffer, static_cast<int>(std::min<int64_t>(bytes, size - position)));
+}
+
 bool LxMemberStream::WriteTo(ILxStream& out) {
     int32_t length = stream ? GetSize() : 0;
     if (!out.WriteInt32(length)) return false;
@@ -191,8 +200,8 @@ int LxMemberStream::SaveChunks(const LxFile& directory, int start, LxZipUpdateIn
             countFile.Delete();
             if (info) info->deletedFiles.push_back(countFile.GetName());
         }
-    } else if (!countFile.Exists() || countFile.GetLength() != 4 || ReadChunkCount(directory, name) != chunk) {
-        // Written only when it does not already hold this count.
+    } else {
+        // Written on every save of two or more chunks, and reported as every chunk file written.
         bool existed = countFile.Exists();
         std::unique_ptr<ILxReadWriteStream> out =
             LxStreamUtil::CreateFileStreamReadWrite(countFile, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
@@ -230,6 +239,88 @@ bool LxMemberStream::CheckChunks(const LxFile& directory, const LxString& name, 
         total += length;
     }
     return total <= INT32_MAX;
+}
+
+int LxMemberStream::LoadChunksChecked(const LxFile& directory, const std::vector<uint32_t>* savedLengths,
+                                      std::vector<LxAudioDamage>& findings) {
+    if (!stream) return 0;
+    Truncate();
+    stream->SetWriting(true);
+    const std::string member = name.str();
+    auto note = [&](int chunk, const std::string& what) {
+        findings.push_back({member, chunk, member + std::to_string(chunk), what});
+    };
+    // 32-bit positions cannot name more than 2047 chunks.
+    constexpr int kMaxChunks = INT32_MAX / kChunkBytes;
+    const LxFile countFile = ChunkFile(directory, name, 0);
+    const bool counted = countFile.Exists();
+    const int written = ReadChunkCount(directory, name);
+    int count = 0;
+    if (savedLengths) {
+        count = static_cast<int>(savedLengths->size());
+        if (count >= 2 && !counted) {
+            note(0, "missing");
+        } else if (count >= 2 && (written != count || countFile.GetLength() != 4)) {
+            note(0, "says " + std::to_string(written) + " chunks, " + std::to_string(count) + " saved");
+        } else if (count < 2 && counted) {
+            note(0, "should not be there: " + std::to_string(count) + " chunk file(s) saved");
+        }
+    } else if (counted && (written < 2 || written > kMaxChunks || countFile.GetLength() != 4)) {
+        note(0, "holds an impossible count (" + std::to_string(written) + ")");
+        while (count < kMaxChunks && ChunkFile(directory, name, count + 1).Exists()) ++count;
+    } else {
+        count = written;
+    }
+    std::vector<unsigned char> zeros(kCopyBlockBytes, 0);
+    int64_t total = 0;
+    for (int number = 1; number <= count; ++number) {
+        const LxFile chunk = ChunkFile(directory, name, number);
+        const int64_t length = chunk.GetLength();
+        int64_t expected = -1;  // unknown: the last chunk of a member saved without a record
+        if (savedLengths) {
+            expected = (*savedLengths)[static_cast<size_t>(number - 1)];
+        } else if (number < count) {
+            expected = kChunkBytes;
+        }
+        if (length < 0) {
+            if (!savedLengths && !counted && number == 1) break;  // no chunk at all: an empty member
+            note(number, "missing");
+        } else if (expected >= 0 && length != expected) {
+            note(number, "holds " + std::to_string(length) + " bytes, " + std::to_string(expected) +
+                             (savedLengths ? " saved" : " expected"));
+        } else if (length > kChunkBytes) {
+            note(number, "holds " + std::to_string(length) + " bytes, more than a chunk can");
+        }
+        const int64_t take = std::min<int64_t>({std::max<int64_t>(length, 0), kChunkBytes,
+                                                expected >= 0 ? expected : kChunkBytes});
+        if (total + std::max(take, expected) > INT32_MAX) {
+            note(number, "lies beyond the largest member there can be");
+            break;
+        }
+        if (take > 0) {
+            std::unique_ptr<ILxReadWriteStream> in = LxStreamUtil::CreateFileStreamRead(chunk);
+            const int64_t copied = in ? CopyBlocks(*in, *stream, take) : 0;
+            if (copied != take) note(number, "cannot be read");
+            total += copied;
+        }
+        // Zeros in place of what is missing, so that later chunks keep their offsets.
+        for (int64_t padded = total; expected >= 0 && padded < int64_t{number - 1} * kChunkBytes + expected;) {
+            const int n = static_cast<int>(
+                std::min<int64_t>(kCopyBlockBytes, int64_t{number - 1} * kChunkBytes + expected - padded));
+            const int put = stream->Write(zeros.data(), n);
+            if (put <= 0) break;
+            padded += put;
+            total = padded;
+        }
+    }
+    // Without a record, a chunk beyond the count means that the count file or
+    // the chunks are wrong; with one, it is a stray file that nothing reads.
+    if (!savedLengths && ChunkFile(directory, name, count + 1).Exists()) {
+        note(count + 1, "lies beyond the count of chunk files");
+    }
+    stream->Flush();
+    ContentsReplaced();
+    return static_cast<int>(total);
 }
 
 int LxMemberStream::LoadChunks(const LxFile& directory) {

@@ -4,6 +4,8 @@
 // the bytes) and as numbered chunk files of at most 1 MiB in a directory. The
 // object owns its stream and deletes its file when destroyed.
 #include <memory>
+#include <vector>
+#include "LxAudioDamage.h"
 #include "LxPublic/ILxReadWriteStream.h"
 #include "LxPublic/LxFile.h"
 #include "LxPublic/LxString.h"
@@ -46,10 +48,22 @@ public:
     int SaveChunks(const LxFile& directory, int start, LxZipUpdateInfo* info);
     // Replaces the member with the chunk files of directory; returns the bytes read.
     int LoadChunks(const LxFile& directory);
+    // Replaces the member with its chunk files in directory, as LoadChunks, but
+    // goes on past damage and names it in findings: a missing chunk, or one of
+    // the wrong length, is padded with zeros (or cut) to the length it should
+    // have, so that the chunks after it keep their places. savedLengths, when
+    // given (from an integrity record), are the lengths the chunks were saved
+    // with; otherwise every chunk but the last should be 1 MiB, and the count
+    // file says how many there are. Returns the bytes loaded.
+    int LoadChunksChecked(const LxFile& directory, const std::vector<uint32_t>* savedLengths,
+                          std::vector<LxAudioDamage>& findings);
     // Whether directory holds a whole saved member called name: NAME0 absent or
     // holding 2 or more, every chunk up to the count present, all but the last
     // exactly 1 MiB. total receives the member's length.
     static bool CheckChunks(const LxFile& directory, const LxString& name, int64_t& total);
+
+    // Reads up to bytes at position (clamped to the member's end); the bytes read.
+    int ReadAt(int64_t position, void* buffer, int bytes);
 
     // Failed reads or writes of the member's file since it was opened.
     int64_t GetFailures(bool writes) const;
