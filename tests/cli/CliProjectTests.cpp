@@ -105,17 +105,28 @@ TEST_F(CliTest, DamagedProjectsGiveOneClearLineAndNoCrash) {
     std::vector<uint8_t> garbage(good.size());
     uint32_t x = 12345;
     for (uint8_t& byte : garbage) byte = static_cast<uint8_t>((x = x * 1103515245 + 12345) >> 16);
-    const std::map<std::string, std::vector<uint8_t>> damaged = {
-        {"short.lxp", {good.begin(), good.end() - 1}},
-        {"empty.lxp", {}},
-        {"garbage.lxp", garbage}};
-    for (const auto& [name, bytes] : damaged) {
-        SCOPED_TRACE(name);
-        CliFiles::Write(files.Path(name), bytes);
-        ExpectOneErrorLine(cli.Run({"info", name}), "lxaudio: cannot open project '" + name + "'");
-        // A command that would save leaves the damaged file as it was.
-        EXPECT_EQ(cli.Run({"import", name, "a.wav"}).exitCode, 1);
-        EXPECT_EQ(CliFiles::Read(files.Path(name)), bytes);
+    // Cut by one byte, the project's integrity record is damaged: it opens, and
+    // says so; neither empty nor foreign bytes open at all. A command that would
+    // save leaves each file as it was.
+    struct Case {
+        std::string name;
+        std::vector<uint8_t> bytes;
+        int exitCode;
+        std::string says;
+    };
+    const Case cases[] = {
+        {"short.lxp", {good.begin(), good.end() - 1}, 4,
+         "  store: the integrity record is cut short or followed by other bytes\n"},
+        {"empty.lxp", {}, 1, "lxaudio: cannot open project 'empty.lxp': the file is empty\n"},
+        {"garbage.lxp", garbage, 1, "lxaudio: cannot open project 'garbage.lxp': the project is damaged"}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        CliFiles::Write(files.Path(c.name), c.bytes);
+        CliResult info = cli.Run({"info", c.name});
+        EXPECT_EQ(info.exitCode, c.exitCode);
+        EXPECT_NE((info.out + info.err).find(c.says), std::string::npos) << info.out << info.err;
+        EXPECT_EQ(cli.Run({"import", c.name, "a.wav"}).exitCode, c.exitCode);
+        EXPECT_EQ(CliFiles::Read(files.Path(c.name)), c.bytes);
     }
 
     // A folder that holds no project, and a folder project with a cut chunk file.
@@ -126,7 +137,10 @@ TEST_F(CliTest, DamagedProjectsGiveOneClearLineAndNoCrash) {
     const std::string chunk = files.Path("folder/pcm.lxa1");
     std::vector<uint8_t> pages = CliFiles::Read(chunk);
     CliFiles::Write(chunk, std::vector<uint8_t>(pages.begin(), pages.begin() + 100));
-    ExpectOneErrorLine(cli.Run({"info", "folder"}), "lxaudio: cannot open project 'folder'");
+    CliResult info = cli.Run({"info", "folder"});
+    EXPECT_EQ(info.exitCode, 4);
+    EXPECT_NE(info.out.find("  pcm.lxa1: holds 100 bytes, 216 saved\n"), std::string::npos) << info.out;
+    EXPECT_NE(info.out.find("      1 damaged: page 180 damaged\n"), std::string::npos) << info.out;
     ExpectOneErrorLine(cli.Run({"info", "missing.lxp"}), "lxaudio: cannot open project 'missing.lxp'");
 }
 

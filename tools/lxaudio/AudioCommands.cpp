@@ -261,8 +261,7 @@ int Mix(const LxCliGlobal& global, const std::string& path, const LxCliMixOption
     std::vector<LxAudioClipForMerger> entries;
     for (const std::string& text : options.entries) {
         MixEntry entry = ParseMixEntry(text);
-        if (!project.HasClip(entry.clipID))
-            throw LxCliFailure("no clip " + std::to_string(entry.clipID) + " in project", path, "");
+        project.RequireClip(entry.clipID);
         if (entry.fade == LxAudioEffectNone) {
             entries.emplace_back(entry.clipID, entry.offsetMS, entry.weight);
         } else {

@@ -46,3 +46,8 @@ std::string LxCliAssertLog::Summary(size_t since) const {
     std::string text = "engine reported " + std::to_string(n) + (n == 1 ? " problem: " : " problems, first: ");
     return text + Describe(reports_[since]);
 }
+
+void LxCliAssertLog::Forget(size_t mark) {
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (mark < reports_.size()) reports_.resize(mark);
+}

@@ -18,6 +18,9 @@ public:
     // Reports since the last mark; a command marks before a step it wants to judge.
     size_t Mark() const { return Count(); }
     size_t CountSince(size_t mark) const { return Count() - mark; }
+    // Drops the reports since mark, for a step that said what went wrong in
+    // its own words (a damaged project's load names the damage itself).
+    void Forget(size_t mark);
     // "engine reported N problem(s); first: MESSAGE (FILE:LINE)", or "" when none.
     std::string Summary(size_t since = 0) const;
 

@@ -73,6 +73,9 @@ int Import(const LxCliGlobal& global, const std::string& project, const LxCliImp
 int Edit(const LxCliGlobal& global, const std::string& project, int clipID, const std::vector<std::string>& ops);
 int Mix(const LxCliGlobal& global, const std::string& project, const LxCliMixOptions& options);
 int Export(const LxCliGlobal& global, const std::string& project, const LxCliExportOptions& options);
+// Copies the clips of a (damaged) project into a new project; withSilence also
+// copies damaged clips whose own record is intact, silence in their holes.
+int Salvage(const LxCliGlobal& global, const std::string& project, const std::string& output, bool withSilence);
 int Compress(const LxCliGlobal& global, const std::string& project, int jobs);
 int Compact(const LxCliGlobal& global, const std::string& project, const std::vector<int>& keep);
 int Waveform(const LxCliGlobal& global, const std::string& project, const LxCliWaveformOptions& options);

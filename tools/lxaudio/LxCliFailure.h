@@ -10,6 +10,9 @@ public:
     static constexpr int kExitFailure = 1;
     // Exit status for a command line that cannot be understood.
     static constexpr int kExitUsage = 2;
+    // Exit status when the project is damaged: a verified load found bytes
+    // that differ from what was saved (3 is an internal error).
+    static constexpr int kExitDamaged = 4;
 
     LxCliFailure(const std::string& what, const std::string& file, const std::string& why,
                  int exitCode = kExitFailure)

@@ -209,26 +209,61 @@ void LxCliProject::Open(const std::string& path, Access access, bool announce) {
         std::fprintf(stderr, "lxaudio: %s\n", LxCliRecordings::Notice(path_, interrupted_).c_str());
     MakeController();
     size_t mark = log_.Mark();
-    bool loaded = false;
     if (fs::is_directory(p, error)) {
         form_ = Form::kDirectory;
-        if (!fs::exists(p / "pcm.lxa1", error))
+        if (!fs::exists(p / "pcm.lxa1", error) && !fs::exists(p / "integrity.lxi", error))
             throw LxCliFailure("cannot open project", path, "the folder holds no lxaudio project");
-        loaded = controller_->ReadFrom(LxFile(LxString(path)));
+        controller_->ReadVerifiedFrom(LxFile(LxString(path)), damage_);
     } else {
         form_ = Form::kFile;
         auto in = LxStreamUtil::CreateFileStreamRead(LxFile(LxString(path)));
         if (!in) throw LxCliFailure("cannot open project", path, std::strerror(errno));
         if (in->GetLength() == 0) throw LxCliFailure("cannot open project", path, "the file is empty");
-        loaded = controller_->ReadFrom(in.get());
+        controller_->ReadVerifiedFrom(in.get(), damage_);
     }
-    if (!loaded || log_.CountSince(mark) > 0) {
+    if (!damage_.loaded) {
         std::string why = "the project is damaged or is not an lxaudio project";
-        std::string detail = log_.Summary(mark);
-        if (!detail.empty()) why += " (" + detail + ")";
+        if (!damage_.damage.empty()) why += " (" + LxAudioDamageReport::Describe(damage_.damage.front()) + ")";
         throw LxCliFailure("cannot open project", path, why);
     }
+    if (damage_.IsDamaged()) {
+        // What the engine said while reading damaged bytes is in the report.
+        log_.Forget(mark);
+        if (access_ == Access::kWrite) {
+            throw LxCliFailure("project", path,
+                               "damaged; not changed (" + DamageLine() +
+                                   "); 'lxaudio info' lists the damage, 'lxaudio salvage' copies what is intact",
+                               LxCliFailure::kExitDamaged);
+        }
+        if (announce)
+            std::fprintf(stderr, "lxaudio: warning: project '%s' is damaged (%s); only its intact clips can be used\n",
+                         path.c_str(), DamageLine().c_str());
+        return;
+    }
+    if (log_.CountSince(mark) > 0) {
+        throw LxCliFailure("cannot open project", path,
+                           "the project is damaged or is not an lxaudio project (" + log_.Summary(mark) + ")");
+    }
     Verify();
+}
+
+std::string LxCliProject::DamageLine() const {
+    std::string line;
+    const size_t shown = std::min<size_t>(damage_.damage.size(), 2);
+    for (size_t i = 0; i < shown; ++i)
+        line += (i ? "; " : "") + LxAudioDamageReport::Describe(damage_.damage[i]);
+    if (damage_.damage.size() > shown) line += "; " + std::to_string(damage_.damage.size() - shown) + " more";
+    if (!damage_.damagedClips.empty()) {
+        line += "; damaged clip" + std::string(damage_.damagedClips.size() > 1 ? "s" : "");
+        bool first = true;
+        for (const auto& entry : damage_.damagedClips) {
+            line += (first ? " " : ", ") + std::to_string(entry.first);
+            first = false;
+        }
+    } else {
+        line += "; no clip is damaged";
+    }
+    return line;
 }
 
 // The store's own load checks that the members fit the stream; this checks
@@ -294,7 +329,7 @@ void LxCliProject::SaveAsFile() {
         auto out = LxStreamUtil::CreateFileStreamReadWrite(temporaryFile, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
         if (!out) fail(std::string("cannot write next to it (") + std::strerror(errno) + ")");
         LxCliSaveStream stream(std::move(out));
-        bool written = controller_->WriteTo(&stream);
+        bool written = controller_->WriteVerifiedTo(&stream);
         if (!written || stream.WriteFailed()) {
             std::string detail = log_.Summary(mark);
             fail("writing failed (disk full?)" + (detail.empty() ? std::string() : " (" + detail + ")"));
@@ -319,7 +354,8 @@ void LxCliProject::SaveAsDirectory() {
     fs::remove_all(temporary, error);
     if (!fs::create_directory(temporary, error)) fail("cannot write next to it (" + Why(error) + ")");
     size_t mark = log_.Mark();
-    if (!controller_->WriteTo(LxFile(LxString(temporary.string())), false, nullptr) || log_.CountSince(mark) > 0) {
+    if (!controller_->WriteVerifiedTo(LxFile(LxString(temporary.string())), false, nullptr) ||
+        log_.CountSince(mark) > 0) {
         std::string detail = log_.Summary(mark);
         fail("writing failed (disk full?)" + (detail.empty() ? std::string() : " (" + detail + ")"));
     }
@@ -380,7 +416,16 @@ bool LxCliProject::HasClip(int clipID) {
     return false;
 }
 
-std::unique_ptr<LxAudioClip> LxCliProject::LoadClip(int clipID) {
+void LxCliProject::RequireClip(int clipID) {
+    auto damaged = damage_.damagedClips.find(clipID);
+    if (damaged != damage_.damagedClips.end()) {
+        throw LxCliFailure("clip " + std::to_string(clipID) + " is damaged in project", path_,
+                           damaged->second + "; 'lxaudio salvage' copies what is intact", LxCliFailure::kExitDamaged);
+    }
     if (!HasClip(clipID)) throw LxCliFailure("no clip " + std::to_string(clipID) + " in project", path_, "");
+}
+
+std::unique_ptr<LxAudioClip> LxCliProject::LoadClip(int clipID) {
+    RequireClip(clipID);
     return controller_->GetClip(clipID);
 }

@@ -41,7 +41,11 @@ public:
     // A new, empty project, saved at once. Fails when path exists.
     void Create(const std::string& path, Form form);
     // Loads an existing project (the form is what is found on disk) and checks
-    // that every clip it lists can be read. Fails with a clear message otherwise.
+    // it against its integrity record (or, for a project saved without one,
+    // its structure). A damaged project is refused for writing ("damaged; not
+    // changed", exit 4), so that damage never becomes permanent; for reading it
+    // is opened with a warning on stderr, and its damaged clips are refused one
+    // by one (LoadClip). Fails with a clear message when it cannot be read.
     // Before it loads, it removes what killed commands left beside the project
     // (see RemoveLeftovers) and, unless announce is false, prints one line on
     // stderr when interrupted recordings wait to be recovered.
@@ -61,9 +65,16 @@ public:
     const std::string& Path() const { return path_; }
     Form GetForm() const { return form_; }
 
-    // The clip with this ID, or a failure naming the project ("no clip 7 in ...").
+    // The clip with this ID, or a failure naming the project ("no clip 7 in
+    // ...", or "clip 7 is damaged" with why).
     std::unique_ptr<LxAudioClip> LoadClip(int clipID);
     bool HasClip(int clipID);
+    // Throws the failure LoadClip would when the clip is missing or damaged.
+    void RequireClip(int clipID);
+    // What the load found; no damage when the project is intact.
+    const LxAudioDamageReport& Damage() const { return damage_; }
+    // The first findings and the damaged clips, in one line.
+    std::string DamageLine() const;
 
 private:
     void MakeController();
@@ -90,4 +101,5 @@ private:
     int lockHandle_ = -1;
     bool inWorkingFolder_ = false;
     std::vector<LxAudioLeftover> interrupted_;
+    LxAudioDamageReport damage_;
 };

@@ -1,7 +1,9 @@
-// Commands on a project as a whole: new, info, compress, compact.
+// Commands on a project as a whole: new, info, salvage, compress, compact.
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <list>
+#include <map>
 #include <set>
 #include "LxAudioCore.h"
 #include "LxCliAssertLog.h"
@@ -92,8 +94,18 @@ int Info(const LxCliGlobal& global, const std::string& path, bool json) {
     store.GetMemberSizes(sizes);
     static const char* const kMembers[5] = {"raw", "enc", "pcm", "clip", "map"};
     PageCounts pages = CountPages(store, sizes[2]);
+    // Clips the saved clip table lists, also those a damaged "map.lxa" lost.
+    const LxAudioDamageReport& damage = project.Damage();
     std::list<int> ids;
     controller.GetListOfClipIDs(ids);
+    for (const auto& entry : damage.clipTable) ids.push_back(entry.first);
+    ids.sort();
+    ids.unique();
+    auto whyDamaged = [&damage](int id) {
+        auto it = damage.damagedClips.find(id);
+        return it == damage.damagedClips.end() ? std::string() : it->second;
+    };
+    const int exitCode = damage.IsDamaged() ? LxCliFailure::kExitDamaged : 0;
     const bool isDirectory = project.GetForm() == LxCliProject::Form::kDirectory;
 
     if (json) {
@@ -114,11 +126,25 @@ int Info(const LxCliGlobal& global, const std::string& path, bool json) {
         out.Key("pcmBytesOfCompressedPages").Int(pages.pcmBytesCompressed);
         out.Key("encodedBytes").Int(pages.encodedBytes);
         out.EndObject();
+        out.Key("integrity").BeginObject();
+        out.Key("verified").Bool(damage.verified);
+        out.Key("damaged").Bool(damage.IsDamaged());
+        out.Key("findings").BeginArray();
+        for (const LxAudioDamage& finding : damage.damage) out.String(LxAudioDamageReport::Describe(finding));
+        out.EndArray();
+        out.EndObject();
         out.Key("clips").BeginArray();
         for (int id : ids) {
-            auto clip = controller.GetClip(id);
             out.BeginObject();
             out.Key("id").Int(id);
+            const std::string why = whyDamaged(id);
+            if (!why.empty()) {
+                // Nothing of a damaged clip is read: its record may be what is damaged.
+                out.Key("damaged").String(why);
+                out.EndObject();
+                continue;
+            }
+            auto clip = controller.GetClip(id);
             out.Key("frames").Int(clip->WorthInFrames());
             out.Key("seconds").Double(clip->WorthInFrames() / 44100.0, 3);
             out.Key("channels").Int(clip->GetMaximumNumberOfChannels());
@@ -157,7 +183,7 @@ int Info(const LxCliGlobal& global, const std::string& path, bool json) {
         out.EndArray();
         out.EndObject();
         std::fputs(out.Text().c_str(), stdout);
-        return 0;
+        return exitCode;
     }
 
     std::printf("project  %s (%s, %s on disk)\n", path.c_str(), isDirectory ? "directory" : "file",
@@ -173,11 +199,23 @@ int Info(const LxCliGlobal& global, const std::string& path, bool json) {
     if (!ids.empty())
         std::printf("  %5s %10s %11s %3s %6s  %s\n", "id", "frames", "length", "ch", "ranges", "silent");
     for (int id : ids) {
+        const std::string why = whyDamaged(id);
+        if (!why.empty()) {
+            std::printf("  %5d damaged: %s\n", id, why.c_str());
+            continue;
+        }
         auto clip = controller.GetClip(id);
         std::printf("  %5d %10d %11s %3d %6zu  %s\n", id, clip->WorthInFrames(), LxCliUnits::Seconds(clip->WorthInFrames()).c_str(),
                     clip->GetMaximumNumberOfChannels(), clip->GetPageRanges().size(),
                     clip->IsSilent() ? "yes" : "no");
     }
+    std::printf("integrity %s\n", damage.IsDamaged() ? "DAMAGED"
+                                   : damage.verified ? "verified: every clip is as it was saved"
+                                                     : "not verified (saved without an integrity record); its structure is sound");
+    for (const LxAudioDamage& finding : damage.damage)
+        std::printf("  %s\n", LxAudioDamageReport::Describe(finding).c_str());
+    if (damage.IsDamaged())
+        std::printf("  'lxaudio salvage %s NEW' copies the intact clips into a new project\n", path.c_str());
     if (!project.Interrupted().empty()) {
         std::printf("interrupted recordings, not in the project ('lxaudio recover %s' adds them)\n", path.c_str());
         std::printf("  %-19s %11s  %s\n", "recorded", "length", "state");
@@ -189,6 +227,45 @@ int Info(const LxCliGlobal& global, const std::string& path, bool json) {
             }
         }
     }
+    return exitCode;
+}
+
+int Salvage(const LxCliGlobal& global, const std::string& path, const std::string& output, bool withSilence) {
+    std::error_code error;
+    const fs::path in = fs::weakly_canonical(fs::path(path), error);
+    const fs::path out = fs::weakly_canonical(fs::path(output), error);
+    const auto inside = std::mismatch(in.begin(), in.end(), out.begin(), out.end()).first == in.end();
+    if (inside)
+        throw LxCliFailure("cannot salvage into", output, "it is the damaged project or lies inside it",
+                           LxCliFailure::kExitUsage);
+    LxCliProject source(*global.log);
+    source.Open(path, LxCliProject::Access::kRead, /*announce*/ false);
+    const LxAudioDamageReport& damage = source.Damage();
+    LxCliProject target(*global.log);
+    target.Create(output, global.directory || source.GetForm() == LxCliProject::Form::kDirectory
+                              ? LxCliProject::Form::kDirectory
+                              : LxCliProject::Form::kFile);
+    std::map<int, int> idMap;
+    std::set<int> patched;
+    const int copied = source.Controller().SalvageInto(target.Controller(), damage, withSilence, idMap, patched);
+    target.Save();
+    for (const auto& entry : damage.clipTable) {
+        const int id = entry.first;
+        auto it = idMap.find(id);
+        auto why = damage.damagedClips.find(id);
+        if (it == idMap.end()) {
+            std::printf("clip %d left out: %s\n", id, why != damage.damagedClips.end() ? why->second.c_str() : "cannot be read");
+        } else if (patched.count(id) != 0) {
+            std::printf("clip %d -> %d, with silence where it was damaged (%s)\n", id, it->second, why->second.c_str());
+        } else {
+            std::printf("clip %d -> %d\n", id, it->second);
+        }
+    }
+    std::printf("salvaged %d of %zu clips from %s into %s%s\n", copied, damage.clipTable.size(), path.c_str(),
+                output.c_str(),
+                copied < static_cast<int>(damage.clipTable.size()) && !withSilence
+                    ? " (--with-silence also copies damaged clips whose own record is intact)"
+                    : "");
     return 0;
 }
 

@@ -81,6 +81,17 @@ int main(int argc, char** argv) {
     cmdInfo->add_flag("--json", json, "Machine-readable output");
     cmdInfo->callback([&] { run = [&] { return LxCliCommands::Info(global, project, json); }; });
 
+    std::string salvageOutput;
+    bool withSilence = false;
+    auto* cmdSalvage = app.add_subcommand(
+        "salvage", "Copy the intact clips of a damaged project into a new project (keeping their order)");
+    cmdSalvage->add_option("project", project, "The damaged project")->required();
+    cmdSalvage->add_option("new", salvageOutput, "The new project (must not exist)")->required();
+    cmdSalvage->add_flag("--with-silence", withSilence,
+                         "Also copy damaged clips whose own record is intact, with silence where their audio is lost");
+    cmdSalvage->callback(
+        [&] { run = [&] { return LxCliCommands::Salvage(global, project, salvageOutput, withSilence); }; });
+
     LxCliImportOptions import;
     auto* cmdImport = app.add_subcommand(
         "import", "Import WAV (8/16/24/32-bit, float, any rate) and Ogg Vorbis files; each becomes a clip");

@@ -600,9 +600,11 @@ bool LxAudioFile::ReadVerifiedFrom(ILxStream& in, LxAudioDamageReport& report) {
     uint64_t recordBytes = 0;
     if (walked == 5 && position < end) {
         why = "bytes after the store are not an integrity record";
-        haveRecord = readAt(position, edge, LxStoreIntegrityRecord::kHeaderBytes) &&
-                     LxStoreIntegrityRecord::LooksLikeHeader(edge, LxStoreIntegrityRecord::kHeaderBytes, recordBytes) &&
-                     position + static_cast<int64_t>(recordBytes) == end && recordAt(position, recordBytes);
+        if (readAt(position, edge, LxStoreIntegrityRecord::kHeaderBytes) &&
+            LxStoreIntegrityRecord::LooksLikeHeader(edge, LxStoreIntegrityRecord::kHeaderBytes, recordBytes)) {
+            why = "the integrity record is cut short or followed by other bytes";
+            haveRecord = position + static_cast<int64_t>(recordBytes) == end && recordAt(position, recordBytes);
+        }
     }
     if (!haveRecord && readAt(end - LxStoreIntegrityRecord::kFooterBytes, edge, LxStoreIntegrityRecord::kFooterBytes)) {
         recordBytes = LxStoreIntegrityRecord::LengthFromFooter(edge);
