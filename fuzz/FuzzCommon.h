@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <list>
+#include <map>
+#include <set>
 #include <vector>
 #include "LxAudioClip.h"
 #include "LxAudioController.h"
@@ -72,6 +74,20 @@ inline void ExerciseStore(LxAudioController& controller) {
         clip->LoadThumbnail();
         clip->GetBestVolume(0, clip->WorthInFrames());
     }
+}
+
+// A verified load of the same input into another controller, and salvage of
+// what it calls intact into a third.
+template <typename Load>
+void VerifiedLoadAndSalvage(Load load) {
+    LxAudioController checked, salvaged;
+    LxAudioDamageReport report;
+    Note("verified", load(checked, report));
+    Note("damaged", report.IsDamaged());
+    std::map<int, int> idMap;
+    std::set<int> patched;
+    checked.SalvageInto(salvaged, report, true, idMap, patched);
+    ExerciseStore(salvaged);
 }
 
 }  // namespace fuzz

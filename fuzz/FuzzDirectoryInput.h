@@ -17,8 +17,10 @@ struct DirectoryFile {
 inline const char* const kMembers[5] = {"raw.lxa", "enc.lxa", "pcm.lxa", "clip.lxa", "map.lxa"};
 
 // Selector s names member s % 5 with chunk number (s / 5) % 4: NAME0 (the
-// count file) to NAME3.
+// count file) to NAME3; selectors from 240 on name the integrity record.
+constexpr uint8_t kIntegritySelector = 240;
 inline std::string DirectoryFileName(uint8_t selector) {
+    if (selector >= kIntegritySelector) return "integrity.lxi";
     return std::string(kMembers[selector % 5]) + std::to_string((selector / 5) % 4);
 }
 

@@ -1,5 +1,5 @@
 // A project saved as a directory of chunk files, opened, then every page and
-// clip read. The input is a list of files: a selector byte (which member and
+// clip read; and opened with its integrity checked, and what is intact salvaged. The input is a list of files: a selector byte (which member and
 // which chunk number), a 16-bit little-endian length, and the file's bytes.
 #include <cstddef>
 #include <cstdint>
@@ -22,6 +22,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         fuzz::Note("loaded", loaded);
         if (loaded) fuzz::ExerciseStore(controller);
     }
+    fuzz::VerifiedLoadAndSalvage([&](LxAudioController& target, LxAudioDamageReport& report) {
+        return target.ReadVerifiedFrom(dir, report);
+    });
     LxFileUtil::DeleteDirectory(dir, true);
     return 0;
 }

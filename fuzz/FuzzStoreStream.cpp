@@ -1,4 +1,5 @@
-// A saved project (the store in one stream) opened, then every page and clip read.
+// A saved project (the store in one stream) opened, then every page and clip
+// read; and opened with its integrity checked, and what is intact salvaged.
 #include <cstddef>
 #include <cstdint>
 #include "FuzzCommon.h"
@@ -20,5 +21,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         LxMemoryStream again;
         controller.WriteTo(&again);
     }
+    fuzz::VerifiedLoadAndSalvage([&](LxAudioController& target, LxAudioDamageReport& report) {
+        LxMemoryStream in;
+        in.Write(data, static_cast<int>(size));
+        in.Seek(0, kLxSeekBegin);
+        return target.ReadVerifiedFrom(&in, report);
+    });
     return 0;
 }

@@ -114,7 +114,8 @@ int main(int argc, char** argv) {
     Save(root / "wav" / "extensible24_44100.wav", Wav(65534, 2, 44100, 24, 2205));
 
     // A small project: two recordings and an edit saved as a third clip, saved
-    // as it is and again with every page compressed.
+    // as it is and again with every page compressed (with its integrity record,
+    // as is the directory form).
     LxAudioController controller;
     const int mono = Record(controller, 8820, 1);
     Record(controller, 4410, 2);
@@ -127,7 +128,7 @@ int main(int argc, char** argv) {
     controller.WriteTo(&plain);
     controller.CompressAllPages(nullptr);
     LxMemoryStream compressed;
-    controller.WriteTo(&compressed);
+    controller.WriteVerifiedTo(&compressed);
     for (auto* s : {&plain, &compressed}) {
         std::vector<uint8_t> bytes(static_cast<size_t>(s->GetLength()));
         s->Seek(0, kLxSeekBegin);
@@ -136,9 +137,9 @@ int main(int argc, char** argv) {
     }
 
     LxFile dir = LxFileUtil::CreateUniqueTempDir("LxFuzzSeed");
-    controller.WriteTo(dir, false, nullptr);
+    controller.WriteVerifiedTo(dir, false, nullptr);
     std::vector<uint8_t> packed;
-    for (uint8_t selector = 0; selector < 20; ++selector) {
+    for (uint8_t selector : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 240}) {
         const fs::path file = fs::path(dir.GetPath().str()) / fuzz::DirectoryFileName(selector);
         if (!fs::exists(file)) continue;
         std::vector<uint8_t> bytes = ReadFile(file);
