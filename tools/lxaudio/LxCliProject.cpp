@@ -1,5 +1,6 @@
 #include "LxCliProject.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -417,10 +418,14 @@ bool LxCliProject::HasClip(int clipID) {
 }
 
 void LxCliProject::RequireClip(int clipID) {
-    auto damaged = damage_.damagedClips.find(clipID);
-    if (damaged != damage_.damagedClips.end()) {
+    // In a damaged project only the clips the check found intact are used.
+    const std::vector<int>& intact = damage_.intactClips;
+    if (damage_.IsDamaged() && std::find(intact.begin(), intact.end(), clipID) == intact.end()) {
+        auto damaged = damage_.damagedClips.find(clipID);
+        const std::string why =
+            damaged != damage_.damagedClips.end() ? damaged->second : "it is not among the project's intact clips";
         throw LxCliFailure("clip " + std::to_string(clipID) + " is damaged in project", path_,
-                           damaged->second + "; 'lxaudio salvage' copies what is intact", LxCliFailure::kExitDamaged);
+                           why + "; 'lxaudio salvage' copies what is intact", LxCliFailure::kExitDamaged);
     }
     if (!HasClip(clipID)) throw LxCliFailure("no clip " + std::to_string(clipID) + " in project", path_, "");
 }

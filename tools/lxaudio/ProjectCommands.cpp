@@ -101,9 +101,12 @@ int Info(const LxCliGlobal& global, const std::string& path, bool json) {
     for (const auto& entry : damage.clipTable) ids.push_back(entry.first);
     ids.sort();
     ids.unique();
+    // In a damaged project, a clip the check did not find intact is not read.
     auto whyDamaged = [&damage](int id) {
+        if (!damage.IsDamaged() || std::count(damage.intactClips.begin(), damage.intactClips.end(), id) == 1)
+            return std::string();
         auto it = damage.damagedClips.find(id);
-        return it == damage.damagedClips.end() ? std::string() : it->second;
+        return it == damage.damagedClips.end() ? std::string("not among the project's intact clips") : it->second;
     };
     const int exitCode = damage.IsDamaged() ? LxCliFailure::kExitDamaged : 0;
     const bool isDirectory = project.GetForm() == LxCliProject::Form::kDirectory;

@@ -32,8 +32,8 @@ LxPCMData RecordFromBytes(const unsigned char* p) {
     LxPCMData record;
     record.codec = Get32(p);
     record.pcmBytes = Get32(p + 4);
-    record.dataRange = LxRange(Get32(p + 8), Get32(p + 12));
-    record.thumbnailRange = LxRange(Get32(p + 16), Get32(p + 20));
+    record.dataRange = LxRange{Get32(p + 8), Get32(p + 12)};
+    record.thumbnailRange = LxRange{Get32(p + 16), Get32(p + 20)};
     record.channels = Get32(p + 24);
     record.sampleRate = Get32(p + 28);
     record.bitsPerSample = Get32(p + 32);
@@ -309,9 +309,14 @@ void LxStoreChecker::CheckClipTable(const LxStoreIntegrityRecord* record, LxAudi
             report.damagedClips[clip.id] = "its entry in the clip table is damaged";
         }
     }
+    // IDs the table lists that were never saved (a damaged ID) name no clip:
+    // they are reported with the damaged ones, and salvage leaves them out.
     std::vector<int> unsaved;
     for (const auto& entry : loaded) {
-        if (report.clipTable.count(entry.first) == 0) unsaved.push_back(entry.first);
+        if (report.clipTable.count(entry.first) != 0) continue;
+        unsaved.push_back(entry.first);
+        report.unreadableClips.insert(entry.first);
+        report.damagedClips[entry.first] = "the clip table lists it, but no such clip was saved";
     }
     if (!differing.empty() || !unsaved.empty()) {
         std::string what = "the clip table differs from the saved one";
@@ -410,8 +415,8 @@ void LxStoreChecker::MarkDamagedSpans(LxAudioDamageReport& report) {
             // Loading names the chunk; the count file stands for no bytes.
             if (d.member != kNames[i] || d.chunk < 1) continue;
             const int64_t first = int64_t{d.chunk - 1} * kChunkBytes;
-            spans[i].push_back(LxRange(static_cast<int>(std::min<int64_t>(first, INT32_MAX)),
-                                       static_cast<int>(std::min<int64_t>(first + kChunkBytes, INT32_MAX))));
+            spans[i].push_back(LxRange{static_cast<int>(std::min<int64_t>(first, INT32_MAX)),
+                                       static_cast<int>(std::min<int64_t>(first + kChunkBytes, INT32_MAX))});
         }
     }
     auto hits = [&](int member, const LxRange& range) {
@@ -424,7 +429,7 @@ void LxStoreChecker::MarkDamagedSpans(LxAudioDamageReport& report) {
     for (size_t i = 0; i < pages.size(); ++i) {
         const int pageID = static_cast<int>(i) * kLxPageRecordBytes;
         const LxPCMData& p = pages[i];
-        if (hits(kPcm, LxRange(pageID, pageID + kLxPageRecordBytes))) {
+        if (hits(kPcm, LxRange{pageID, pageID + kLxPageRecordBytes})) {
             report.damagedPages.insert(pageID);
             report.damagedPageRecords.insert(pageID);
         } else if ((p.codec == kLxPageCodecRaw && hits(kRaw, p.dataRange)) ||
@@ -433,10 +438,12 @@ void LxStoreChecker::MarkDamagedSpans(LxAudioDamageReport& report) {
             report.damagedPages.insert(pageID);
         }
     }
+    const bool tableHit = hits(kMap, LxRange{0, 1});
     for (const auto& [id, position] : report.clipTable) {
-        if (hits(kMap, LxRange(0, 1)) || hits(kClip, LxRange(static_cast<int>(position), static_cast<int>(position) + 1))) {
+        const int at = static_cast<int>(position);
+        if (tableHit || hits(kClip, LxRange{at, at + 1})) {
             report.unreadableClips.insert(id);
-            report.damagedClips[id] = hits(kMap, LxRange(0, 1)) ? "the clip table is damaged" : "its record is damaged";
+            report.damagedClips[id] = tableHit ? "the clip table is damaged" : "its record is damaged";
         }
     }
 }
