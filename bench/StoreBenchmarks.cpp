@@ -11,7 +11,8 @@
 //                                 "enc.lxa" and "pcm.lxa", which must be equal
 //   saveload MIB DIR              a store of MIB MiB of raw audio written with
 //                                 WriteTo into DIR/saved.lxp, then read back with
-//                                 ReadFrom into a new controller
+//                                 ReadFrom into a new controller; then the same
+//                                 with WriteVerifiedTo and ReadVerifiedFrom
 //   capture SECONDS [SPEED]       a recording of that length on the simulated
 //                                 wave driver at SPEED x real time (0: instant); peak RSS
 //
@@ -228,14 +229,36 @@ int CommandSaveLoad(int argc, char** argv) {
     loaded.GetListOfClipIDs(ids);
     if (ids.size() != 1) return Fail("the loaded store has a wrong clip count");
 
+    // The same with the integrity record: written after the members, checked on load.
+    saved.Delete();
+    Timer verifiedWrite;
+    {
+        auto out = LxStreamUtil::CreateFileStreamReadWrite(saved, 2, 0x3f3f3f3f, 0x3f3f3f3f);
+        written = out && controller.WriteVerifiedTo(out.get());
+    }
+    verifiedWrite.Stop();
+    if (!written) return Fail("WriteVerifiedTo failed");
+    LxAudioController checked;
+    LxAudioDamageReport report;
+    Timer verifiedRead;
+    {
+        auto in = LxStreamUtil::CreateFileStreamRead(saved);
+        loadedOk = in && checked.ReadVerifiedFrom(in.get(), report);
+    }
+    verifiedRead.Stop();
+    if (!loadedOk || !report.verified) return Fail("ReadVerifiedFrom failed");
+
     int sizes[5] = {};
     loaded.GetAudioFile()->GetMemberSizes(sizes);
     long long storeBytes = 0;
     for (int s : sizes) storeBytes += s;
     std::printf(
         "{\"op\": \"saveload\", \"write_seconds\": %.6f, \"write_cpu_seconds\": %.6f, \"read_seconds\": %.6f, "
-        "\"read_cpu_seconds\": %.6f, \"store_bytes\": %lld, \"asserts\": %d}\n",
-        write.wall, write.cpu, read.wall, read.cpu, storeBytes, assertCount);
+        "\"read_cpu_seconds\": %.6f, \"verified_write_seconds\": %.6f, \"verified_write_cpu_seconds\": %.6f, "
+        "\"verified_read_seconds\": %.6f, \"verified_read_cpu_seconds\": %.6f, \"store_bytes\": %lld, "
+        "\"asserts\": %d}\n",
+        write.wall, write.cpu, read.wall, read.cpu, verifiedWrite.wall, verifiedWrite.cpu, verifiedRead.wall,
+        verifiedRead.cpu, storeBytes, assertCount);
     return 0;
 }
 

@@ -363,12 +363,14 @@ def main():
             os.makedirs(save_dir)
             # The store, its saved copy, the loaded store and cp's copy.
             prime_memory(save_dir, 4 * args.store_mib)
-            w_runs, r_runs, cp_runs = [], [], []
+            w_runs, r_runs, vw_runs, vr_runs, cp_runs = [], [], [], [], []
             store_bytes = 0
             for _ in range(max(1, args.reps - 1)):
                 r = run_ours(tool, ["saveload", str(args.store_mib), save_dir], env)
                 w_runs.append(Timed(r["write_seconds"], r["write_cpu_seconds"]))
                 r_runs.append(Timed(r["read_seconds"], r["read_cpu_seconds"]))
+                vw_runs.append(Timed(r["verified_write_seconds"], r["verified_write_cpu_seconds"]))
+                vr_runs.append(Timed(r["verified_read_seconds"], r["verified_read_cpu_seconds"]))
                 store_bytes = r["store_bytes"]
                 saved = os.path.join(save_dir, "saved.lxp")
                 copy = os.path.join(save_dir, "copy.lxp")
@@ -380,6 +382,10 @@ def main():
                         0.7, clock, note)
             compare_row(table, "load (ReadFrom one file stream)", median_timed(r_runs), median_timed(cp_runs), "cp",
                         0.7, clock, note)
+            compare_row(table, "verified save (WriteVerifiedTo)", median_timed(vw_runs), median_timed(cp_runs), "cp",
+                        0.7, clock, note)
+            compare_row(table, "verified load (ReadVerifiedFrom)", median_timed(vr_runs), median_timed(cp_runs),
+                        "cp", 0.7, clock, note)
 
         # --- memory --------------------------------------------------------------------------
         if wanted("memory"):
