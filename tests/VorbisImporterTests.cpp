@@ -237,6 +237,26 @@ TEST(NvVorbisImporter, DamagedFilesGiveAReportAndNoClip) {
     EXPECT_EQ(recorder.Count(), 0u);
     EXPECT_GT(controller.GetClip(id)->WorthInFrames(), 5 * 44100 / 2);
     EXPECT_LT(controller.GetClip(id)->WorthInFrames(), 5 * 44100);
+    // The page cut off still tells, in its header, where the stream would have
+    // reached at its end; the frames found are those of the last whole page.
+    EXPECT_TRUE(importer->IsCutShort());
+    EXPECT_EQ(importer->GetFoundFrames(), importer->GetTotalFrames());
+    EXPECT_GT(importer->GetPromisedFrames(), importer->GetFoundFrames());
+    EXPECT_LT(importer->GetPromisedFrames(), 5 * 44100);
+    EXPECT_NEAR(controller.GetClip(id)->WorthInFrames(), importer->GetFoundFrames(), 90);
+    // The whole file promises what it holds; cut where its last page begins,
+    // it lacks the end-of-stream mark, and no length is promised.
+    LxMemoryStream intact(longer);
+    auto whole = controller.GetNvVorbisImporter(nullptr, nullptr);
+    ASSERT_GT(whole->Import(&intact), 0);
+    EXPECT_FALSE(whole->IsCutShort());
+    EXPECT_EQ(whole->GetPromisedFrames(), 5 * 44100);
+    const std::string text(longer.begin(), longer.end());
+    LxMemoryStream atPage(std::vector<uint8_t>(longer.begin(), longer.begin() + static_cast<long>(text.rfind("OggS"))));
+    auto lastPageLost = controller.GetNvVorbisImporter(nullptr, nullptr);
+    ASSERT_GT(lastPageLost->Import(&atPage), 0);
+    EXPECT_TRUE(lastPageLost->IsCutShort());
+    EXPECT_EQ(lastPageLost->GetPromisedFrames(), -1);
 
     // A file that does not exist.
     TempDir tmp;
