@@ -7,6 +7,7 @@
 #include "LxCliAssertLog.h"
 #include "LxCliCommands.h"
 #include "LxCliFailure.h"
+#include "LxCliFileSafety.h"
 #include "LxCliJsonWriter.h"
 #include "LxCliProgressBar.h"
 #include "LxCliProject.h"
@@ -193,6 +194,7 @@ int Info(const LxCliGlobal& global, const std::string& path, bool json) {
 }
 
 int Compress(const LxCliGlobal& global, const std::string& path, int jobs) {
+    LxCliFileSafety::RefuseReadOnly(path);
     LxCliProject project(*global.log);
     project.Open(path, LxCliProject::Access::kWrite);
     LxAudioController& controller = project.Controller();
@@ -216,6 +218,7 @@ int Compress(const LxCliGlobal& global, const std::string& path, int jobs) {
 }
 
 int Compact(const LxCliGlobal& global, const std::string& path, const std::vector<int>& keep) {
+    LxCliFileSafety::RefuseReadOnly(path);
     LxCliProject project(*global.log);
     project.Open(path, LxCliProject::Access::kWrite);
     LxAudioController& controller = project.Controller();
