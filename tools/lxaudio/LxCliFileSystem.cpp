@@ -103,10 +103,11 @@ int RemoveStalePartFiles(const std::string& folder) {
 
 LxCliOutputFile::LxCliOutputFile(std::string path, std::string what) : path_(std::move(path)) {
     const std::string name = "." + std::to_string(LxCliFileSystem::ProcessID()) + kSuffix;
-    target_ = LxFileUtil::ResolveSymbolicLinks(LxFile(LxString(path_))).GetPath().str();
-    const LxFile target{LxString(target_)};
-    if (LxFileUtil::IsDeviceOrPipe(target)) {
+    // A device is written through the name given: the system follows links
+    // that a path cannot spell (/dev/stdout leads to "pipe:[...]").
+    if (LxFileUtil::IsDeviceOrPipe(LxFile(LxString(path_)))) {
         device_ = true;
+        target_ = path_;
         const std::string problem = LxCliFileSafety::TemporaryFolderProblem();
         if (!problem.empty())
             throw LxCliFailure(what, path_, "a device or a pipe is written from a finished copy, but " + problem);
@@ -115,6 +116,8 @@ LxCliOutputFile::LxCliOutputFile(std::string path, std::string what) : path_(std
         LxCliFileSystem::RemoveStalePartFiles(temporary);
         return;
     }
+    target_ = LxFileUtil::ResolveSymbolicLinks(LxFile(LxString(path_))).GetPath().str();
+    const LxFile target{LxString(target_)};
     if (target.IsDirectory()) throw LxCliFailure(what, path_, "it is a folder");
     if (LxFileUtil::IsReadOnly(target)) throw LxCliFailure(what, path_, "read-only; not replaced");
     const std::string folder = LxCliFileSystem::FolderOf(target_);
