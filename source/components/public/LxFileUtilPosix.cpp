@@ -4,6 +4,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <time.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -89,7 +92,17 @@ bool LxFileUtil::CopyFileIntoDevice(const LxFile& source, const LxFile& target) 
         ::close(in);
         return false;
     }
-    bool done = true;
+    // A pipe whose reader has gone gives EPIPE here instead of ending the
+    // process with SIGPIPE: the caller cleans up and says so. The signal is
+    // blocked on this thread only, and one it raised is taken back.
+    sigset_t pipeSignal, previous;
+    sigemptyset(&pipeSignal);
+    sigaddset(&pipeSignal, SIGPIPE);
+    sigset_t pending;
+    sigpending(&pending);
+    const bool alreadyPending = sigismember(&pending, SIGPIPE) == 1;
+    pthread_sigmask(SIG_BLOCK, &pipeSignal, &previous);
+    bool done = true, brokenPipe = false;
     char buffer[1 << 16];
     for (;;) {
         ssize_t got = ::read(in, buffer, sizeof buffer);
@@ -98,10 +111,16 @@ bool LxFileUtil::CopyFileIntoDevice(const LxFile& source, const LxFile& target) 
         if (got <= 0) break;
         if (!WriteAll(out, buffer, got)) {
             done = false;
+            brokenPipe = errno == EPIPE;
             break;
         }
     }
     ::close(in);
     if (::close(out) != 0) done = false;
+    if (brokenPipe && !alreadyPending) {
+        const timespec now{0, 0};
+        sigtimedwait(&pipeSignal, nullptr, &now);
+    }
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     return done;
 }
