@@ -34,7 +34,6 @@ struct Source {
     std::string file;  // "-": standard input
     std::string path;  // the file read (standard input: its copy in the working directory)
     SourceKind kind = SourceKind::kWav;
-    std::string problem;  // why it cannot be imported; empty when it can
 
     bool IsStandardInput() const { return file == "-"; }
     std::string Name() const { return IsStandardInput() ? "standard input" : FileName(file); }
@@ -240,7 +239,7 @@ int Import(const LxCliGlobal& global, const std::string& path, const LxCliImport
     if (options.files.empty())
         throw LxCliFailure("nothing to import", "", "name at least one file", LxCliFailure::kExitUsage);
     std::vector<Source> sources;
-    for (const std::string& file : options.files) sources.push_back(Source{file, file, SourceKind::kWav, ""});
+    for (const std::string& file : options.files) sources.push_back(Source{file, file, SourceKind::kWav});
     const auto piped = std::count_if(sources.begin(), sources.end(), [](const Source& s) { return s.IsStandardInput(); });
     if (piped > 1)
         throw LxCliFailure("cannot import standard input", "", "it can be named once", LxCliFailure::kExitUsage);

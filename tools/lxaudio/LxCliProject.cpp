@@ -347,7 +347,8 @@ void LxCliProject::SaveAsDirectory() {
     KeepOwnerAndMode(target, temporary);
     for (const fs::directory_entry& entry : fs::directory_iterator(temporary, error)) {
         const fs::path old = target / entry.path().filename();
-        KeepOwnerAndMode(fs::exists(old) ? old : target / "pcm.lxa1", entry.path());
+        std::error_code missing;
+        KeepOwnerAndMode(fs::exists(old, missing) ? old : target / "pcm.lxa1", entry.path());
         auto file = LxStreamUtil::CreateFileStreamReadWrite(LxFile(LxString(entry.path().string())),
                                                             kLxStreamReadWrite, 0x3f3f3f3f, 0x3f3f3f3f);
         if (!file || !file->Sync()) fail("the new files could not be forced to disk");
