@@ -38,7 +38,8 @@ public:
     virtual bool CanImport(ILxStream* stream) = 0;
     virtual bool CanImport(const LxFile& file) = 0;
     virtual bool CanImport(const LxString& fileName) = 0;
-    // Both return the new clip's ID; -1 when nothing could be imported, -2 when cancelled.
+    // Both return the new clip's ID; -1 when nothing could be imported (a null
+    // stream gives an assertion report), -2 when cancelled.
     virtual int Import(ILxStream* stream);
     virtual int Import(const LxFile& file);
     virtual void ReadHeader(ILxStream*) {}
@@ -65,6 +66,19 @@ public:
     // (Ogg Vorbis) reports its decoder's position instead.
     virtual int64_t GetProgressPosition(int64_t bytesReadByTheLoop) { return bytesReadByTheLoop; }
 
+    // A source cut short (a download or a copy that stopped early) is imported
+    // up to where it ends; these tell a host how much it lacks. Known once
+    // Import has read the source's headers, also when the import failed later:
+    // the frames per channel, at the source's own rate, that its headers promise
+    // (-1 when they promise no length: a format without one, a WAV data chunk
+    // of unknown size, nothing read yet), and the frames it holds (-1 when not
+    // known). IsCutShort: the source ends before its headers say it should
+    // (GetFoundFrames() < GetPromisedFrames(), or an Ogg stream whose last page
+    // is missing, when no length may be promised).
+    int64_t GetPromisedFrames() const { return promisedFrames; }
+    int64_t GetFoundFrames() const { return foundFrames; }
+    bool IsCutShort() const { return cutShort; }
+
     void SetProgressCallBack(ILxGeneralProgressCallBack* receiver) { progress = receiver; }
     ILxGeneralProgressCallBack* GetProgressCallBack() const { return progress; }
 
@@ -88,6 +102,10 @@ protected:
     // reporting it): the loop stops, nothing is stored and the import gives -1.
     bool decodeFailed = false;
     ILxGeneralProgressCallBack* progress = nullptr;
+    // See GetPromisedFrames; set by the concrete importer's Initialize.
+    int64_t promisedFrames = -1;
+    int64_t foundFrames = -1;
+    bool cutShort = false;
     bool noiseReduce;
     std::vector<short> denoised;
     std::unique_ptr<dsp::SingleChannelAdaptiveNoise> suppressor;

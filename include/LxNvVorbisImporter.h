@@ -10,7 +10,8 @@
 // audio, whose links differ in format, or whose data turns out damaged while
 // decoding (a corrupt page, or fewer frames than the last page promises) give an
 // assertion report and an import result of -1; nothing is stored. A file that is
-// merely cut short is read up to its last whole page, as players play it.
+// merely cut short is read up to its last whole page, as players play it, and
+// IsCutShort says so.
 //
 // Decoding always starts at the beginning of the file (libvorbisfile 1.3.7 would
 // otherwise pass over the first link of a chained file).
@@ -49,6 +50,12 @@ public:
     int64_t GetTotalFrames() const { return totalFrames; }
 
 private:
+    // Sets the promised and found lengths (see LxAudioImporter::GetPromisedFrames):
+    // a stream whose last page is cut off promises the granule position in that
+    // page's header; one that ends on a whole page without the end-of-stream
+    // flag is cut short by a length no header tells.
+    void MeasureLength();
+
     struct Decoder;
     std::unique_ptr<Decoder> decoder;
     int64_t totalFrames = -1;

@@ -37,7 +37,15 @@ public:
     void Finalize() override {}
     short IsDecoderEOF() override;
 
+    // Reads the RIFF header and the fmt chunk of file as an import would, but
+    // imports nothing and reports nothing: a host can tell what a file holds
+    // (say, its channels) before it imports it. False when file is no WAVE file.
+    bool ReadWAVEheader(const LxFile& file, WAVEheader& header);
+
 private:
+    // Sets the promised and found lengths (see LxAudioImporter::GetPromisedFrames)
+    // from the data chunk's size and the bytes that follow its header.
+    void MeasureLength();
     // Reads the RIFF header and the fmt chunk (skipping any chunk before it);
     // false when the stream is not a WAVE file.
     bool ReadWAVEheaderFromStream(ILxStream* source, WAVEheader& header);

@@ -91,6 +91,19 @@ TEST(WavImporter, WalksChunksAndLeavesTheFooterOut) {
     EXPECT_EQ(importer->GetAudioDataSize(&stream), 900u);
     EXPECT_EQ(importer->GetAudioLengthMilliSeconds(), 0);  // 450 frames: 0.0 s to the tenth
     EXPECT_EQ(ReadAll(*controller.GetClip(id), 1), pcm);
+    EXPECT_FALSE(importer->IsCutShort());
+    EXPECT_EQ(importer->GetPromisedFrames(), 450);
+    EXPECT_EQ(importer->GetFoundFrames(), 450);
+
+    // Cut inside its data: what is there is imported, and the importer tells
+    // the length the data chunk promised and the length found.
+    std::vector<uint8_t> whole = WavWriter::Pcm(1, 2, 22050, 16, PcmBytes(MakeRamp(450, 2, 5)));
+    LxMemoryStream cut(std::vector<uint8_t>(whole.begin(), whole.end() - 4 * 150 - 1));
+    auto cutImporter = controller.GetWAVImporter(nullptr, nullptr, false);
+    EXPECT_GT(cutImporter->Import(&cut), 0);
+    EXPECT_TRUE(cutImporter->IsCutShort());
+    EXPECT_EQ(cutImporter->GetPromisedFrames(), 450);
+    EXPECT_EQ(cutImporter->GetFoundFrames(), 299);  // the last frame lost a byte
 
     // The end is rounded down to whole 180-byte blocks.
     std::vector<uint8_t> odd = PcmBytes(pcm);
@@ -154,6 +167,10 @@ TEST(WavImporter, DamagedFilesGiveAReportAndNoClip) {
     AssertRecorder recorder;
     EXPECT_EQ(controller.GetWAVImporter(nullptr, nullptr, false)->Import(tmp.Child("missing.wav")), -1);
     EXPECT_EQ(recorder.Count(), 1u);
+    // And no stream at all.
+    AssertRecorder none;
+    EXPECT_EQ(controller.GetWAVImporter(nullptr, nullptr, false)->Import(static_cast<ILxStream*>(nullptr)), -1);
+    ExpectReportFrom(none, "no stream to import", "audiocore/LxAudioImporter");
 }
 
 TEST(WavImporter, RecognisesWaveNamesAndStreams) {

@@ -4,6 +4,7 @@
 #include "LxString.h"
 #include "LxFile.h"
 #include "LxFileUtil.h"
+#include "LxStandardInput.h"
 #include "ILxStream.h"
 #include "ILxReadWriteStream.h"
 #include "LxStreamUtil.h"

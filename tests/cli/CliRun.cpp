@@ -19,6 +19,7 @@ pid_t CliRun::Start(const std::vector<std::string>& args, const std::vector<std:
     // Child: working directory, output files, environment, limits, then the tool.
     if (chdir(dir_.c_str()) != 0) _exit(126);
     if (!freopen(out.c_str(), "w", stdout) || !freopen(err.c_str(), "w", stderr)) _exit(126);
+    if (!input.empty() && !freopen(input.c_str(), "r", stdin)) _exit(126);
     // The engine's private store folders go inside the test's folder, so that a
     // killed tool leaves nothing behind in the system's temporary directory.
     const std::string temporary = dir_ + "/.tmp";

@@ -1,6 +1,6 @@
 #pragma once
 // Runs the built lxaudio as a user would: arguments, optional extra environment,
-// stdout and stderr captured through files, the exit status or the signal that
+// optional standard input from a file, stdout and stderr captured through files, the exit status or the signal that
 // ended it. Also starts it in the background, for tests that kill it.
 #include <sys/types.h>
 #include <chrono>
@@ -44,6 +44,10 @@ public:
         }
         return false;
     }
+
+    // A file that the next runs read as their standard input; empty: the
+    // test's own (on Windows the NUL device).
+    std::string input;
 
     const std::string& Dir() const { return dir_; }
     std::string Path(const std::string& name) const { return dir_ + "/" + name; }

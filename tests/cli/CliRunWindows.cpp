@@ -1,9 +1,9 @@
 // CliRun on Windows: the tool is started with CreateProcessW, its stdout and
 // stderr are files opened here and inherited by the child, its stdin is the
-// NUL device, and its temporary folders go inside the test's folder (TMP and
-// TEMP). Its output is read back with LF line ends. A process that ends by an
-// exception (an access violation, say) is reported like a POSIX process ended
-// by a signal: exitCode -1, signal set.
+// NUL device (or the file named by input), and its temporary folders go inside
+// the test's folder (TMP and TEMP). Its output is read back with LF line ends.
+// A process that ends by an exception (an access violation, say) is reported
+// like a POSIX process ended by a signal: exitCode -1, signal set.
 #include "CliRun.h"
 
 #ifndef NOMINMAX
@@ -132,7 +132,7 @@ pid_t CliRun::Start(const std::vector<std::string>& args, const std::vector<std:
     std::wstring environment = EnvironmentBlock(settings);
 
     // Fresh output files, so that WaitForError never reads an earlier run's output.
-    HANDLE input = Inheritable(L"NUL", GENERIC_READ, OPEN_EXISTING);
+    HANDLE input = Inheritable(this->input.empty() ? std::wstring(L"NUL") : Wide(this->input), GENERIC_READ, OPEN_EXISTING);
     HANDLE output = Inheritable(Wide(out), GENERIC_WRITE, CREATE_ALWAYS);
     HANDLE error = Inheritable(Wide(err), GENERIC_WRITE, CREATE_ALWAYS);
     STARTUPINFOW startup{};

@@ -3,15 +3,15 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <list>
 #include <memory>
-#include <set>
 #include <sstream>
+#include <utility>
 #include "LxAudioCore.h"
 #include "LxCliAssertLog.h"
 #include "LxCliCommands.h"
 #include "LxCliEditor.h"
 #include "LxCliFailure.h"
+#include "LxCliFileSafety.h"
 #include "LxCliFileSystem.h"
 #include "LxCliProgressBar.h"
 #include "LxCliProject.h"
@@ -28,21 +28,70 @@ std::string FileName(const std::string& path) { return fs::path(path).filename()
 
 std::string ChannelsName(int channels) { return channels == 2 ? "stereo" : channels == 1 ? "mono" : "?"; }
 
-SourceKind KindOf(LxAudioController& controller, const std::string& file) {
+// One file of an import: what the command line named, what is read, and how
+// messages name it.
+struct Source {
+    std::string file;  // "-": standard input
+    std::string path;  // the file read (standard input: its copy in the working directory)
+    SourceKind kind = SourceKind::kWav;
+
+    bool IsStandardInput() const { return file == "-"; }
+    std::string Name() const { return IsStandardInput() ? "standard input" : FileName(file); }
+    std::string Quoted() const { return IsStandardInput() ? "standard input" : "'" + file + "'"; }
+};
+
+// Why source cannot be imported, found without importing it; "" when it can
+// (and then its kind).
+std::string Examine(LxAudioController& controller, Source& source) {
     std::error_code error;
-    if (!fs::exists(file, error)) throw LxCliFailure("cannot import", file, "no such file");
-    if (fs::is_directory(file, error)) throw LxCliFailure("cannot import", file, "it is a folder");
-    LxFile source{LxString(file)};
-    if (controller.GetWAVImporter(nullptr, nullptr, false)->CanImport(source)) return SourceKind::kWav;
-    if (controller.GetNvVorbisImporter(nullptr, nullptr)->CanImport(source)) return SourceKind::kVorbis;
-    throw LxCliFailure("cannot import", file, "not a WAV or Ogg Vorbis file");
+    if (!fs::exists(source.path, error)) return "no such file";
+    if (fs::is_directory(source.path, error)) return "it is a folder";
+    LxFile file{LxString(source.path)};
+    auto wav = controller.GetWAVImporter(nullptr, nullptr, false);
+    if (wav->CanImport(file)) {
+        source.kind = SourceKind::kWav;
+        LxWAVImporter::WAVEheader header;
+        if (wav->ReadWAVEheader(file, header) && header.channels > 2)
+            return std::to_string(header.channels) + " channels: only mono and stereo are imported";
+        return "";
+    }
+    if (controller.GetNvVorbisImporter(nullptr, nullptr)->CanImport(file)) {
+        source.kind = SourceKind::kVorbis;
+        return "";
+    }
+    return "not a WAV or Ogg Vorbis file";
 }
 
-// Imports one file as a new clip and returns its ID.
-int ImportOne(const LxCliGlobal& global, LxAudioController& controller, const std::string& file, SourceKind kind,
-              bool denoise) {
+// "2.000 s (88200 frames)" of frames at rate.
+std::string Length(int64_t frames, int rate) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.3f s (%lld frames)", rate > 0 ? static_cast<double>(frames) / rate : 0.0,
+                  static_cast<long long>(frames));
+    return text;
+}
+
+// One line on stderr for a source that ends before its headers say it should.
+void WarnIfCutShort(const Source& source, LxAudioImporter& importer) {
+    if (!importer.IsCutShort()) return;
+    const int rate = importer.GetAudioSampleRate();
+    const int64_t promised = importer.GetPromisedFrames();
+    const int64_t found = importer.GetFoundFrames();
+    const std::string header = source.kind == SourceKind::kWav ? "its header promises " : "its last page promises ";
+    std::string line = "lxaudio: warning: " + source.Quoted() + " is cut short: ";
+    if (promised >= 0) {
+        line += header + Length(promised, rate) + ", the file holds " + Length(found, rate);
+    } else {
+        line += "it ends without its last page; the file holds " + Length(found, rate);
+    }
+    std::fprintf(stderr, "%s; imported what it holds\n", line.c_str());
+}
+
+// Imports one file as a new clip and returns its ID; why says what went wrong
+// when it returns less than 1 (-2: cancelled).
+int ImportOne(const LxCliGlobal& global, LxAudioController& controller, const Source& source, bool denoise,
+              std::string& why) {
     std::unique_ptr<LxAudioImporter> importer;
-    if (kind == SourceKind::kWav) {
+    if (source.kind == SourceKind::kWav) {
         importer = controller.GetWAVImporter(nullptr, nullptr, denoise);
     } else if (denoise) {
         // The controller's Vorbis factory never denoises; the importer itself can.
@@ -53,17 +102,33 @@ int ImportOne(const LxCliGlobal& global, LxAudioController& controller, const st
     size_t mark = global.log->Mark();
     int id = -1;
     {
-        LxCliProgressBar bar("import " + FileName(file), global.quiet);
+        LxCliProgressBar bar("import " + source.Name(), global.quiet);
         importer->SetProgressCallBack(&bar);
-        id = importer->Import(LxFile(LxString(file)));
+        id = importer->Import(LxFile(LxString(source.path)));
         importer->SetProgressCallBack(nullptr);
     }
-    if (id == -2) throw LxCliFailure("import cancelled", file, "nothing was saved");
-    if (id < 1) {
-        std::string why = global.log->Summary(mark);
-        throw LxCliFailure("cannot import", file, why.empty() ? "the file holds no audio that can be read" : why);
+    if (id >= 1) {
+        WarnIfCutShort(source, *importer);
+    } else if (id != -2) {
+        why = global.log->Summary(mark);
+        if (why.empty()) why = "the file holds no audio that can be read";
     }
     return id;
+}
+
+// The failure of an import of sources, nothing of which was imported: one
+// file named as usual, several listed with their reasons.
+LxCliFailure ImportFailure(const std::vector<Source>& sources, const std::vector<std::pair<size_t, std::string>>& failed) {
+    if (sources.size() == 1) {
+        const Source& only = sources[0];
+        return only.IsStandardInput() ? LxCliFailure("cannot import standard input", "", failed[0].second)
+                                      : LxCliFailure("cannot import", only.file, failed[0].second);
+    }
+    std::string list;
+    for (const auto& [index, why] : failed) list += (list.empty() ? "" : "; ") + sources[index].Quoted() + ": " + why;
+    return LxCliFailure("cannot import " + std::to_string(failed.size()) + " of " + std::to_string(sources.size()) +
+                            " files, so none was imported",
+                        "", list);
 }
 
 std::string Describe(LxAudioController& controller, int clipID) {
@@ -152,7 +217,7 @@ namespace LxCliCommands {
 void WriteWav(const LxCliGlobal& global, LxWAVExporter& exporter, ILxAudioPlaybackClip& clip,
               const std::string& output) {
     // Written as a part file and renamed when whole (see LxCliOutputFile).
-    LxCliOutputFile file(output);
+    LxCliOutputFile file(output, "cannot export to");
     size_t mark = global.log->Mark();
     int result = LxAudioExporter::kExportFailed;
     {
@@ -173,65 +238,79 @@ void WriteWav(const LxCliGlobal& global, LxWAVExporter& exporter, ILxAudioPlayba
 int Import(const LxCliGlobal& global, const std::string& path, const LxCliImportOptions& options) {
     if (options.files.empty())
         throw LxCliFailure("nothing to import", "", "name at least one file", LxCliFailure::kExitUsage);
+    std::vector<Source> sources;
+    for (const std::string& file : options.files) sources.push_back(Source{file, file, SourceKind::kWav});
+    const auto piped = std::count_if(sources.begin(), sources.end(), [](const Source& s) { return s.IsStandardInput(); });
+    if (piped > 1)
+        throw LxCliFailure("cannot import standard input", "", "it can be named once", LxCliFailure::kExitUsage);
+    if (piped == 1 && LxStandardInput::IsTerminal())
+        throw LxCliFailure("cannot import standard input", "",
+                           "it is a terminal; pipe a WAV or Ogg Vorbis file into it (lxaudio import " + path +
+                               " - < talk.wav)",
+                           LxCliFailure::kExitUsage);
+    LxCliFileSafety::RefuseReadOnly(path);
+    for (const Source& source : sources) {
+        if (!source.IsStandardInput()) LxCliFileSafety::RefuseInputInside("cannot import", source.file, path);
+    }
     LxCliProject project(*global.log);
     project.Open(path, LxCliProject::Access::kWrite);
     LxAudioController& controller = project.Controller();
-    std::vector<SourceKind> kinds;
-    for (const std::string& file : options.files) kinds.push_back(KindOf(controller, file));
+
+    // Every file is examined, then every file imported, so that a failure names
+    // all the files that failed; nothing is saved unless all of them import.
+    std::vector<std::pair<size_t, std::string>> failed;
+    for (size_t i = 0; i < sources.size(); ++i) {
+        Source& source = sources[i];
+        if (source.IsStandardInput()) {
+            // The importers read a file they can seek in: standard input is
+            // copied into the controller's private working directory first.
+            const LxFile copy = controller.GetTemporaryDirectory().GetChild("standard-input");
+            source.path = copy.GetPath().str();
+            const int64_t bytes = LxStandardInput::CopyTo(copy);
+            if (bytes < 0) {
+                failed.emplace_back(i, "it could not be read into '" + source.path + "' (disk full?)");
+                continue;
+            }
+            if (bytes == 0) {
+                failed.emplace_back(i, "it was empty");
+                continue;
+            }
+        }
+        std::string problem = Examine(controller, source);
+        if (!problem.empty()) failed.emplace_back(i, problem);
+    }
+    if (!failed.empty()) throw ImportFailure(sources, failed);
 
     std::vector<std::string> lines;
-    const bool merge = options.gapDeciSeconds >= 0 && options.files.size() > 1;
-    if (!merge) {
-        for (size_t i = 0; i < options.files.size(); ++i) {
-            int id = ImportOne(global, controller, options.files[i], kinds[i], options.denoise);
-            lines.push_back("imported " + FileName(options.files[i]) + " as " + Describe(controller, id));
+    std::vector<int> ids(sources.size(), -1);
+    for (size_t i = 0; i < sources.size(); ++i) {
+        std::string why;
+        ids[i] = ImportOne(global, controller, sources[i], options.denoise, why);
+        if (ids[i] == -2) throw LxCliFailure("import cancelled", sources[i].file, "nothing was saved");
+        if (ids[i] < 1) {
+            failed.emplace_back(i, why);
+            continue;
         }
-    } else {
-        const bool allWav = std::all_of(kinds.begin(), kinds.end(), [](SourceKind k) { return k == SourceKind::kWav; });
-        std::unique_ptr<LxAudioClipBase> merged;
-        if (allWav && !options.denoise) {
-            // The engine's own merge: each file becomes a clip, the merged clip
-            // plays them one after the other with the gap between them.
-            std::list<int> before;
-            controller.GetListOfClipIDs(before);
-            std::vector<LxFile> files;
-            for (const std::string& file : options.files) files.emplace_back(LxString(file));
-            size_t mark = global.log->Mark();
-            if (!global.quiet) std::fprintf(stderr, "import: %zu files\n", files.size());
-            merged = controller.GetOneMergedClipByImporingtMultipleWavFiles(files, options.gapDeciSeconds);
-            std::list<int> after;
-            controller.GetListOfClipIDs(after);
-            std::set<int> old(before.begin(), before.end());
-            std::vector<int> added;
-            for (int id : after)
-                if (!old.count(id)) added.push_back(id);
-            if (!merged || added.size() != options.files.size()) {
-                std::string why = global.log->Summary(mark);
-                throw LxCliFailure("cannot import", "",
-                                   std::to_string(options.files.size() - added.size()) + " of " +
-                                       std::to_string(options.files.size()) + " files could not be read" +
-                                       (why.empty() ? "" : " (" + why + ")"));
-            }
-            for (size_t i = 0; i < added.size(); ++i)
-                lines.push_back("imported " + FileName(options.files[i]) + " as " + Describe(controller, added[i]));
-        } else {
-            // The same merge by hand, for Ogg Vorbis files and denoised imports.
-            merged = controller.GetClipBase(-1);
-            for (size_t i = 0; i < options.files.size(); ++i) {
-                int id = ImportOne(global, controller, options.files[i], kinds[i], options.denoise);
-                lines.push_back("imported " + FileName(options.files[i]) + " as " + Describe(controller, id));
-                merged->AppendClip(*controller.GetClipBase(id));
-                if (options.gapDeciSeconds >= 1 && i + 1 < options.files.size()) {
-                    int added = 0;
-                    merged->AppendSilenceFrames((options.gapDeciSeconds * 44100) / 10, added, true);
-                }
+        lines.push_back("imported " + sources[i].Name() + " as " + Describe(controller, ids[i]));
+    }
+    if (!failed.empty()) throw ImportFailure(sources, failed);
+
+    if (options.gapDeciSeconds >= 0 && sources.size() > 1) {
+        // One clip that plays the files one after the other, with the gap
+        // between them: their page ranges, and silence.
+        std::unique_ptr<LxAudioClipBase> merged = controller.GetClipBase(-1);
+        for (size_t i = 0; i < sources.size(); ++i) {
+            merged->AppendClip(*controller.GetClipBase(ids[i]));
+            if (options.gapDeciSeconds >= 1 && i + 1 < sources.size()) {
+                int added = 0;
+                merged->AppendSilenceFrames((options.gapDeciSeconds * 44100) / 10, added, true);
             }
         }
         auto clip = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_IMPORT);
         clip->AppendClip(*merged);
         int id = clip->WriteToAudioFile();
         if (id < 1) throw LxCliFailure("cannot import", "", "the merged clip could not be stored");
-        lines.push_back("merged " + std::to_string(options.files.size()) + " files with " +
+        lines.push_back("merged " + std::to_string(sources.size()) + " files with " +
                         LxCliUnits::Seconds((options.gapDeciSeconds * 44100) / 10) + " gaps as " +
                         Describe(controller, id));
     }
@@ -242,6 +321,7 @@ int Import(const LxCliGlobal& global, const std::string& path, const LxCliImport
 }
 
 int Edit(const LxCliGlobal& global, const std::string& path, int clipID, const std::vector<std::string>& ops) {
+    LxCliFileSafety::RefuseReadOnly(path);
     LxCliProject project(*global.log);
     project.Open(path, LxCliProject::Access::kWrite);
     LxCliEditor editor(project, *global.log, clipID);
@@ -255,6 +335,7 @@ int Edit(const LxCliGlobal& global, const std::string& path, int clipID, const s
 int Mix(const LxCliGlobal& global, const std::string& path, const LxCliMixOptions& options) {
     if (options.entries.empty())
         throw LxCliFailure("nothing to mix", "", "give at least one CLIP@OFFSET", LxCliFailure::kExitUsage);
+    LxCliFileSafety::RefuseOutput("cannot mix into", options.output, path);
     LxCliProject project(*global.log);
     project.Open(path, LxCliProject::Access::kRead);
     LxAudioController& controller = project.Controller();
@@ -288,6 +369,7 @@ int Mix(const LxCliGlobal& global, const std::string& path, const LxCliMixOption
 }
 
 int Export(const LxCliGlobal& global, const std::string& path, const LxCliExportOptions& options) {
+    LxCliFileSafety::RefuseOutput("cannot export to", options.output, path);
     LxCliProject project(*global.log);
     project.Open(path, LxCliProject::Access::kRead);
     auto clip = project.LoadClip(options.clipID);
@@ -304,6 +386,7 @@ int Waveform(const LxCliGlobal& global, const std::string& path, const LxCliWave
     if (options.width < 16 || options.width > 20000 || options.height < 16 || options.height > 4000)
         throw LxCliFailure("bad picture size", std::to_string(options.width) + "x" + std::to_string(options.height),
                            "width 16..20000, height 16..4000", LxCliFailure::kExitUsage);
+    LxCliFileSafety::RefuseOutput("cannot write picture", options.output, path);
     LxCliProject project(*global.log);
     project.Open(path, LxCliProject::Access::kRead);
     auto clip = project.LoadClip(options.clipID);
@@ -314,7 +397,7 @@ int Waveform(const LxCliGlobal& global, const std::string& path, const LxCliWave
     ApplyRangeGains(*clip, points);
     LxCliWaveformImage image(options.width, options.height);
     image.Draw(points);
-    LxCliOutputFile file(options.output);
+    LxCliOutputFile file(options.output, "cannot write picture");
     std::string why;
     if (!image.WritePng(file.PartPath(), why) || !file.Commit(why))
         throw LxCliFailure("cannot write picture", options.output, why);

@@ -14,6 +14,7 @@
 #include "LxCliCommands.h"
 #include "LxCliDeviceSession.h"
 #include "LxCliFailure.h"
+#include "LxCliFileSafety.h"
 #include "LxCliFileSystem.h"
 #include "LxCliInterrupt.h"
 #include "LxCliJsonWriter.h"
@@ -130,6 +131,7 @@ int Devices(const LxCliGlobal&, bool json) {
 }
 
 int Record(const LxCliGlobal& global, const std::string& path, const LxCliRecordOptions& options) {
+    LxCliFileSafety::RefuseReadOnly(path);
     LxCliProject project(*global.log);
     project.Open(path, LxCliProject::Access::kWrite);
     // The journals of a recording live in the project's working folder; without

@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <system_error>
 #include "LxAudioCore.h"
+#include "LxCliFailure.h"
+#include "LxCliFileSafety.h"
 #ifndef _WIN32
 #include <fcntl.h>
 #include <signal.h>
@@ -99,10 +101,33 @@ int RemoveStalePartFiles(const std::string& folder) {
 
 }  // namespace LxCliFileSystem
 
-LxCliOutputFile::LxCliOutputFile(std::string path)
-    : path_(std::move(path)), part_(path_ + "." + std::to_string(LxCliFileSystem::ProcessID()) + kSuffix) {
+LxCliOutputFile::LxCliOutputFile(std::string path, std::string what) : path_(std::move(path)) {
+    const std::string name = "." + std::to_string(LxCliFileSystem::ProcessID()) + kSuffix;
+    // A device is written through the name given: the system follows links
+    // that a path cannot spell (/dev/stdout leads to "pipe:[...]").
+    if (LxFileUtil::IsDeviceOrPipe(LxFile(LxString(path_)))) {
+        device_ = true;
+        target_ = path_;
+        const std::string problem = LxCliFileSafety::TemporaryFolderProblem();
+        if (!problem.empty())
+            throw LxCliFailure(what, path_, "a device or a pipe is written from a finished copy, but " + problem);
+        const std::string temporary = LxFileUtil::GetTemporaryDirectoryName().str();
+        part_ = (fs::path(temporary) / (fs::path(target_).filename().string() + name)).string();
+        LxCliFileSystem::RemoveStalePartFiles(temporary);
+        return;
+    }
+    target_ = LxFileUtil::ResolveSymbolicLinks(LxFile(LxString(path_))).GetPath().str();
+    const LxFile target{LxString(target_)};
+    if (target.IsDirectory()) throw LxCliFailure(what, path_, "it is a folder");
+    if (LxFileUtil::IsReadOnly(target)) throw LxCliFailure(what, path_, "read-only; not replaced");
+    const std::string folder = LxCliFileSystem::FolderOf(target_);
+    const LxFile folderFile{LxString(folder)};
+    if (!folderFile.IsDirectory()) throw LxCliFailure(what, path_, "its folder '" + folder + "' does not exist");
+    if (!LxFileUtil::IsWritableDirectory(folderFile))
+        throw LxCliFailure(what, path_, "its folder '" + folder + "' cannot be written");
+    part_ = target_ + name;
     // Part files of this name left by writers that are gone.
-    LxCliFileSystem::RemoveStalePartFiles(LxCliFileSystem::FolderOf(path_));
+    LxCliFileSystem::RemoveStalePartFiles(folder);
 }
 
 LxCliOutputFile::~LxCliOutputFile() {
@@ -113,6 +138,16 @@ LxCliOutputFile::~LxCliOutputFile() {
 
 bool LxCliOutputFile::Commit(std::string& why) {
     std::error_code error;
+    if (device_) {
+        const bool written = LxFileUtil::CopyFileIntoDevice(LxFile(LxString(part_)), LxFile(LxString(target_)));
+        fs::remove(fs::path(part_), error);
+        if (!written) {
+            why = "writing into it failed";
+            return false;
+        }
+        committed_ = true;
+        return true;
+    }
     {
         auto file = LxStreamUtil::CreateFileStreamReadWrite(LxFile(LxString(part_)), kLxStreamReadWrite, 0x3f3f3f3f,
                                                             0x3f3f3f3f);
@@ -122,12 +157,15 @@ bool LxCliOutputFile::Commit(std::string& why) {
             return false;
         }
     }
-    if (!LxFile(LxString(part_)).RenameTo(LxFile(LxString(path_)))) {
+    // A file written over keeps the permissions and owner it had.
+    const LxFile target{LxString(target_)};
+    if (target.Exists()) LxFileUtil::CopyOwnerAndMode(target, LxFile(LxString(part_)));
+    if (!LxFile(LxString(part_)).RenameTo(target)) {
         why = "the finished file could not take its name";
         fs::remove(fs::path(part_), error);
         return false;
     }
     committed_ = true;
-    LxCliFileSystem::SyncDirectory(LxCliFileSystem::FolderOf(path_));
+    LxCliFileSystem::SyncDirectory(LxCliFileSystem::FolderOf(target_));
     return true;
 }

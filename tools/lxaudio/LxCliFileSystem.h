@@ -30,23 +30,35 @@ int RemoveStalePartFiles(const std::string& folder);
 
 // One output file written through a part file (see above). Whatever is not
 // committed is deleted when the object goes.
+//
+// An output named through a symbolic link is written to the link's target (the
+// part file beside the target), so the link stays. An output that is a device or
+// a named pipe (/dev/null, a FIFO) is never renamed over: the part file is made
+// in the system's temporary folder, since a WAV file's header is finished last,
+// and its bytes are then written into the device in one pass.
 class LxCliOutputFile {
 public:
-    explicit LxCliOutputFile(std::string path);
+    // what begins the messages ("cannot export to"). Throws LxCliFailure when
+    // path cannot take an output: it is a folder, or read-only, or its folder
+    // is missing or cannot be written (for a device: the temporary folder).
+    LxCliOutputFile(std::string path, std::string what);
     ~LxCliOutputFile();
     LxCliOutputFile(const LxCliOutputFile&) = delete;
     LxCliOutputFile& operator=(const LxCliOutputFile&) = delete;
 
     // Where the writer writes.
     const std::string& PartPath() const { return part_; }
-    // Forces the part file to disk and renames it to the final name; false
-    // (with why) when that fails, and the part file is gone then.
+    // Forces the part file to disk and renames it to the final name (or writes
+    // it into the device); false (with why) when that fails, and the part file
+    // is gone then.
     bool Commit(std::string& why);
 
     static constexpr const char* kSuffix = ".lxpart";
 
 private:
-    std::string path_;
+    std::string path_;    // as the user named it
+    std::string target_;  // where the output lands: path_ with its symbolic links followed
     std::string part_;
+    bool device_ = false;
     bool committed_ = false;
 };

@@ -9,6 +9,7 @@
 #include <system_error>
 #include "LxCliAssertLog.h"
 #include "LxCliFailure.h"
+#include "LxCliFileSafety.h"
 #include "LxCliFileSystem.h"
 #include "LxCliRecordings.h"
 #include "LxCliSaveStream.h"
@@ -52,6 +53,13 @@ bool ExchangeDirectories(const fs::path& a, const fs::path& b) {
 }
 
 std::string Why(const std::error_code& error) { return error ? error.message() : std::string(); }
+
+// A save gives the new project the permissions and owner of the one it
+// replaces (a first save keeps what the system gives a new file).
+void KeepOwnerAndMode(const fs::path& old, const fs::path& replacement) {
+    const LxFile oldFile{LxString(old.string())};
+    if (oldFile.Exists()) LxFileUtil::CopyOwnerAndMode(oldFile, LxFile(LxString(replacement.string())));
+}
 
 }  // namespace
 
@@ -164,8 +172,14 @@ void LxCliProject::Unlock() {
     lockHandle_ = -1;
 }
 
-std::string LxCliProject::TemporaryPath() const {
+std::string LxCliProject::SaveTarget() const {
     fs::path p(path_);
+    if (!p.has_filename() && p.has_parent_path()) p = p.parent_path();  // "talk/": the folder "talk"
+    return LxFileUtil::ResolveSymbolicLinks(LxFile(LxString(p.string()))).GetPath().str();
+}
+
+std::string LxCliProject::TemporaryPath() const {
+    fs::path p(SaveTarget());
     return (p.parent_path() / ("." + p.filename().string() + kSavingTag + std::to_string(ProcessID()))).string();
 }
 
@@ -301,6 +315,9 @@ void LxCliProject::Verify() {
 }
 
 void LxCliProject::Save() {
+    // Renaming over a file needs no write permission on it: a project its owner
+    // made read-only is protected here.
+    LxCliFileSafety::RefuseReadOnly(path_);
     RemoveStaleTemporaries();
     if (form_ == Form::kFile) {
         SaveAsFile();
@@ -338,13 +355,15 @@ void LxCliProject::SaveAsFile() {
         if (!stream.Sync()) fail("the new file could not be forced to disk");
         stream.Close();
     }
-    if (!temporaryFile.RenameTo(LxFile(LxString(path_)))) fail("the new file could not replace the old one");
-    SyncDirectory(fs::path(path_).parent_path());
+    const std::string target = SaveTarget();
+    KeepOwnerAndMode(target, temporary);
+    if (!temporaryFile.RenameTo(LxFile(LxString(target)))) fail("the new file could not replace the old one");
+    SyncDirectory(fs::path(target).parent_path());
     controller_->CommitRecordings();
 }
 
 void LxCliProject::SaveAsDirectory() {
-    const fs::path target(path_);
+    const fs::path target(SaveTarget());
     const fs::path temporary(TemporaryPath());
     std::error_code error;
     auto fail = [&](const std::string& why) {
@@ -360,8 +379,13 @@ void LxCliProject::SaveAsDirectory() {
         std::string detail = log_.Summary(mark);
         fail("writing failed (disk full?)" + (detail.empty() ? std::string() : " (" + detail + ")"));
     }
-    // Force every chunk file to disk before the new folder takes the name.
+    // Force every chunk file to disk before the new folder takes the name, with
+    // the permissions of the file it replaces (or of the old page table).
+    KeepOwnerAndMode(target, temporary);
     for (const fs::directory_entry& entry : fs::directory_iterator(temporary, error)) {
+        const fs::path old = target / entry.path().filename();
+        std::error_code missing;
+        KeepOwnerAndMode(fs::exists(old, missing) ? old : target / "pcm.lxa1", entry.path());
         auto file = LxStreamUtil::CreateFileStreamReadWrite(LxFile(LxString(entry.path().string())),
                                                             kLxStreamReadWrite, 0x3f3f3f3f, 0x3f3f3f3f);
         if (!file || !file->Sync()) fail("the new files could not be forced to disk");
@@ -376,7 +400,7 @@ void LxCliProject::SaveAsDirectory() {
         fs::remove_all(temporary, error);
     } else {
         // Two renames; an interruption between them is repaired by Open.
-        const fs::path parking(ParkingPath());
+        const fs::path parking(target.parent_path() / ("." + target.filename().string() + ".old"));
         fs::remove_all(parking, error);
         fs::rename(target, parking, error);
         if (error) fail("the old folder could not be moved aside (" + Why(error) + ")");
@@ -393,7 +417,8 @@ void LxCliProject::SaveAsDirectory() {
 }
 
 void LxCliProject::RemoveStaleTemporaries() const {
-    fs::path p(path_);
+    // Saves are made beside the project, or beside what its symbolic link leads to.
+    fs::path p(SaveTarget());
     fs::path parent = p.parent_path().empty() ? fs::path(".") : p.parent_path();
     const std::string prefix = "." + p.filename().string() + kSavingTag;
     std::error_code error;

@@ -87,6 +87,9 @@ private:
     void Verify();
     // Leftovers of saves that were killed, by processes no longer running.
     void RemoveStaleTemporaries() const;
+    // Where a save writes: the project, or what its symbolic link leads to (the
+    // link stays a link). The new project is made beside it.
+    std::string SaveTarget() const;
     std::string TemporaryPath() const;
     // Takes the lock of what is at path_ now (again after a save replaced it).
     void Lock();

@@ -9,6 +9,7 @@
 #include "LxCliAssertLog.h"
 #include "LxCliCommands.h"
 #include "LxCliFailure.h"
+#include "LxCliFileSafety.h"
 #include "LxCliJsonWriter.h"
 #include "LxCliProgressBar.h"
 #include "LxCliProject.h"
@@ -273,6 +274,7 @@ int Salvage(const LxCliGlobal& global, const std::string& path, const std::strin
 }
 
 int Compress(const LxCliGlobal& global, const std::string& path, int jobs) {
+    LxCliFileSafety::RefuseReadOnly(path);
     LxCliProject project(*global.log);
     project.Open(path, LxCliProject::Access::kWrite);
     LxAudioController& controller = project.Controller();
@@ -296,6 +298,7 @@ int Compress(const LxCliGlobal& global, const std::string& path, int jobs) {
 }
 
 int Compact(const LxCliGlobal& global, const std::string& path, const std::vector<int>& keep) {
+    LxCliFileSafety::RefuseReadOnly(path);
     LxCliProject project(*global.log);
     project.Open(path, LxCliProject::Access::kWrite);
     LxAudioController& controller = project.Controller();

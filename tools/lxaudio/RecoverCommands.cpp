@@ -10,6 +10,7 @@
 #include "LxCliAssertLog.h"
 #include "LxCliCommands.h"
 #include "LxCliFailure.h"
+#include "LxCliFileSafety.h"
 #include "LxCliProject.h"
 #include "LxCliRecordings.h"
 #include "LxCliUnits.h"
@@ -83,10 +84,14 @@ int ExportRecordings(const LxCliGlobal& global, const std::string& path, const s
         std::printf("nothing to recover for %s\n", path.c_str());
         return 0;
     }
+    LxCliFileSafety::RefuseOutput("cannot write recordings into", dir, path);
+    // The project is not opened: the recordings go through a store of their
+    // own, in the system's temporary folder.
+    const std::string problem = LxCliFileSafety::TemporaryFolderProblem();
+    if (!problem.empty()) throw LxCliFailure("cannot write recordings of", path, problem);
     std::error_code error;
     fs::create_directories(dir, error);
     if (!fs::is_directory(dir, error)) throw LxCliFailure("cannot write recordings into", dir, "not a folder");
-    // The project is not opened: the recordings go through a store of their own.
     LxAudioController scratch;
     int written = 0;
     for (const LxAudioLeftover& leftover : leftovers) {
@@ -134,6 +139,7 @@ int Recover(const LxCliGlobal& global, const std::string& path, const LxCliRecov
         return 0;
     }
 
+    LxCliFileSafety::RefuseReadOnly(path);
     LxCliProject project(*global.log);
     try {
         project.Open(path, LxCliProject::Access::kWrite, /*announce*/ false);

@@ -2,6 +2,7 @@
 // in a project (one file, or a directory with --dir), imports, records, edits,
 // mixes, plays and exports it, and draws waveforms. See `lxaudio --help`.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -10,6 +11,7 @@
 #include "LxCliCommands.h"
 #include "LxCliEditor.h"
 #include "LxCliFailure.h"
+#include "LxCliFileSafety.h"
 #include "LxCliInterrupt.h"
 #include "LxCliUnits.h"
 
@@ -51,6 +53,15 @@ std::vector<std::string> EditTokens(int argc, char** argv) {
         tokens.push_back(arg);
     }
     return tokens;
+}
+
+// The command a command line names: its first argument that is no flag (the
+// global options are all flags); "" when there is none.
+std::string NamedCommand(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        if (argv[i][0] != '-') return argv[i];
+    }
+    return "";
 }
 
 }  // namespace
@@ -199,6 +210,19 @@ int main(int argc, char** argv) {
     cmdPlay->add_option("--to", play.to, "End (default: the clip's end)");
     cmdPlay->callback([&] { run = [&] { return LxCliCommands::Play(global, project, play); }; });
 
+    // A word that names no command gets the list of commands (CLI11 would only
+    // say that the argument was not expected).
+    const std::string named = NamedCommand(argc, argv);
+    const std::vector<CLI::App*> commands = app.get_subcommands([](CLI::App*) { return true; });
+    if (!named.empty() &&
+        std::none_of(commands.begin(), commands.end(), [&](CLI::App* c) { return c->get_name() == named; })) {
+        std::string list;
+        for (CLI::App* c : commands) list += (list.empty() ? "" : ", ") + c->get_name();
+        std::fprintf(stderr, "lxaudio: %s\n",
+                     LxCliFailure("unknown command", named, "the commands are " + list + " (lxaudio --help)").what());
+        return LxCliFailure::kExitUsage;
+    }
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -209,6 +233,8 @@ int main(int argc, char** argv) {
     global.log = &log;
     LxCliInterrupt::Install();
     try {
+        // Commands on a project, when it needs the system's temporary folder.
+        if (!project.empty()) LxCliFileSafety::RequireWorkingSpace(project);
         return run ? run() : 0;
     } catch (const LxCliFailure& failure) {
         std::string line = failure.what();

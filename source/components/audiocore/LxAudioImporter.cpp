@@ -39,7 +39,10 @@ int LxAudioImporter::Import(const LxFile& file) {
 
 int LxAudioImporter::Import(ILxStream* source) {
     stream = source;
-    if (stream == nullptr) return -1;
+    if (stream == nullptr) {
+        LxAssertFailed("no stream to import", kSourceFile, __LINE__);
+        return -1;
+    }
     try {
         return DoImport();
     } catch (...) {

@@ -175,6 +175,7 @@ bool LxNvVorbisImporter::Initialize() {
         return false;
     }
     decodedFrames = 0;
+    MeasureLength();
     return true;
 }
 
@@ -228,3 +229,68 @@ void LxNvVorbisImporter::Finalize() { decoder->Close(); }
 short LxNvVorbisImporter::IsDecoderEOF() { return endOfAudio || !decoder->open ? 1 : 0; }
 
 int64_t LxNvVorbisImporter::GetProgressPosition(int64_t) { return decoder->position; }
+
+void LxNvVorbisImporter::MeasureLength() {
+    // Walks the page headers from the start. The decoder reads up to the last
+    // whole page; a page cut off after it still carries, in its header, the
+    // granule position (frames so far) that the stream would have reached.
+    promisedFrames = -1;
+    foundFrames = totalFrames;
+    cutShort = false;
+    const int64_t length = stream->GetLength();
+    int64_t at = 0;
+    bool anyPage = false, endOfStream = false;
+    int64_t lastGranule = -1, cutGranule = -1;
+    uint32_t lastSerial = 0, cutSerial = 0;
+    bool cutPage = false;
+    unsigned char header[27 + 255];
+    auto granuleOf = [&header] {
+        uint64_t value = 0;
+        for (int i = 13; i >= 6; --i) value = value << 8 | header[i];
+        return static_cast<int64_t>(value);
+    };
+    auto serialOf = [&header] {
+        return static_cast<uint32_t>(header[14]) | static_cast<uint32_t>(header[15]) << 8 |
+               static_cast<uint32_t>(header[16]) << 16 | static_cast<uint32_t>(header[17]) << 24;
+    };
+    while (at < length) {
+        if (!stream->Seek(at, kLxSeekBegin)) return;
+        const int got = stream->Read(header, 27);
+        if (got < 27) {
+            // A page header cut off: a cut page, if what is left begins like one.
+            cutPage = got > 0 && std::memcmp(header, "OggS", static_cast<size_t>(std::min(got, 4))) == 0;
+            break;
+        }
+        if (std::memcmp(header, "OggS", 4) != 0) break;  // not a page: whatever follows the stream
+        const int segments = header[26];
+        if (stream->Read(header + 27, segments) != segments) {
+            cutPage = true;
+            break;
+        }
+        int64_t body = 0;
+        for (int i = 0; i < segments; ++i) body += header[27 + i];
+        const int64_t end = at + 27 + segments + body;
+        if (end > length) {
+            cutPage = true;
+            cutGranule = granuleOf();
+            cutSerial = serialOf();
+            break;
+        }
+        anyPage = true;
+        // -1: no packet ends on this page.
+        if (granuleOf() != -1) lastGranule = granuleOf();
+        lastSerial = serialOf();
+        endOfStream = (header[5] & 0x04) != 0;
+        at = end;
+    }
+    if (cutPage) {
+        cutShort = true;
+        if (cutGranule >= 0 && lastGranule >= 0 && cutSerial == lastSerial && totalFrames >= 0 &&
+            cutGranule >= lastGranule)
+            promisedFrames = totalFrames + (cutGranule - lastGranule);
+    } else if (anyPage && !endOfStream) {
+        cutShort = true;  // whole pages only, but the stream's last one is missing
+    } else {
+        promisedFrames = totalFrames;
+    }
+}

@@ -161,6 +161,7 @@ bool LxWAVImporter::Initialize() {
         LxAssertFailed("No audio data in WAVE file", kSourceFile, __LINE__);
         return false;
     }
+    MeasureLength();
     return true;
 }
 
@@ -225,4 +226,21 @@ int LxWAVImporter::Decode(const unsigned char* in, int inBytes, unsigned char* o
     }
     outBytes = samples * 2;
     return inBytes;
+}
+
+bool LxWAVImporter::ReadWAVEheader(const LxFile& file, WAVEheader& header) {
+    std::unique_ptr<ILxReadWriteStream> source = LxStreamUtil::CreateFileStreamRead(file);
+    return source && ReadWAVEheaderFromStream(source.get(), header);
+}
+
+void LxWAVImporter::MeasureLength() {
+    // The data chunk's size is the length the header promises; a file cut short
+    // holds less. Writers that cannot go back to fill in the size (into a pipe)
+    // leave 0xFFFFFFFF there: no length is promised then.
+    const int64_t frameBytes = static_cast<int64_t>(sourceChannels) * (bits / 8);
+    if (frameBytes <= 0) return;
+    const int64_t held = std::clamp<int64_t>(static_cast<int64_t>(fileSize) - headerSize, 0, audioDataSize);
+    foundFrames = held / frameBytes;
+    promisedFrames = audioDataSize == UINT32_MAX ? -1 : static_cast<int64_t>(audioDataSize) / frameBytes;
+    cutShort = promisedFrames >= 0 && foundFrames < promisedFrames;
 }

@@ -48,8 +48,11 @@ LxFile LxFileUtil::CreateUniquePrivateDir(const LxFile& parent, const LxString& 
     if (parent.GetPath().IsEmpty()) return LxFile();
     std::error_code ec;
     fs::path base = LxPathUtil::ToNative(parent.GetPath());
+    const bool existed = fs::is_directory(base, ec);
     fs::create_directories(base, ec);
     if (!fs::is_directory(base, ec)) return LxFile();
+    // A parent made here holds nothing but private directories: it is private too.
+    if (!existed) fs::permissions(base, fs::perms::owner_all, fs::perm_options::replace, ec);
     return CreateUniqueDirIn(base, prefix, "");
 }
 
@@ -114,4 +117,25 @@ LxString LxFileUtil::GetDirectorySeparator() {
 #else
     return LxString("/");
 #endif
+}
+
+bool LxFileUtil::IsSameFile(const LxFile& a, const LxFile& b) {
+    if (a.GetPath().IsEmpty() || b.GetPath().IsEmpty()) return false;
+    std::error_code ec;
+    const bool same = fs::equivalent(LxPathUtil::ToNative(a.GetPath()), LxPathUtil::ToNative(b.GetPath()), ec);
+    return !ec && same;
+}
+
+LxFile LxFileUtil::ResolveSymbolicLinks(const LxFile& file) {
+    if (file.GetPath().IsEmpty()) return file;
+    std::error_code ec;
+    fs::path path = LxPathUtil::ToNative(file.GetPath());
+    // As many links as the system itself follows before it gives up (ELOOP).
+    for (int depth = 0; depth < 40; ++depth) {
+        if (!fs::is_symlink(fs::symlink_status(path, ec))) return LxFile(LxPathUtil::FromNative(path));
+        fs::path target = fs::read_symlink(path, ec);
+        if (ec) return file;
+        path = target.is_absolute() ? target : path.parent_path() / target;
+    }
+    return file;
 }
