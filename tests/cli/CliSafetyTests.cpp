@@ -188,7 +188,7 @@ TEST_F(CliTest, ImportAndCommandLineMessagesNameWhatWhichFileAndWhy) {
     // Two seconds promised, one second there.
     CliFiles::WriteWav(files.Path("cut.wav"), Ramp(88200, 1), 1, 44100);
     std::vector<uint8_t> cut = CliFiles::Read(files.Path("cut.wav"));
-    cut.resize(cut.size() - 88200);
+    cut.erase(cut.end() - 88200, cut.end());
     CliFiles::Write(files.Path("cut.wav"), cut);
     const std::vector<int16_t> piped = Ramp(44100, 2, 4);
     CliFiles::WriteWav(files.Path("piped.wav"), piped, 2, 44100);

@@ -10,6 +10,7 @@
 #include "LxCliCommands.h"
 #include "LxCliFailure.h"
 #include "LxCliFileSafety.h"
+#include "LxCliFileSafety.h"
 #include "LxCliJsonWriter.h"
 #include "LxCliProgressBar.h"
 #include "LxCliProject.h"
@@ -235,13 +236,7 @@ int Info(const LxCliGlobal& global, const std::string& path, bool json) {
 }
 
 int Salvage(const LxCliGlobal& global, const std::string& path, const std::string& output, bool withSilence) {
-    std::error_code error;
-    const fs::path in = fs::weakly_canonical(fs::path(path), error);
-    const fs::path out = fs::weakly_canonical(fs::path(output), error);
-    const auto inside = std::mismatch(in.begin(), in.end(), out.begin(), out.end()).first == in.end();
-    if (inside)
-        throw LxCliFailure("cannot salvage into", output, "it is the damaged project or lies inside it",
-                           LxCliFailure::kExitUsage);
+    LxCliFileSafety::RefuseOutput("cannot salvage into", output, path);
     LxCliProject source(*global.log);
     source.Open(path, LxCliProject::Access::kRead, /*announce*/ false);
     const LxAudioDamageReport& damage = source.Damage();
