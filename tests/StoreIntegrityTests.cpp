@@ -231,7 +231,11 @@ TEST(StoreIntegrity, DamageSweepOfTheDirectoryForm) {
         for (const std::string& other : files) {
             if (other == name) continue;
             damaged(other + " replaced by a copy of " + name,
-                    [&](const fs::path& dir) { fs::copy_file(dir / name, dir / other, fs::copy_options::overwrite_existing); });
+                    [&](const fs::path& dir) {
+                        // Removed first: mingw's copy_file does not overwrite.
+                        fs::remove(dir / other);
+                        fs::copy_file(dir / name, dir / other);
+                    });
             if (other > name) {
                 damaged(name + " swapped with " + other, [&](const fs::path& dir) {
                     fs::rename(dir / name, dir / "swap");

@@ -249,7 +249,11 @@ TEST_F(CliDamageTest, SweepOfADirectoryProject) {
         Sweep(name + " cut in half", [&](const fs::path& p) { fs::resize_file(p / name, size / 2); });
         Sweep(name + " removed", [&](const fs::path& p) { fs::remove(p / name); });
         Sweep(name + " replaced by a copy of " + next,
-              [&](const fs::path& p) { fs::copy_file(p / next, p / name, fs::copy_options::overwrite_existing); });
+              [&](const fs::path& p) {
+                  // Removed first: mingw's copy_file does not overwrite.
+                  fs::remove(p / name);
+                  fs::copy_file(p / next, p / name);
+              });
         Sweep(name + " swapped with " + next, [&](const fs::path& p) {
             fs::rename(p / name, p / "swap");
             fs::rename(p / next, p / name);
