@@ -108,7 +108,8 @@ std::string LxCliProject::SaveTarget() const {
 
 std::string LxCliProject::TemporaryPath() const {
     fs::path p(SaveTarget());
-    return (p.parent_path() / ("." + p.filename().string() + kSavingTag + std::to_string(LxProcess::CurrentID()))).string();
+    const std::string name = "." + p.filename().string() + kSavingTag + std::to_string(LxProcess::CurrentID());
+    return (p.parent_path() / name).string();
 }
 
 // Where the old directory waits while a new one takes its name, on systems
@@ -324,7 +325,8 @@ void LxCliProject::SaveAsDirectory() {
     if (!fs::exists(target, error)) {
         fs::rename(temporary, target, error);
         if (error) fail("the new folder could not take its name (" + Why(error) + ")");
-    } else if (LxFileUtil::ExchangeDirectories(LxFile(LxString(temporary.string())), LxFile(LxString(target.string())))) {
+    } else if (LxFileUtil::ExchangeDirectories(LxFile(LxString(temporary.string())),
+                                               LxFile(LxString(target.string())))) {
         fs::remove_all(temporary, error);
     } else {
         // Two renames; an interruption between them is repaired by Open.

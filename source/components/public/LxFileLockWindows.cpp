@@ -29,7 +29,8 @@ HANDLE OpenLockFile(const LxFile& file, DWORD disposition) {
 
 bool LockFirstByte(HANDLE handle, LxFileLock::Mode mode) {
     OVERLAPPED first{};
-    const DWORD flags = LOCKFILE_FAIL_IMMEDIATELY | (mode == LxFileLock::Mode::kExclusive ? LOCKFILE_EXCLUSIVE_LOCK : 0);
+    const DWORD exclusive = mode == LxFileLock::Mode::kExclusive ? LOCKFILE_EXCLUSIVE_LOCK : 0;
+    const DWORD flags = LOCKFILE_FAIL_IMMEDIATELY | exclusive;
     return LockFileEx(handle, flags, 0, 1, 0, &first) != 0;
 }
 
