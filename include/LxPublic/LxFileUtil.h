@@ -68,4 +68,14 @@ public:
     // its start, opening target as it is (no creation, no truncation, no
     // seeking): the way a device or a pipe is written. True when all were written.
     static bool CopyFileIntoDevice(const LxFile& source, const LxFile& target);
+    // Makes the names made, renamed or removed in directory (an empty path: the
+    // current directory) survive a power cut: fsync of the directory on POSIX.
+    // Windows writes a rename through by itself, and this does nothing there.
+    // False when the directory could not be synced.
+    static bool SyncDirectory(const LxFile& directory);
+    // Swaps two existing directories (or files) in one step, so that at no
+    // moment is either name missing: renameat2 with RENAME_EXCHANGE on Linux.
+    // False, with nothing changed, where the system or the file system cannot
+    // (then two renames are the caller's fallback).
+    static bool ExchangeDirectories(const LxFile& a, const LxFile& b);
 };

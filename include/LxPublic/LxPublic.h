@@ -5,6 +5,8 @@
 #include "LxFile.h"
 #include "LxFileUtil.h"
 #include "LxStandardInput.h"
+#include "LxStandardError.h"
+#include "LxProcess.h"
 #include "ILxStream.h"
 #include "ILxReadWriteStream.h"
 #include "LxStreamUtil.h"

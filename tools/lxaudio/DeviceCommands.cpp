@@ -21,16 +21,6 @@
 #include "LxCliProject.h"
 #include "LxCliSimulatedInput.h"
 #include "LxCliUnits.h"
-#ifdef _WIN32
-#include <io.h>
-#define LX_ISATTY _isatty
-#define LX_FILENO _fileno
-#else
-#include <poll.h>
-#include <unistd.h>
-#define LX_ISATTY isatty
-#define LX_FILENO fileno
-#endif
 
 namespace {
 
@@ -58,23 +48,12 @@ std::string Bytes(int64_t bytes) {
 // Waits one tick; true when the user pressed Enter. stdin at its end (a file,
 // /dev/null) stops being watched.
 bool EnterPressed(bool& watchStdin) {
-#ifndef _WIN32
     if (watchStdin) {
-        pollfd in{0, POLLIN, 0};
-        if (::poll(&in, 1, static_cast<int>(kTick.count())) > 0) {
-            char bytes[256];
-            ssize_t got = ::read(0, bytes, sizeof bytes);
-            if (got <= 0) {
-                watchStdin = false;
-                return false;
-            }
-            return std::find(bytes, bytes + got, '\n') != bytes + got;
-        }
-        return false;
+        char bytes[256];
+        const int got = LxStandardInput::ReadWithin(bytes, sizeof bytes, static_cast<int>(kTick.count()));
+        if (got < 0) watchStdin = false;
+        return got > 0 && std::find(bytes, bytes + got, '\n') != bytes + got;
     }
-#else
-    (void)watchStdin;
-#endif
     std::this_thread::sleep_for(kTick);
     return false;
 }
@@ -170,7 +149,7 @@ int Record(const LxCliGlobal& global, const std::string& path, const LxCliRecord
                            why.empty() ? "the device did not start (see lxaudio devices)" : why);
     }
 
-    const bool terminal = LX_ISATTY(LX_FILENO(stderr)) != 0;
+    const bool terminal = LxStandardError::IsTerminal();
     bool watchStdin = true;
     std::fprintf(stderr, "recording from device %d; press Enter or Ctrl-C to stop%s\n", device,
                  options.seconds > 0 ? (", or wait " + LxCliUnits::Seconds(static_cast<long long>(
@@ -301,7 +280,7 @@ int Play(const LxCliGlobal& global, const std::string& path, const LxCliPlayOpti
         throw LxCliFailure("cannot play clip " + std::to_string(options.clipID), "",
                            why.empty() ? "the default output device did not start" : why);
     }
-    const bool terminal = LX_ISATTY(LX_FILENO(stderr)) != 0;
+    const bool terminal = LxStandardError::IsTerminal();
     const double total = (to - from) / 44100.0;
     if (!global.quiet && !terminal)
         std::fprintf(stderr, "playing clip %d from %s, %s\n", options.clipID, MinutesSeconds(from / 44100.0).c_str(),

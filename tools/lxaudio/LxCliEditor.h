@@ -31,7 +31,38 @@ public:
     static std::string Usage();
 
 private:
-    std::string Apply(const std::string& name, const std::vector<std::string>& args);
+    // One operation as it is applied: its name and arguments, the length of
+    // the working clip before it, and the log mark its engine reports follow.
+    struct Step {
+        const std::string& name;
+        const std::vector<std::string>& args;
+        int length;
+        size_t mark;
+    };
+    // Each returns the line printed for the operation.
+    using Handler = std::string (LxCliEditor::*)(const Step&);
+    struct Operation {
+        const char* name;
+        int arguments;
+        const char* synopsis;     // for --help: the name and its arguments
+        const char* description;  // for --help
+        Handler apply;
+    };
+    static const std::vector<Operation>& Operations();
+    // The operation of that (lower-case) name; nullptr when there is none.
+    static const Operation* Find(const std::string& name);
+
+    std::string ApplyRemoveOrCopy(const Step& step);
+    std::string ApplyPaste(const Step& step);
+    std::string ApplyInsert(const Step& step);
+    std::string ApplySilence(const Step& step);
+    std::string ApplyLevel(const Step& step);
+    std::string ApplyFade(const Step& step);
+    std::string ApplyTrim(const Step& step);
+    std::string ApplySplit(const Step& step);
+    // Stores the working clip as a new clip and returns the operation's line:
+    // "clip ID, N frames (S)", then detail.
+    std::string Stored(const std::string& detail);
     // Stores the working clip as a new clip and returns its ID.
     int Store();
     int Length() const;

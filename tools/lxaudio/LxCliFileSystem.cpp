@@ -1,63 +1,15 @@
 #include "LxCliFileSystem.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
 #include "LxAudioCore.h"
 #include "LxCliFailure.h"
 #include "LxCliFileSafety.h"
-#ifndef _WIN32
-#include <fcntl.h>
-#include <signal.h>
-#include <unistd.h>
-#else
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#include <windows.h>
-#endif
 
 namespace fs = std::filesystem;
 
 namespace LxCliFileSystem {
-
-int ProcessID() {
-#ifdef _WIN32
-    return static_cast<int>(GetCurrentProcessId());
-#else
-    return static_cast<int>(::getpid());
-#endif
-}
-
-bool ProcessIsAlive(int pid) {
-#ifdef _WIN32
-    if (pid <= 0) return false;
-    HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, static_cast<DWORD>(pid));
-    // A process that may not be opened still exists.
-    if (process == nullptr) return GetLastError() == ERROR_ACCESS_DENIED;
-    bool alive = WaitForSingleObject(process, 0) == WAIT_TIMEOUT;
-    CloseHandle(process);
-    return alive;
-#else
-    return pid > 0 && (::kill(pid, 0) == 0 || errno == EPERM);
-#endif
-}
-
-void SyncDirectory(const std::string& directory) {
-#ifndef _WIN32
-    int fd = ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY);
-    if (fd >= 0) {
-        ::fsync(fd);
-        ::close(fd);
-    }
-#else
-    (void)directory;
-#endif
-}
 
 std::string FolderOf(const std::string& path) {
     fs::path parent = fs::path(path).parent_path();
@@ -92,7 +44,7 @@ int RemoveStalePartFiles(const std::string& folder) {
         if (dot == std::string::npos || dot + 1 == stem.size()) continue;
         char* end = nullptr;
         const long pid = std::strtol(stem.c_str() + dot + 1, &end, 10);
-        if (*end != '\0' || pid <= 0 || ProcessIsAlive(static_cast<int>(pid))) continue;
+        if (*end != '\0' || pid <= 0 || LxProcess::IsRunning(static_cast<int>(pid))) continue;
         std::error_code ignored;
         removed += fs::remove(entry.path(), ignored) ? 1 : 0;
     }
@@ -102,7 +54,7 @@ int RemoveStalePartFiles(const std::string& folder) {
 }  // namespace LxCliFileSystem
 
 LxCliOutputFile::LxCliOutputFile(std::string path, std::string what) : path_(std::move(path)) {
-    const std::string name = "." + std::to_string(LxCliFileSystem::ProcessID()) + kSuffix;
+    const std::string name = "." + std::to_string(LxProcess::CurrentID()) + kSuffix;
     // A device is written through the name given: the system follows links
     // that a path cannot spell (/dev/stdout leads to "pipe:[...]").
     if (LxFileUtil::IsDeviceOrPipe(LxFile(LxString(path_)))) {
@@ -166,6 +118,6 @@ bool LxCliOutputFile::Commit(std::string& why) {
         return false;
     }
     committed_ = true;
-    LxCliFileSystem::SyncDirectory(LxCliFileSystem::FolderOf(target_));
+    LxFileUtil::SyncDirectory(LxFile(LxString(LxCliFileSystem::FolderOf(target_))));
     return true;
 }

@@ -1,7 +1,7 @@
 #pragma once
 // What the tool needs from the file system beyond the platform library: the
-// process IDs that name temporary files, directory syncs after a rename, and
-// output files that appear whole or not at all.
+// folder of a path, sizes on disk, and output files that appear whole or not at
+// all.
 //
 // An output (an exported WAV file, a mix, a waveform picture) is written as
 // "NAME.PID.lxpart" beside its final name, forced to disk and only then renamed
@@ -13,12 +13,6 @@
 
 namespace LxCliFileSystem {
 
-int ProcessID();
-// False only when no process with that ID runs (one we may not signal still runs).
-bool ProcessIsAlive(int pid);
-// Makes a rename (or a new file) in directory survive a power cut (POSIX; on
-// Windows the rename itself is written through).
-void SyncDirectory(const std::string& directory);
 // The folder a path lies in ("." for a bare name).
 std::string FolderOf(const std::string& path);
 // Bytes of a file, or of the files directly inside a directory; 0 when missing.

@@ -4,18 +4,9 @@
 #include <cctype>
 #include <cstdio>
 #include "LxCliInterrupt.h"
-#ifdef _WIN32
-#include <io.h>
-#define LX_ISATTY _isatty
-#define LX_FILENO _fileno
-#else
-#include <unistd.h>
-#define LX_ISATTY isatty
-#define LX_FILENO fileno
-#endif
 
 LxCliProgressBar::LxCliProgressBar(std::string label, bool quiet)
-    : label_(std::move(label)), quiet_(quiet), terminal_(LX_ISATTY(LX_FILENO(stderr)) != 0) {}
+    : label_(std::move(label)), quiet_(quiet), terminal_(LxStandardError::IsTerminal()) {}
 
 LxCliProgressBar::~LxCliProgressBar() { FinishLine(); }
 

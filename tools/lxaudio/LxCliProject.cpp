@@ -13,21 +13,6 @@
 #include "LxCliFileSystem.h"
 #include "LxCliRecordings.h"
 #include "LxCliSaveStream.h"
-#ifndef _WIN32
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
-#else
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#include <windows.h>
-#endif
 
 namespace fs = std::filesystem;
 
@@ -35,22 +20,8 @@ namespace {
 
 constexpr const char* kSavingTag = ".saving-";
 
-using LxCliFileSystem::ProcessID;
-using LxCliFileSystem::ProcessIsAlive;
-
-void SyncDirectory(const fs::path& directory) { LxCliFileSystem::SyncDirectory(directory.string()); }
-
-// Swaps two directories in one step where the system can; false when it cannot
-// (the caller then falls back to two renames).
-bool ExchangeDirectories(const fs::path& a, const fs::path& b) {
-#if defined(__linux__) && defined(RENAME_EXCHANGE)
-    return ::renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE) == 0;
-#else
-    (void)a;
-    (void)b;
-    return false;
-#endif
-}
+// Makes the renames in directory survive a power cut.
+void SyncDirectory(const fs::path& directory) { LxFileUtil::SyncDirectory(LxFile(LxString(directory.string()))); }
 
 std::string Why(const std::error_code& error) { return error ? error.message() : std::string(); }
 
@@ -117,60 +88,17 @@ void LxCliProject::RemoveLeftovers() {
 }
 
 void LxCliProject::Lock() {
-#ifndef _WIN32
-    // Lock the file (or folder) that is at the path, and make sure it is still
-    // the one there once locked: a save by another process may have replaced it.
-    for (int attempt = 0; attempt < 10; ++attempt) {
-        int fd = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
-        if (fd < 0) return;  // Open reports a missing project itself
-        if (::flock(fd, (access_ == Access::kWrite ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0) {
-            ::close(fd);
-            throw LxCliFailure("project in use", path_,
-                               "another lxaudio command is working on it; try again when it has finished");
-        }
-        struct stat locked {}, current {};
-        if (::fstat(fd, &locked) == 0 && ::stat(path_.c_str(), &current) == 0 && locked.st_ino == current.st_ino &&
-            locked.st_dev == current.st_dev) {
-            Unlock();
-            lockHandle_ = fd;
-            return;
-        }
-        ::close(fd);
-    }
-#else
-    // A folder cannot be locked, and a locked file could not be replaced by a
-    // save: the lock is the first byte of a lock file beside the project
-    // (".NAME.lock", left in place), which goes with the handle, or with the
-    // process. A save keeps the same lock file, so a held lock stays held.
-    if (lockHandle_ >= 0) return;
-    std::error_code error;
-    const fs::path p(path_);
-    if (!fs::exists(p, error)) return;  // Open reports a missing project itself
-    const fs::path lockPath = p.parent_path() / ("." + p.filename().string() + ".lock");
-    HANDLE file = CreateFileW(lockPath.wstring().c_str(), GENERIC_READ | GENERIC_WRITE,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
-                              FILE_ATTRIBUTE_HIDDEN, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return;  // a folder we may not write: unlocked, as a reader
-    OVERLAPPED first{};
-    DWORD flags = LOCKFILE_FAIL_IMMEDIATELY | (access_ == Access::kWrite ? LOCKFILE_EXCLUSIVE_LOCK : 0);
-    if (!LockFileEx(file, flags, 0, 1, 0, &first)) {
-        CloseHandle(file);
+    // The lock stands for what is at the path now (after a save, the new
+    // project): see LxFileLock::LockWhatIsAt for how each system does it.
+    const LxFileLock::Mode mode = access_ == Access::kWrite ? LxFileLock::Mode::kExclusive : LxFileLock::Mode::kShared;
+    // Unavailable: a missing project (Open reports it itself), or a folder
+    // that cannot be written (Windows): it is used unlocked, as a reader.
+    if (lock_.LockWhatIsAt(LxFile(LxString(path_)), mode) == LxFileLock::Result::kBusy)
         throw LxCliFailure("project in use", path_,
                            "another lxaudio command is working on it; try again when it has finished");
-    }
-    // Kernel handles fit in 32 bits on 64-bit Windows (HandleToLong).
-    lockHandle_ = HandleToLong(file);
-#endif
 }
 
-void LxCliProject::Unlock() {
-#ifndef _WIN32
-    if (lockHandle_ >= 0) ::close(lockHandle_);
-#else
-    if (lockHandle_ >= 0) CloseHandle(LongToHandle(lockHandle_));
-#endif
-    lockHandle_ = -1;
-}
+void LxCliProject::Unlock() { lock_.Unlock(); }
 
 std::string LxCliProject::SaveTarget() const {
     fs::path p(path_);
@@ -180,7 +108,8 @@ std::string LxCliProject::SaveTarget() const {
 
 std::string LxCliProject::TemporaryPath() const {
     fs::path p(SaveTarget());
-    return (p.parent_path() / ("." + p.filename().string() + kSavingTag + std::to_string(ProcessID()))).string();
+    const std::string name = "." + p.filename().string() + kSavingTag + std::to_string(LxProcess::CurrentID());
+    return (p.parent_path() / name).string();
 }
 
 // Where the old directory waits while a new one takes its name, on systems
@@ -326,7 +255,7 @@ void LxCliProject::Save() {
     }
     // Hold the new project as the old one was held, until the command ends
     // (the save itself is done: a reader that got in first only ends that early).
-    if (lockHandle_ >= 0) {
+    if (lock_.IsLocked()) {
         try {
             Lock();
         } catch (const LxCliFailure&) {
@@ -396,7 +325,8 @@ void LxCliProject::SaveAsDirectory() {
     if (!fs::exists(target, error)) {
         fs::rename(temporary, target, error);
         if (error) fail("the new folder could not take its name (" + Why(error) + ")");
-    } else if (ExchangeDirectories(temporary, target)) {
+    } else if (LxFileUtil::ExchangeDirectories(LxFile(LxString(temporary.string())),
+                                               LxFile(LxString(target.string())))) {
         fs::remove_all(temporary, error);
     } else {
         // Two renames; an interruption between them is repaired by Open.
@@ -426,7 +356,7 @@ void LxCliProject::RemoveStaleTemporaries() const {
         std::string name = entry.path().filename().string();
         if (name.rfind(prefix, 0) != 0) continue;
         int pid = std::atoi(name.c_str() + prefix.size());
-        if (pid == ProcessID() || !ProcessIsAlive(pid)) {
+        if (pid == LxProcess::CurrentID() || !LxProcess::IsRunning(pid)) {
             std::error_code ignored;
             fs::remove_all(entry.path(), ignored);
         }

@@ -20,6 +20,7 @@
 #include <vector>
 #include "LxAudioCore.h"
 #include "LxAudioRecovery.h"
+#include "LxPublic/LxFileLock.h"
 
 class LxCliAssertLog;
 
@@ -101,7 +102,7 @@ private:
     std::string path_;
     Form form_ = Form::kFile;
     Access access_ = Access::kRead;
-    int lockHandle_ = -1;
+    LxFileLock lock_;
     bool inWorkingFolder_ = false;
     std::vector<LxAudioLeftover> interrupted_;
     LxAudioDamageReport damage_;

@@ -2,6 +2,7 @@
 
 #include <ctime>
 #include "LxCliUnits.h"
+#include "LxPublic/LxClock.h"
 
 namespace LxCliRecordings {
 
@@ -23,13 +24,8 @@ std::vector<LxAudioInterruptedRecording> WithAudio(const LxAudioLeftover& leftov
 }
 
 std::string LocalTime(int64_t millisecondsSince1970) {
-    const std::time_t seconds = static_cast<std::time_t>(millisecondsSince1970 / 1000);
     std::tm local{};
-#ifdef _WIN32
-    if (localtime_s(&local, &seconds) != 0) return "an unknown time";
-#else
-    if (localtime_r(&seconds, &local) == nullptr) return "an unknown time";
-#endif
+    if (!LxGetLocalTime(millisecondsSince1970, local)) return "an unknown time";
     char text[32];
     if (std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local) == 0) return "an unknown time";
     return text;

@@ -24,7 +24,6 @@ public:
     bool Sync() override;
     void Close() override;
 
-    int64_t BytesWritten() const { return written_; }
     // True once any write came back short (a full disk, an I/O error).
     bool WriteFailed() const { return writeFailed_; }
 

@@ -3,29 +3,72 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+namespace {
+
+int OpenRetrying(const char* path, int flags, mode_t mode = 0) {
+    int fd;
+    do {
+        fd = ::open(path, flags | O_CLOEXEC, mode);
+    } while (fd < 0 && errno == EINTR);
+    return fd;
+}
+
+// flock locks belong to the open file description: a second open of the same
+// file, even in this process, conflicts with this one.
+bool FlockWithoutWaiting(int fd, LxFileLock::Mode mode) {
+    const int operation = (mode == LxFileLock::Mode::kExclusive ? LOCK_EX : LOCK_SH) | LOCK_NB;
+    int rc;
+    do {
+        rc = ::flock(fd, operation);
+    } while (rc != 0 && errno == EINTR);
+    return rc == 0;
+}
+
+// Whether fd is still the file that path names (no rename has put another there).
+bool StillAt(int fd, const char* path) {
+    struct stat locked {}, current {};
+    return ::fstat(fd, &locked) == 0 && ::stat(path, &current) == 0 && locked.st_ino == current.st_ino &&
+           locked.st_dev == current.st_dev;
+}
+
+}  // namespace
 
 LxFileLock::~LxFileLock() { Unlock(); }
 
-bool LxFileLock::TryLock(const LxFile& file) {
+bool LxFileLock::TryLock(const LxFile& file, Mode mode) {
     Unlock();
-    int fd;
-    do {
-        fd = ::open(file.GetPath().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    } while (fd < 0 && errno == EINTR);
+    int fd = OpenRetrying(file.GetPath().c_str(), O_RDWR | O_CREAT, 0600);
     if (fd < 0) return false;
-    // flock locks belong to the open file description: a second open of the
-    // same file, even in this process, conflicts with this one.
-    int rc;
-    do {
-        rc = ::flock(fd, LOCK_EX | LOCK_NB);
-    } while (rc != 0 && errno == EINTR);
-    if (rc != 0) {
+    if (!FlockWithoutWaiting(fd, mode)) {
         ::close(fd);
         return false;
     }
     fd_ = fd;
     return true;
+}
+
+LxFileLock::Result LxFileLock::LockWhatIsAt(const LxFile& path, Mode mode) {
+    const char* name = path.GetPath().c_str();
+    // Each round that finds another file at path once locked is a rename that
+    // came in between; a few rounds outlast any sequence of saves.
+    for (int attempt = 0; attempt < 10; ++attempt) {
+        int fd = OpenRetrying(name, O_RDONLY);
+        if (fd < 0) return Result::kUnavailable;
+        if (!FlockWithoutWaiting(fd, mode)) {
+            ::close(fd);
+            return Result::kBusy;
+        }
+        if (StillAt(fd, name)) {
+            Unlock();
+            fd_ = fd;
+            return Result::kLocked;
+        }
+        ::close(fd);
+    }
+    return Result::kUnavailable;
 }
 
 void LxFileLock::Unlock() {
@@ -38,7 +81,7 @@ void LxFileLock::Unlock() {
 bool LxFileLock::IsLocked() const { return fd_ >= 0; }
 
 bool LxFileLock::IsHeld(const LxFile& file) {
-    int fd = ::open(file.GetPath().c_str(), O_RDONLY | O_CLOEXEC);
+    int fd = OpenRetrying(file.GetPath().c_str(), O_RDONLY);
     if (fd < 0) return false;
     bool held = ::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
     ::close(fd);

@@ -2,6 +2,7 @@
 #include "LxPublic/LxFileUtil.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <pthread.h>
@@ -123,4 +124,24 @@ bool LxFileUtil::CopyFileIntoDevice(const LxFile& source, const LxFile& target) 
     }
     pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     return done;
+}
+
+bool LxFileUtil::SyncDirectory(const LxFile& directory) {
+    const char* path = directory.GetPath().IsEmpty() ? "." : directory.GetPath().c_str();
+    const int fd = OpenRetrying(path, O_RDONLY | O_DIRECTORY);
+    if (fd < 0) return false;
+    const bool synced = ::fsync(fd) == 0;
+    ::close(fd);
+    return synced;
+}
+
+bool LxFileUtil::ExchangeDirectories(const LxFile& a, const LxFile& b) {
+    if (a.GetPath().IsEmpty() || b.GetPath().IsEmpty()) return false;
+#if defined(__linux__) && defined(RENAME_EXCHANGE)
+    // glibc names it in <stdio.h> (2.28 and later); older systems, other
+    // kernels and file systems without it take the caller's two renames.
+    return ::renameat2(AT_FDCWD, a.GetPath().c_str(), AT_FDCWD, b.GetPath().c_str(), RENAME_EXCHANGE) == 0;
+#else
+    return false;
+#endif
 }

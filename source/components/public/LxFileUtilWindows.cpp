@@ -116,3 +116,9 @@ bool LxFileUtil::CopyFileIntoDevice(const LxFile& source, const LxFile& target) 
     CloseHandle(out);
     return done;
 }
+
+// NTFS writes a rename through to its journal itself: nothing to sync.
+bool LxFileUtil::SyncDirectory(const LxFile&) { return true; }
+
+// Windows has no call that swaps two names in one step.
+bool LxFileUtil::ExchangeDirectories(const LxFile&, const LxFile&) { return false; }

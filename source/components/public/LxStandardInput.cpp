@@ -4,26 +4,10 @@
 #include <memory>
 #include <vector>
 #include "LxPublic/LxStreamUtil.h"
-#if defined(_WIN32)
-#include <fcntl.h>
-#include <io.h>
-#else
-#include <unistd.h>
-#endif
-
-bool LxStandardInput::IsTerminal() {
-#if defined(_WIN32)
-    return _isatty(_fileno(stdin)) != 0;
-#else
-    return ::isatty(STDIN_FILENO) != 0;
-#endif
-}
 
 int64_t LxStandardInput::CopyTo(const LxFile& target) {
-#if defined(_WIN32)
     // Text mode would turn CR LF pairs of the audio into LF.
-    _setmode(_fileno(stdin), _O_BINARY);
-#endif
+    UseBinaryMode();
     std::unique_ptr<ILxReadWriteStream> out =
         LxStreamUtil::CreateFileStreamReadWrite(target, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
     if (!out) return -1;
