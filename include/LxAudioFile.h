@@ -149,6 +149,7 @@ public:
 
 private:
     friend class LxAudioCompactor;
+    friend class LxAudioCompressor;
     friend class LxStoreChecker;
     friend class LxStoreSalvager;
 

@@ -9,6 +9,7 @@
 #include "LxAudioClip.h"
 #include "LxAudioClipBase.h"
 #include "LxAudioCompactor.h"
+#include "LxAudioCompressor.h"
 #include "LxClipDataStream.h"
 #include "LxClipMapStream.h"
 #include "LxCodecVorbis.h"
@@ -30,18 +31,6 @@ static const char* const kSourceFile = "source/components/audiocore/LxAudioFile"
 
 namespace {
 constexpr int kSilentPages = 5;
-// Pages encoded per thread in one batch of CompressAllPagesInParallel: enough
-// to even out pages of different lengths, little enough to report progress often.
-constexpr int kPagesPerThreadInBatch = 4;
-
-// One raw page taken for encoding outside the store's lock.
-struct PageToEncode {
-    uint32_t position = 0;
-    LxPCMData record;
-    std::vector<unsigned char> pcm;
-    std::vector<unsigned char> encoded;
-    int encodedBytes = 0;
-};
 }  // namespace
 
 LxAudioFile::LxAudioFile(const LxFile& storeDirectory) : directory(storeDirectory), silenceRange(this) {
@@ -301,11 +290,11 @@ void LxAudioFile::Clear() {
     LxRecursiveLock guard(lock);
     if (!mapStream) return;
     rawStream->Truncate();
-    rawStream->savedLength = 0;
+    rawStream->SetSavedLength(0);
     encStream->Truncate();
-    encStream->savedLength = 0;
+    encStream->SetSavedLength(0);
     pcmStream->Truncate();
-    pcmStream->compressCursor = 0;
+    pcmStream->SetCompressCursor(0);
     clipStream->Truncate();
     mapStream->Truncate();
     mapStream->Clear();
@@ -317,13 +306,13 @@ void LxAudioFile::DiscardRawData() {
     LxRecursiveLock guard(lock);
     if (!rawStream) return;
     rawStream->Truncate();
-    rawStream->savedLength = 0;
+    rawStream->SetSavedLength(0);
 }
 
 bool LxAudioFile::RawDataUnreferenced() {
     if (!pcmStream || !pcmStream->GetStream()) return false;
     int size = pcmStream->GetSize();
-    if (static_cast<int64_t>(pcmStream->compressCursor) < size) return false;
+    if (static_cast<int64_t>(pcmStream->GetCompressCursor()) < size) return false;
     // The compressor has visited every page, but a page it could not encode
     // stays raw: its bytes are still the only copy of that audio.
     LxPCMData record;
@@ -423,9 +412,9 @@ bool LxAudioFile::ReadFrom(ILxStream& in) {
         in.ReadInt32(length);
         ok = members[i]->ReadFrom(in, length) && ok;
     }
-    rawStream->savedLength = 0;
-    encStream->savedLength = 0;
-    pcmStream->compressCursor = 0;
+    rawStream->SetSavedLength(0);
+    encStream->SetSavedLength(0);
+    pcmStream->SetCompressCursor(0);
     DropThumbnailCache();
     if (in.GetReadFailures() != inFailures || MemberFailures(true) + MemberFailures(false) != writeFailures) {
         // Members are half replaced: better an empty store than a wrong one.
@@ -452,9 +441,9 @@ bool LxAudioFile::SaveChunkFiles(const LxFile& directoryOut, bool incremental, L
     if (!directoryOut.IsDirectory() && !directoryOut.CreateDirectories()) return false;
     if (RefuseDamagedSave()) return false;
     rawStream->Flush();
-    rawStream->savedLength = rawStream->SaveChunks(directoryOut, incremental ? rawStream->savedLength : 0, info);
+    rawStream->SetSavedLength(rawStream->SaveChunks(directoryOut, incremental ? rawStream->GetSavedLength() : 0, info));
     encStream->Flush();
-    encStream->savedLength = encStream->SaveChunks(directoryOut, incremental ? encStream->savedLength : 0, info);
+    encStream->SetSavedLength(encStream->SaveChunks(directoryOut, incremental ? encStream->GetSavedLength() : 0, info));
     pcmStream->Flush();
     pcmStream->SaveChunks(directoryOut, -1, nullptr);
     clipStream->Flush();
@@ -482,12 +471,12 @@ bool LxAudioFile::ReadFrom(const LxFile& directoryIn) {
         }
     }
     const int64_t writeFailures = MemberFailures(true) + MemberFailures(false);
-    rawStream->savedLength = rawStream->LoadChunks(directoryIn);
-    encStream->savedLength = encStream->LoadChunks(directoryIn);
+    rawStream->SetSavedLength(rawStream->LoadChunks(directoryIn));
+    encStream->SetSavedLength(encStream->LoadChunks(directoryIn));
     pcmStream->LoadChunks(directoryIn);
     clipStream->LoadChunks(directoryIn);
     mapStream->LoadWhole(directoryIn);
-    pcmStream->compressCursor = 0;
+    pcmStream->SetCompressCursor(0);
     DropThumbnailCache();
     if (MemberFailures(true) + MemberFailures(false) != writeFailures) {
         LxAssertFailed("disk failure while loading the store", kSourceFile, __LINE__);
@@ -499,7 +488,7 @@ bool LxAudioFile::ReadFrom(const LxFile& directoryIn) {
 }
 
 bool LxAudioFile::FinishLoad(int64_t failuresBefore) {
-    pcmStream->compressCursor = 0;
+    pcmStream->SetCompressCursor(0);
     DropThumbnailCache();
     if (MemberFailures(true) + MemberFailures(false) != failuresBefore) {
         LxAssertFailed("disk failure while loading the store", kSourceFile, __LINE__);
@@ -661,8 +650,8 @@ bool LxAudioFile::ReadVerifiedFrom(ILxStream& in, LxAudioDamageReport& report) {
         at += 4 + lengths[i];
     }
     in.Seek(end, kLxSeekBegin);
-    rawStream->savedLength = 0;
-    encStream->savedLength = 0;
+    rawStream->SetSavedLength(0);
+    encStream->SetSavedLength(0);
     if (!FinishLoad(failures)) {
         report.damage.push_back({"", -1, "", "a disk failure while loading"});
         return false;
@@ -700,8 +689,8 @@ bool LxAudioFile::ReadVerifiedFrom(const LxFile& directoryIn, LxAudioDamageRepor
         members[i]->LoadChunksChecked(directoryIn, haveRecord ? &saved : nullptr, report.damage);
     }
     mapStream->Load();
-    rawStream->savedLength = rawStream->GetSize();
-    encStream->savedLength = encStream->GetSize();
+    rawStream->SetSavedLength(rawStream->GetSize());
+    encStream->SetSavedLength(encStream->GetSize());
     if (!FinishLoad(failures)) {
         report.damage.push_back({"", -1, "", "a disk failure while loading"});
         return false;
@@ -729,222 +718,14 @@ void LxAudioFile::AppendAudioFileFrom(LxAudioFile& other, std::map<int, int>& id
     }
 }
 
-bool LxAudioFile::HasPagesToCompress() {
-    LxRecursiveLock guard(lock);
-    if (!pcmStream) return false;
-    int size = pcmStream->GetSize();
-    LxPCMData record;
-    for (int page = static_cast<int>(pcmStream->compressCursor); page + kLxPageRecordBytes <= size;
-         page += kLxPageRecordBytes) {
-        if (pcmStream->ReadPageHeader(page, record) && record.codec == kLxPageCodecRaw &&
-            record.pcmBytes <= kLxMaxPageBytes && record.pcmBytes >= 0) {
-            return true;
-        }
-    }
-    return false;
-}
+bool LxAudioFile::HasPagesToCompress() { return LxAudioCompressor(*this).HasPagesToCompress(); }
 
 int LxAudioFile::CompressAllPages(ILxGeneralProgressCallBack* progress) {
-    int total = 0, cursor = 0;
-    {
-        LxRecursiveLock guard(lock);
-        if (!pcmStream) return 0;
-        total = pcmStream->GetSize() / kLxPageRecordBytes;
-        cursor = static_cast<int>(pcmStream->compressCursor) / kLxPageRecordBytes;
-    }
-    if (progress) progress->BeginTask("kLxCompressingAudio", total, 0);
-    int compressed = 0;
-    for (;;) {
-        {
-            LxRecursiveLock guard(lock);
-            if (!pcmStream || pcmStream->compressCursor >= static_cast<uint32_t>(pcmStream->GetSize())) break;
-        }
-        int before = cursor;
-        if (CompressOnePage()) ++compressed;
-        {
-            LxRecursiveLock guard(lock);
-            cursor = pcmStream ? static_cast<int>(pcmStream->compressCursor) / kLxPageRecordBytes : total;
-        }
-        // A page the compressor cannot take (a damaged channel count) keeps the
-        // cursor where it is; calling again would spin for ever.
-        if (cursor == before) break;
-        if (progress) {
-            progress->ReportProgress(cursor);
-            if (progress->IsCancelled()) break;
-        }
-    }
-    if (progress) progress->EndTask();
-    return compressed;
+    return LxAudioCompressor(*this).CompressAllPages(progress);
 }
 
-bool LxAudioFile::CompressOnePage() {
-    LxLock compressorGuard(compressorMutex);
-    LxRecursiveLock guard(lock);
-    std::vector<unsigned char> input(kLxMaxPageBytes);
-    if (!pcmStream || pcmStream->compressCursor >= static_cast<uint32_t>(pcmStream->GetSize())) return false;
-    uint32_t cursor = pcmStream->compressCursor;
-    LxPCMData record;
-    pcmStream->ReadPageHeader(static_cast<int>(cursor), record);
-    // Silent, already compressed and damaged pages are skipped, one per call.
-    if (record.codec != kLxPageCodecRaw || record.pcmBytes > kLxMaxPageBytes || record.pcmBytes < 0) {
-        pcmStream->compressCursor += kLxPageRecordBytes;
-        return false;
-    }
-    int stored = std::clamp(record.dataRange.Size(), 0, kLxMaxPageBytes);
-    int got = rawStream->Read(record.dataRange, input.data(), stored);
-    if (got < record.pcmBytes) {
-        LxAssertFailed("", kSourceFile, __LINE__);
-        pcmStream->compressCursor += kLxPageRecordBytes;
-        return false;
-    }
-    LxCodec* codec = pcmStream->GetCodec(record.channels);
-    if (codec == nullptr) {
-        LxAssertFailed("Not implemented", "source/components/audiocore/LxPCMDataStream", __LINE__);
-        return false;
-    }
-    LxPCMDataStream* encodedFor = pcmStream.get();
-
-    // The slow part runs without the store's lock, so that editing, capture and
-    // playback go on meanwhile.
-    guard.Unlock();
-    std::vector<unsigned char> output(kLxMaxPageBytes);
-    int encoded = codec->Encode(reinterpret_cast<const short*>(input.data()), record.pcmBytes, output.data(),
-                                kLxMaxPageBytes);
-    guard.Relock();
-
-    // The page must still be the one that was encoded: a load or a clear while
-    // the lock was released replaced it.
-    LxPCMData now;
-    if (pcmStream.get() != encodedFor || !pcmStream->ReadPageHeader(static_cast<int>(cursor), now) ||
-        now.codec != record.codec || now.dataRange != record.dataRange || now.pcmBytes != record.pcmBytes) {
-        return false;
-    }
-    if (encoded <= 0) {
-        // The codec reported why; the page stays raw.
-        pcmStream->compressCursor = cursor + kLxPageRecordBytes;
-        return false;
-    }
-    record.codec = kLxPageCodecVorbis;
-    record.dataRange = encStream->Append(output.data(), encoded);
-    pcmStream->GetStream()->Seek(cursor, kLxSeekBegin);
-    pcmStream->WritePageHeader(record);
-    pcmStream->compressCursor = cursor + kLxPageRecordBytes;
-    return true;
-}
+bool LxAudioFile::CompressOnePage() { return LxAudioCompressor(*this).CompressOnePage(); }
 
 int LxAudioFile::CompressAllPagesInParallel(int threads, ILxGeneralProgressCallBack* progress) {
-    if (threads < 1) threads = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
-    if (threads == 1) return CompressAllPages(progress);
-    int total = 0;
-    {
-        LxRecursiveLock guard(lock);
-        if (!pcmStream) return 0;
-        total = pcmStream->GetSize() / kLxPageRecordBytes;
-    }
-    if (progress) progress->BeginTask("kLxCompressingAudio", total, 0);
-    // Each thread encodes with codecs of its own; the store's codecs stay free
-    // for readers (decoding) and for CompressOnePage.
-    std::vector<std::unique_ptr<LxCodec>> monoCodecs, stereoCodecs;
-    for (int t = 0; t < threads; ++t) {
-        monoCodecs.push_back(std::make_unique<LxCodecVorbis>(1));
-        stereoCodecs.push_back(std::make_unique<LxCodecVorbis>(2));
-    }
-    const size_t batchPages = static_cast<size_t>(threads) * kPagesPerThreadInBatch;
-    std::vector<PageToEncode> batch;
-    int compressed = 0;
-    for (;;) {
-        LxLock compressorGuard(compressorMutex);
-        LxRecursiveLock guard(lock);
-        if (!pcmStream || pcmStream->compressCursor >= static_cast<uint32_t>(pcmStream->GetSize())) break;
-        const uint32_t startCursor = pcmStream->compressCursor;
-        // The raw pages that follow the cursor, each as CompressOnePage would
-        // take it. Any other page (silent, compressed, damaged, short of data)
-        // ends the batch, and CompressOnePage deals with it, reports included.
-        batch.clear();
-        const int size = pcmStream->GetSize();
-        for (uint32_t at = startCursor;
-             batch.size() < batchPages && at + kLxPageRecordBytes <= static_cast<uint32_t>(size);
-             at += kLxPageRecordBytes) {
-            LxPCMData record;
-            if (!pcmStream->ReadPageHeader(static_cast<int>(at), record) || record.codec != kLxPageCodecRaw ||
-                record.pcmBytes > kLxMaxPageBytes || record.pcmBytes < 0 ||
-                pcmStream->GetCodec(record.channels) == nullptr) {
-                break;
-            }
-            PageToEncode page;
-            page.position = at;
-            page.record = record;
-            page.pcm.resize(static_cast<size_t>(kLxMaxPageBytes));
-            page.encoded.resize(static_cast<size_t>(kLxMaxPageBytes));
-            const int stored = std::clamp(record.dataRange.Size(), 0, kLxMaxPageBytes);
-            if (rawStream->Read(record.dataRange, page.pcm.data(), stored) < record.pcmBytes) break;
-            batch.push_back(std::move(page));
-        }
-        if (batch.empty()) {
-            guard.Unlock();
-            compressorGuard.Unlock();
-            const bool done = CompressOnePage();
-            if (done) ++compressed;
-            LxRecursiveLock again(lock);
-            // A page the compressor cannot take keeps the cursor where it is.
-            if (!pcmStream || pcmStream->compressCursor == startCursor) break;
-            if (progress) {
-                progress->ReportProgress(static_cast<int>(pcmStream->compressCursor) / kLxPageRecordBytes);
-                if (progress->IsCancelled()) break;
-            }
-            continue;
-        }
-        LxPCMDataStream* encodedFor = pcmStream.get();
-
-        // Encoding runs without the store's lock, as in CompressOnePage.
-        guard.Unlock();
-        std::atomic<size_t> next{0};
-        auto work = [&](int worker) {
-            for (size_t i = next++; i < batch.size(); i = next++) {
-                PageToEncode& page = batch[i];
-                LxCodec* codec = page.record.channels == 1 ? monoCodecs[static_cast<size_t>(worker)].get()
-                                                           : stereoCodecs[static_cast<size_t>(worker)].get();
-                page.encodedBytes = codec->Encode(reinterpret_cast<const short*>(page.pcm.data()),
-                                                  page.record.pcmBytes, page.encoded.data(), kLxMaxPageBytes);
-            }
-        };
-        const int helpers = std::min(threads, static_cast<int>(batch.size())) - 1;
-        std::vector<std::thread> workers;
-        try {
-            for (int t = 1; t <= helpers; ++t) workers.emplace_back(work, t);
-        } catch (const std::system_error&) {
-            // No thread to be had: the pages not taken are encoded here.
-        }
-        work(0);
-        for (std::thread& worker : workers) worker.join();
-        guard.Relock();
-
-        // Written back in page order while each page is still the one encoded (a
-        // load or a clear while the lock was released replaced it); the first
-        // page found changed, and those after it, are looked at again.
-        for (const PageToEncode& page : batch) {
-            LxPCMData now;
-            if (pcmStream.get() != encodedFor || pcmStream->compressCursor != page.position ||
-                !pcmStream->ReadPageHeader(static_cast<int>(page.position), now) || now.codec != page.record.codec ||
-                now.dataRange != page.record.dataRange || now.pcmBytes != page.record.pcmBytes) {
-                break;
-            }
-            if (page.encodedBytes > 0) {
-                // The codec reported why when it wrote nothing; such a page stays raw.
-                LxPCMData record = page.record;
-                record.codec = kLxPageCodecVorbis;
-                record.dataRange = encStream->Append(page.encoded.data(), page.encodedBytes);
-                pcmStream->GetStream()->Seek(page.position, kLxSeekBegin);
-                pcmStream->WritePageHeader(record);
-                ++compressed;
-            }
-            pcmStream->compressCursor = page.position + kLxPageRecordBytes;
-        }
-        if (progress && pcmStream) {
-            progress->ReportProgress(static_cast<int>(pcmStream->compressCursor) / kLxPageRecordBytes);
-            if (progress->IsCancelled()) break;
-        }
-    }
-    if (progress) progress->EndTask();
-    return compressed;
+    return LxAudioCompressor(*this).CompressAllPagesInParallel(threads, progress);
 }
