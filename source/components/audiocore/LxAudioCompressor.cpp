@@ -36,12 +36,12 @@ LxAudioCompressor::LxAudioCompressor(LxAudioFile& file) : store(file) {}
 
 bool LxAudioCompressor::HasPagesToCompress() {
     LxRecursiveLock guard(store.lock);
-    if (!store.pcmStream) return false;
-    int size = store.pcmStream->GetSize();
+    if (!store.Pcm()) return false;
+    int size = store.Pcm()->GetSize();
     LxPCMData record;
-    for (int page = static_cast<int>(store.pcmStream->GetCompressCursor()); page + kLxPageRecordBytes <= size;
+    for (int page = static_cast<int>(store.Pcm()->GetCompressCursor()); page + kLxPageRecordBytes <= size;
          page += kLxPageRecordBytes) {
-        if (store.pcmStream->ReadPageHeader(page, record) && record.codec == kLxPageCodecRaw &&
+        if (store.Pcm()->ReadPageHeader(page, record) && record.codec == kLxPageCodecRaw &&
             record.pcmBytes <= kLxMaxPageBytes && record.pcmBytes >= 0) {
             return true;
         }
@@ -53,22 +53,22 @@ int LxAudioCompressor::CompressAllPages(ILxGeneralProgressCallBack* progress) {
     int total = 0, cursor = 0;
     {
         LxRecursiveLock guard(store.lock);
-        if (!store.pcmStream) return 0;
-        total = store.pcmStream->GetSize() / kLxPageRecordBytes;
-        cursor = static_cast<int>(store.pcmStream->GetCompressCursor()) / kLxPageRecordBytes;
+        if (!store.Pcm()) return 0;
+        total = store.Pcm()->GetSize() / kLxPageRecordBytes;
+        cursor = static_cast<int>(store.Pcm()->GetCompressCursor()) / kLxPageRecordBytes;
     }
     if (progress) progress->BeginTask("kLxCompressingAudio", total, 0);
     int compressed = 0;
     for (;;) {
         {
             LxRecursiveLock guard(store.lock);
-            if (!store.pcmStream || store.pcmStream->GetCompressCursor() >= static_cast<uint32_t>(store.pcmStream->GetSize())) break;
+            if (!store.Pcm() || store.Pcm()->GetCompressCursor() >= static_cast<uint32_t>(store.Pcm()->GetSize())) break;
         }
         int before = cursor;
         if (CompressOnePage()) ++compressed;
         {
             LxRecursiveLock guard(store.lock);
-            cursor = store.pcmStream ? static_cast<int>(store.pcmStream->GetCompressCursor()) / kLxPageRecordBytes : total;
+            cursor = store.Pcm() ? static_cast<int>(store.Pcm()->GetCompressCursor()) / kLxPageRecordBytes : total;
         }
         // A page the compressor cannot take (a damaged channel count) keeps the
         // cursor where it is; calling again would spin for ever.
@@ -86,28 +86,28 @@ bool LxAudioCompressor::CompressOnePage() {
     LxLock compressorGuard(store.compressorMutex);
     LxRecursiveLock guard(store.lock);
     std::vector<unsigned char> input(kLxMaxPageBytes);
-    if (!store.pcmStream || store.pcmStream->GetCompressCursor() >= static_cast<uint32_t>(store.pcmStream->GetSize())) return false;
-    uint32_t cursor = store.pcmStream->GetCompressCursor();
+    if (!store.Pcm() || store.Pcm()->GetCompressCursor() >= static_cast<uint32_t>(store.Pcm()->GetSize())) return false;
+    uint32_t cursor = store.Pcm()->GetCompressCursor();
     LxPCMData record;
-    store.pcmStream->ReadPageHeader(static_cast<int>(cursor), record);
+    store.Pcm()->ReadPageHeader(static_cast<int>(cursor), record);
     // Silent, already compressed and damaged pages are skipped, one per call.
     if (record.codec != kLxPageCodecRaw || record.pcmBytes > kLxMaxPageBytes || record.pcmBytes < 0) {
-        store.pcmStream->SetCompressCursor(store.pcmStream->GetCompressCursor() + kLxPageRecordBytes);
+        store.Pcm()->SetCompressCursor(store.Pcm()->GetCompressCursor() + kLxPageRecordBytes);
         return false;
     }
     int stored = std::clamp(record.dataRange.Size(), 0, kLxMaxPageBytes);
-    int got = store.rawStream->Read(record.dataRange, input.data(), stored);
+    int got = store.Raw()->Read(record.dataRange, input.data(), stored);
     if (got < record.pcmBytes) {
         LxAssertFailed("", kSourceFile, __LINE__);
-        store.pcmStream->SetCompressCursor(store.pcmStream->GetCompressCursor() + kLxPageRecordBytes);
+        store.Pcm()->SetCompressCursor(store.Pcm()->GetCompressCursor() + kLxPageRecordBytes);
         return false;
     }
-    LxCodec* codec = store.pcmStream->GetCodec(record.channels);
+    LxCodec* codec = store.Pcm()->GetCodec(record.channels);
     if (codec == nullptr) {
         LxAssertFailed("Not implemented", "source/components/audiocore/LxPCMDataStream", __LINE__);
         return false;
     }
-    LxPCMDataStream* encodedFor = store.pcmStream.get();
+    LxPCMDataStream* encodedFor = store.Pcm();
 
     // The slow part runs without the store's lock, so that editing, capture and
     // playback go on meanwhile.
@@ -120,20 +120,20 @@ bool LxAudioCompressor::CompressOnePage() {
     // The page must still be the one that was encoded: a load or a clear while
     // the lock was released replaced it.
     LxPCMData now;
-    if (store.pcmStream.get() != encodedFor || !store.pcmStream->ReadPageHeader(static_cast<int>(cursor), now) ||
+    if (store.Pcm() != encodedFor || !store.Pcm()->ReadPageHeader(static_cast<int>(cursor), now) ||
         now.codec != record.codec || now.dataRange != record.dataRange || now.pcmBytes != record.pcmBytes) {
         return false;
     }
     if (encoded <= 0) {
         // The codec reported why; the page stays raw.
-        store.pcmStream->SetCompressCursor(cursor + kLxPageRecordBytes);
+        store.Pcm()->SetCompressCursor(cursor + kLxPageRecordBytes);
         return false;
     }
     record.codec = kLxPageCodecVorbis;
-    record.dataRange = store.encStream->Append(output.data(), encoded);
-    store.pcmStream->GetStream()->Seek(cursor, kLxSeekBegin);
-    store.pcmStream->WritePageHeader(record);
-    store.pcmStream->SetCompressCursor(cursor + kLxPageRecordBytes);
+    record.dataRange = store.Enc()->Append(output.data(), encoded);
+    store.Pcm()->GetStream()->Seek(cursor, kLxSeekBegin);
+    store.Pcm()->WritePageHeader(record);
+    store.Pcm()->SetCompressCursor(cursor + kLxPageRecordBytes);
     return true;
 }
 
@@ -143,8 +143,8 @@ int LxAudioCompressor::CompressAllPagesInParallel(int threads, ILxGeneralProgres
     int total = 0;
     {
         LxRecursiveLock guard(store.lock);
-        if (!store.pcmStream) return 0;
-        total = store.pcmStream->GetSize() / kLxPageRecordBytes;
+        if (!store.Pcm()) return 0;
+        total = store.Pcm()->GetSize() / kLxPageRecordBytes;
     }
     if (progress) progress->BeginTask("kLxCompressingAudio", total, 0);
     // Each thread encodes with codecs of its own; the store's codecs stay free
@@ -160,20 +160,20 @@ int LxAudioCompressor::CompressAllPagesInParallel(int threads, ILxGeneralProgres
     for (;;) {
         LxLock compressorGuard(store.compressorMutex);
         LxRecursiveLock guard(store.lock);
-        if (!store.pcmStream || store.pcmStream->GetCompressCursor() >= static_cast<uint32_t>(store.pcmStream->GetSize())) break;
-        const uint32_t startCursor = store.pcmStream->GetCompressCursor();
+        if (!store.Pcm() || store.Pcm()->GetCompressCursor() >= static_cast<uint32_t>(store.Pcm()->GetSize())) break;
+        const uint32_t startCursor = store.Pcm()->GetCompressCursor();
         // The raw pages that follow the cursor, each as CompressOnePage would
         // take it. Any other page (silent, compressed, damaged, short of data)
         // ends the batch, and CompressOnePage deals with it, reports included.
         batch.clear();
-        const int size = store.pcmStream->GetSize();
+        const int size = store.Pcm()->GetSize();
         for (uint32_t at = startCursor;
              batch.size() < batchPages && at + kLxPageRecordBytes <= static_cast<uint32_t>(size);
              at += kLxPageRecordBytes) {
             LxPCMData record;
-            if (!store.pcmStream->ReadPageHeader(static_cast<int>(at), record) || record.codec != kLxPageCodecRaw ||
+            if (!store.Pcm()->ReadPageHeader(static_cast<int>(at), record) || record.codec != kLxPageCodecRaw ||
                 record.pcmBytes > kLxMaxPageBytes || record.pcmBytes < 0 ||
-                store.pcmStream->GetCodec(record.channels) == nullptr) {
+                store.Pcm()->GetCodec(record.channels) == nullptr) {
                 break;
             }
             PageToEncode page;
@@ -182,7 +182,7 @@ int LxAudioCompressor::CompressAllPagesInParallel(int threads, ILxGeneralProgres
             page.pcm.resize(static_cast<size_t>(kLxMaxPageBytes));
             page.encoded.resize(static_cast<size_t>(kLxMaxPageBytes));
             const int stored = std::clamp(record.dataRange.Size(), 0, kLxMaxPageBytes);
-            if (store.rawStream->Read(record.dataRange, page.pcm.data(), stored) < record.pcmBytes) break;
+            if (store.Raw()->Read(record.dataRange, page.pcm.data(), stored) < record.pcmBytes) break;
             batch.push_back(std::move(page));
         }
         if (batch.empty()) {
@@ -192,14 +192,14 @@ int LxAudioCompressor::CompressAllPagesInParallel(int threads, ILxGeneralProgres
             if (done) ++compressed;
             LxRecursiveLock again(store.lock);
             // A page the compressor cannot take keeps the cursor where it is.
-            if (!store.pcmStream || store.pcmStream->GetCompressCursor() == startCursor) break;
+            if (!store.Pcm() || store.Pcm()->GetCompressCursor() == startCursor) break;
             if (progress) {
-                progress->ReportProgress(static_cast<int>(store.pcmStream->GetCompressCursor()) / kLxPageRecordBytes);
+                progress->ReportProgress(static_cast<int>(store.Pcm()->GetCompressCursor()) / kLxPageRecordBytes);
                 if (progress->IsCancelled()) break;
             }
             continue;
         }
-        LxPCMDataStream* encodedFor = store.pcmStream.get();
+        LxPCMDataStream* encodedFor = store.Pcm();
 
         // Encoding runs without the store's lock, as in CompressOnePage.
         guard.Unlock();
@@ -229,8 +229,8 @@ int LxAudioCompressor::CompressAllPagesInParallel(int threads, ILxGeneralProgres
         // page found changed, and those after it, are looked at again.
         for (const PageToEncode& page : batch) {
             LxPCMData now;
-            if (store.pcmStream.get() != encodedFor || store.pcmStream->GetCompressCursor() != page.position ||
-                !store.pcmStream->ReadPageHeader(static_cast<int>(page.position), now) || now.codec != page.record.codec ||
+            if (store.Pcm() != encodedFor || store.Pcm()->GetCompressCursor() != page.position ||
+                !store.Pcm()->ReadPageHeader(static_cast<int>(page.position), now) || now.codec != page.record.codec ||
                 now.dataRange != page.record.dataRange || now.pcmBytes != page.record.pcmBytes) {
                 break;
             }
@@ -238,15 +238,15 @@ int LxAudioCompressor::CompressAllPagesInParallel(int threads, ILxGeneralProgres
                 // The codec reported why when it wrote nothing; such a page stays raw.
                 LxPCMData record = page.record;
                 record.codec = kLxPageCodecVorbis;
-                record.dataRange = store.encStream->Append(page.encoded.data(), page.encodedBytes);
-                store.pcmStream->GetStream()->Seek(page.position, kLxSeekBegin);
-                store.pcmStream->WritePageHeader(record);
+                record.dataRange = store.Enc()->Append(page.encoded.data(), page.encodedBytes);
+                store.Pcm()->GetStream()->Seek(page.position, kLxSeekBegin);
+                store.Pcm()->WritePageHeader(record);
                 ++compressed;
             }
-            store.pcmStream->SetCompressCursor(page.position + kLxPageRecordBytes);
+            store.Pcm()->SetCompressCursor(page.position + kLxPageRecordBytes);
         }
-        if (progress && store.pcmStream) {
-            progress->ReportProgress(static_cast<int>(store.pcmStream->GetCompressCursor()) / kLxPageRecordBytes);
+        if (progress && store.Pcm()) {
+            progress->ReportProgress(static_cast<int>(store.Pcm()->GetCompressCursor()) / kLxPageRecordBytes);
             if (progress->IsCancelled()) break;
         }
     }
