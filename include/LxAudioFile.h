@@ -29,6 +29,7 @@ class LxDataStream;
 class LxPCMDataStream;
 class LxClipDataStream;
 class LxClipMapStream;
+class LxStoreMembers;
 
 class LXAUDIOCORE_API LxAudioFile {
 public:
@@ -149,10 +150,20 @@ public:
 
 private:
     friend class LxAudioCompactor;
+    friend class LxAudioCompressor;
     friend class LxStoreChecker;
     friend class LxStoreSalvager;
 
     void Open();
+    // The members, or null when the store is closed.
+    LxDataStream* Raw() const;
+    LxDataStream* Enc() const;
+    LxPCMDataStream* Pcm() const;
+    LxClipDataStream* Clip() const;
+    LxClipMapStream* Map() const;
+    // Compaction: fresh members take the place of the old ones (whose files
+    // go), and cached thumbnails follow their pages to the new IDs.
+    void ReplaceMembers(std::unique_ptr<LxStoreMembers> fresh, const std::map<int, int>& oldToNewPage);
     void ReserveSilence();
     // After compaction: cache entries follow their pages to the new IDs; entries
     // of dropped pages go, or wait in retiredThumbnails while a clip still uses them.
@@ -178,11 +189,8 @@ private:
     bool CheckLoaded(const class LxStoreIntegrityRecord* record, LxAudioDamageReport& report);
 
     LxFile directory;
-    std::unique_ptr<LxDataStream> rawStream;
-    std::unique_ptr<LxDataStream> encStream;
-    std::unique_ptr<LxPCMDataStream> pcmStream;
-    std::unique_ptr<LxClipDataStream> clipStream;
-    std::unique_ptr<LxClipMapStream> mapStream;
+    // The five member files; null when the store is closed.
+    std::unique_ptr<LxStoreMembers> members;
     LxPageRange silenceRange;
     mutable LxRecursiveMutex lock;
     // Held by the compressor for a whole page (it encodes outside the store's

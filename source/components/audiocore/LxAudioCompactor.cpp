@@ -8,6 +8,7 @@
 #include "LxClipMapStream.h"
 #include "LxDataStream.h"
 #include "LxPCMDataStream.h"
+#include "LxStoreMembers.h"
 #include "LxPublic/ILxGeneralProgressCallBack.h"
 #include "LxPublic/LxAssert.h"
 #include "LxPublic/LxFileUtil.h"
@@ -60,7 +61,7 @@ LxAudioCompactor::~LxAudioCompactor() { DiscardFreshStreams(); }
 bool LxAudioCompactor::Run(std::list<int>& clipIDs, ILxGeneralProgressCallBack* receiver) {
     LxRecursiveLock lock(store.lock);
     if (!store.IsOpen()) return false;
-    int tableCount = store.mapStream->GetCount();
+    int tableCount = store.Map()->GetCount();
     if (clipIDs.empty()) {
         if (tableCount == 0) return false;
         store.Clear();
@@ -73,9 +74,9 @@ bool LxAudioCompactor::Run(std::list<int>& clipIDs, ILxGeneralProgressCallBack* 
     const int64_t readFailures = store.MemberFailures(false);
     Progress progress(receiver);
     std::list<int> tableIDs;
-    store.mapStream->GetClipIDs(tableIDs);
+    store.Map()->GetClipIDs(tableIDs);
     progress.Begin("kLxDiscoverUnreachAudio", static_cast<int>(tableIDs.size()));
-    int pcmSize = store.pcmStream->GetSize();
+    int pcmSize = store.Pcm()->GetSize();
     int done = 0;
     for (int id : tableIDs) {
         if (id != -1 && std::find(clipIDs.begin(), clipIDs.end(), id) != clipIDs.end()) {
@@ -101,7 +102,7 @@ bool LxAudioCompactor::Run(std::list<int>& clipIDs, ILxGeneralProgressCallBack* 
     if (pages <= 0 || pages == static_cast<int>(reachable.size())) return false;
 
     OpenFreshStreams();
-    if (!freshPcm || !freshPcm->GetStream()) {
+    if (!fresh || !fresh->Pcm().GetStream()) {
         DiscardFreshStreams();
         return false;
     }
@@ -111,7 +112,7 @@ bool LxAudioCompactor::Run(std::list<int>& clipIDs, ILxGeneralProgressCallBack* 
     done = 0;
     for (int page = kFirstOrdinaryPage; page < pcmSize; page += kLxPageRecordBytes) {
         int newPage = -1;
-        if (reachable.count(page)) store.pcmStream->CopyPageTo(page, *freshPcm, newPage);
+        if (reachable.count(page)) store.Pcm()->CopyPageTo(page, fresh->Pcm(), newPage);
         bool copied = newPage != -1;
         if (copied) {
             renumbered[page] = newPage;
@@ -132,13 +133,13 @@ bool LxAudioCompactor::Run(std::list<int>& clipIDs, ILxGeneralProgressCallBack* 
     std::list<int> newIDs;
     done = 0;
     for (int id : clipIDs) {
-        std::optional<uint32_t> position = store.mapStream->Find(id);
+        std::optional<uint32_t> position = store.Map()->Find(id);
         if (!position || *position == 0xFFFFFFFFu) {
             DiscardFreshStreams();
             return false;
         }
-        ILxReadWriteStream* oldClips = store.clipStream->GetStream();
-        ILxReadWriteStream* newClips = freshClip->GetStream();
+        ILxReadWriteStream* oldClips = store.Clip()->GetStream();
+        ILxReadWriteStream* newClips = fresh->Clip().GetStream();
         LxAudioClip clip(store, -1);
         oldClips->Seek(*position, kLxSeekBegin);
         clip.ReadFromStream(*oldClips);
@@ -146,19 +147,14 @@ bool LxAudioCompactor::Run(std::list<int>& clipIDs, ILxGeneralProgressCallBack* 
         newClips->Seek(0, kLxSeekEnd);
         auto newPosition = static_cast<uint32_t>(newClips->GetPosition());
         clip.WriteToStream(*newClips);
-        int newID = freshMap->GetNextClipID();
-        (*freshMap)[newID] = newPosition;
+        int newID = fresh->Map().GetNextClipID();
+        fresh->Map()[newID] = newPosition;
         newIDs.push_back(newID);
         progress.Report(++done);
     }
     // A page that could not be read, or a fresh member that could not be
     // written, would make the compacted store lie: keep the store as it was.
-    int64_t freshFailures = 0;
-    for (LxMemberStream* fresh : {static_cast<LxMemberStream*>(freshRaw.get()), static_cast<LxMemberStream*>(freshEnc.get()),
-                                  static_cast<LxMemberStream*>(freshPcm.get()), static_cast<LxMemberStream*>(freshClip.get()),
-                                  static_cast<LxMemberStream*>(freshMap.get())}) {
-        if (fresh) freshFailures += fresh->GetFailures(true);
-    }
+    const int64_t freshFailures = fresh->Failures(true);
     if (freshFailures > 0 || store.MemberFailures(false) != readFailures) {
         LxAssertFailed("disk failure while compacting; the store is kept as it was", kSourceFile, __LINE__);
         return false;
@@ -169,50 +165,24 @@ bool LxAudioCompactor::Run(std::list<int>& clipIDs, ILxGeneralProgressCallBack* 
 }
 
 void LxAudioCompactor::Swap() {
-    // Old member objects delete their files as they go; the fresh members then
-    // move into the store's directory, so the next compaction finds the
-    // "compact" directory empty again.
-    store.rawStream = std::move(freshRaw);
-    store.encStream = std::move(freshEnc);
-    store.pcmStream = std::move(freshPcm);
-    store.clipStream = std::move(freshClip);
-    store.mapStream = std::move(freshMap);
-    store.mapStream->Save();
-    store.rawStream->MoveTo(store.directory.GetChild("raw.lxa"));
-    store.encStream->MoveTo(store.directory.GetChild("enc.lxa"));
-    store.pcmStream->MoveTo(store.directory.GetChild("pcm.lxa"));
-    store.clipStream->MoveTo(store.directory.GetChild("clip.lxa"));
-    store.mapStream->MoveTo(store.directory.GetChild("map.lxa"));
+    store.ReplaceMembers(std::move(fresh), renumbered);
+    // The fresh files have moved out: the next compaction finds "compact" empty.
     LxFileUtil::DeleteDirectory(store.directory.GetChild("compact"), false);
-    store.RenumberThumbnails(renumbered);
 }
 
 void LxAudioCompactor::OpenFreshStreams() {
     LxFile directory = store.directory.GetChild("compact");
     directory.CreateDirectories();
-    freshRaw = std::make_unique<LxDataStream>(directory.GetChild("raw.lxa"), "raw.lxa");
-    freshEnc = std::make_unique<LxDataStream>(directory.GetChild("enc.lxa"), "enc.lxa");
-    freshPcm = std::make_unique<LxPCMDataStream>(directory.GetChild("pcm.lxa"), freshRaw.get(), freshEnc.get());
-    freshClip = std::make_unique<LxClipDataStream>(directory.GetChild("clip.lxa"), freshPcm.get());
-    freshMap = std::make_unique<LxClipMapStream>(directory.GetChild("map.lxa"));
+    fresh = std::make_unique<LxStoreMembers>(directory);
     // Whatever an interrupted earlier run left there is not part of any store.
-    freshRaw->Truncate();
-    freshEnc->Truncate();
-    freshPcm->Truncate();
-    freshClip->Truncate();
-    freshMap->Truncate();
-    freshMap->Clear();
+    fresh->Truncate();
     for (int i = 0; i < kReservedPages; ++i) {
         int page = -1;
-        freshPcm->AppendSilentPage(176400, 1, 44100, 16, page);
+        fresh->Pcm().AppendSilentPage(176400, 1, 44100, 16, page);
     }
 }
 
 void LxAudioCompactor::DiscardFreshStreams() {
-    // Destroying a member stream deletes its file.
-    freshMap.reset();
-    freshClip.reset();
-    freshPcm.reset();
-    freshEnc.reset();
-    freshRaw.reset();
+    // Destroying the members deletes their files.
+    fresh.reset();
 }

@@ -10,10 +10,7 @@
 
 class LxAudioFile;
 class ILxGeneralProgressCallBack;
-class LxDataStream;
-class LxPCMDataStream;
-class LxClipDataStream;
-class LxClipMapStream;
+class LxStoreMembers;
 
 class LxAudioCompactor {
 public:
@@ -22,10 +19,6 @@ public:
 
     // True when the store changed; clipIDs comes back with the new IDs.
     bool Run(std::list<int>& clipIDs, ILxGeneralProgressCallBack* progress);
-
-    // The page-ID corrections of the last run: from old page P on, until the next
-    // key, new ID = old ID - shift.
-    const std::map<int, int>& GetCorrection() const { return correction; }
 
 private:
     void OpenFreshStreams();
@@ -37,9 +30,6 @@ private:
     std::map<int, int> correction;
     // Old page ID -> new page ID of every page copied.
     std::map<int, int> renumbered;
-    std::unique_ptr<LxDataStream> freshRaw;
-    std::unique_ptr<LxDataStream> freshEnc;
-    std::unique_ptr<LxPCMDataStream> freshPcm;
-    std::unique_ptr<LxClipDataStream> freshClip;
-    std::unique_ptr<LxClipMapStream> freshMap;
+    // The members being built; they take the store's place at the end of a run.
+    std::unique_ptr<LxStoreMembers> fresh;
 };

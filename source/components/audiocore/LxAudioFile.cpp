@@ -9,6 +9,7 @@
 #include "LxAudioClip.h"
 #include "LxAudioClipBase.h"
 #include "LxAudioCompactor.h"
+#include "LxAudioCompressor.h"
 #include "LxClipDataStream.h"
 #include "LxClipMapStream.h"
 #include "LxCodecVorbis.h"
@@ -24,24 +25,13 @@
 #include "LxPublic/LxZipUpdateInfo.h"
 #include "LxStoreChecker.h"
 #include "LxStoreIntegrityRecord.h"
+#include "LxStoreMembers.h"
 #include "LxStoreSalvager.h"
 
 static const char* const kSourceFile = "source/components/audiocore/LxAudioFile";
 
 namespace {
 constexpr int kSilentPages = 5;
-// Pages encoded per thread in one batch of CompressAllPagesInParallel: enough
-// to even out pages of different lengths, little enough to report progress often.
-constexpr int kPagesPerThreadInBatch = 4;
-
-// One raw page taken for encoding outside the store's lock.
-struct PageToEncode {
-    uint32_t position = 0;
-    LxPCMData record;
-    std::vector<unsigned char> pcm;
-    std::vector<unsigned char> encoded;
-    int encodedBytes = 0;
-};
 }  // namespace
 
 LxAudioFile::LxAudioFile(const LxFile& storeDirectory) : directory(storeDirectory), silenceRange(this) {
@@ -54,33 +44,38 @@ LxAudioFile::LxAudioFile(const LxFile& storeDirectory) : directory(storeDirector
 LxAudioFile::~LxAudioFile() {
     LxLock compressorGuard(compressorMutex);
     LxRecursiveLock guard(lock);
-    if (mapStream) {
+    if (members) {
         Close();
         // Destroying the members deletes their files.
-        mapStream.reset();
-        clipStream.reset();
-        pcmStream.reset();
-        encStream.reset();
-        rawStream.reset();
+        members.reset();
     }
     thumbnailCache.clear();
     retiredThumbnails.clear();
 }
 
-void LxAudioFile::Open() {
-    rawStream = std::make_unique<LxDataStream>(directory.GetChild("raw.lxa"), "raw.lxa");
-    encStream = std::make_unique<LxDataStream>(directory.GetChild("enc.lxa"), "enc.lxa");
-    pcmStream = std::make_unique<LxPCMDataStream>(directory.GetChild("pcm.lxa"), rawStream.get(), encStream.get());
-    clipStream = std::make_unique<LxClipDataStream>(directory.GetChild("clip.lxa"), pcmStream.get());
-    mapStream = std::make_unique<LxClipMapStream>(directory.GetChild("map.lxa"));
+void LxAudioFile::Open() { members = std::make_unique<LxStoreMembers>(directory); }
+
+LxDataStream* LxAudioFile::Raw() const { return members ? &members->Raw() : nullptr; }
+LxDataStream* LxAudioFile::Enc() const { return members ? &members->Enc() : nullptr; }
+LxPCMDataStream* LxAudioFile::Pcm() const { return members ? &members->Pcm() : nullptr; }
+LxClipDataStream* LxAudioFile::Clip() const { return members ? &members->Clip() : nullptr; }
+LxClipMapStream* LxAudioFile::Map() const { return members ? &members->Map() : nullptr; }
+
+void LxAudioFile::ReplaceMembers(std::unique_ptr<LxStoreMembers> fresh, const std::map<int, int>& oldToNewPage) {
+    // The old members delete their files as they go; the fresh ones then move
+    // into the store's directory under the same names.
+    members = std::move(fresh);
+    members->Map().Save();
+    members->MoveInto(directory);
+    RenumberThumbnails(oldToNewPage);
 }
 
 void LxAudioFile::ReserveSilence() {
-    if (!pcmStream) return;
+    if (!Pcm()) return;
     // A store that already has its five silent records keeps them.
-    if (pcmStream->GetSize() >= kSilentPages * kLxPageRecordBytes) {
+    if (Pcm()->GetSize() >= kSilentPages * kLxPageRecordBytes) {
         LxPCMData record;
-        if (pcmStream->ReadPageHeader(4 * kLxPageRecordBytes, record) && record.codec == kLxPageCodecSilent) {
+        if (Pcm()->ReadPageHeader(4 * kLxPageRecordBytes, record) && record.codec == kLxPageCodecSilent) {
             silenceRange.startPage = 0;
             silenceRange.startOffset = 0;
             silenceRange.endPage = 4 * kLxPageRecordBytes;
@@ -89,12 +84,12 @@ void LxAudioFile::ReserveSilence() {
         }
     }
     for (int i = 0; i < kSilentPages; ++i) {
-        if (!pcmStream) {
+        if (!Pcm()) {
             LxAssertFailed("", kSourceFile, __LINE__);
             return;
         }
         int page = -1;
-        pcmStream->AppendSilentPage(kLxMaxPageBytes, 1, 44100, 16, page);
+        Pcm()->AppendSilentPage(kLxMaxPageBytes, 1, 44100, 16, page);
         if (silenceRange.startPage == -1) {
             silenceRange.startPage = page;
             silenceRange.startOffset = 0;
@@ -106,23 +101,23 @@ void LxAudioFile::ReserveSilence() {
 
 bool LxAudioFile::IsOpen() const {
     LxRecursiveLock guard(lock);
-    return mapStream != nullptr;
+    return Map() != nullptr;
 }
 
 int LxAudioFile::WriteClip(LxAudioClipBase& clip) {
     LxRecursiveLock guard(lock);
-    if (!mapStream || !clipStream || !clipStream->GetStream()) return -1;
-    int clipID = mapStream->GetNextClipID();
+    if (!Map() || !Clip() || !Clip()->GetStream()) return -1;
+    int clipID = Map()->GetNextClipID();
     if (clipID < 1) {
         // A damaged table already holds the largest ID there is.
         LxAssertFailed("no clip ID left", kSourceFile, __LINE__);
         return -1;
     }
-    ILxReadWriteStream* stream = clipStream->GetStream();
+    ILxReadWriteStream* stream = Clip()->GetStream();
     stream->Seek(0, kLxSeekEnd);
     auto position = static_cast<uint32_t>(stream->GetPosition());
     clip.WriteToStream(*stream);
-    (*mapStream)[clipID] = position;
+    (*Map())[clipID] = position;
     // A stored clip, its pages and the clip table are handed to the operating
     // system at once, so that a process killed afterwards leaves them readable
     // in its working directory for recovery.
@@ -132,13 +127,13 @@ int LxAudioFile::WriteClip(LxAudioClipBase& clip) {
 
 bool LxAudioFile::ReadClip(int clipID, LxAudioClipBase& clip) {
     LxRecursiveLock guard(lock);
-    if (!mapStream || !clipStream || !clipStream->GetStream()) return false;
-    std::optional<uint32_t> position = mapStream->Find(clipID);
+    if (!Map() || !Clip() || !Clip()->GetStream()) return false;
+    std::optional<uint32_t> position = Map()->Find(clipID);
     if (!position) {
         LxAssertFailed("clip ID not found in file", kSourceFile, __LINE__);
         return false;
     }
-    ILxReadWriteStream* stream = clipStream->GetStream();
+    ILxReadWriteStream* stream = Clip()->GetStream();
     stream->Seek(*position, kLxSeekBegin);
     clip.ReadFromStream(*stream);
     return true;
@@ -146,50 +141,50 @@ bool LxAudioFile::ReadClip(int clipID, LxAudioClipBase& clip) {
 
 void LxAudioFile::GetClipIDs(std::list<int>& clipIDs) {
     LxRecursiveLock guard(lock);
-    if (mapStream) mapStream->GetClipIDs(clipIDs);
+    if (Map()) Map()->GetClipIDs(clipIDs);
 }
 
 void LxAudioFile::AppendPage(const void* pcm, int pcmBytes, int channels, int sampleRate, int bitsPerSample,
                              int& pageID) {
     LxRecursiveLock guard(lock);
     pageID = -1;
-    if (pcmStream) pcmStream->AppendPage(pcm, pcmBytes, channels, sampleRate, bitsPerSample, pageID);
+    if (Pcm()) Pcm()->AppendPage(pcm, pcmBytes, channels, sampleRate, bitsPerSample, pageID);
 }
 
 void LxAudioFile::AppendSilentPage(int pcmBytes, int channels, int sampleRate, int bitsPerSample, int& pageID) {
     LxRecursiveLock guard(lock);
     pageID = -1;
-    if (pcmStream) pcmStream->AppendSilentPage(pcmBytes, channels, sampleRate, bitsPerSample, pageID);
+    if (Pcm()) Pcm()->AppendSilentPage(pcmBytes, channels, sampleRate, bitsPerSample, pageID);
 }
 
 bool LxAudioFile::ReadPageHeader(int pageID, LxPCMData& record) {
     LxRecursiveLock guard(lock);
-    if (!pcmStream) {
+    if (!Pcm()) {
         record = LxPCMData();
         LxAssertFailed("", kSourceFile, __LINE__);
         return false;
     }
-    return pcmStream->ReadPageHeader(pageID, record);
+    return Pcm()->ReadPageHeader(pageID, record);
 }
 
 void LxAudioFile::ReadPageData(const LxPCMData& record, int wantedChannels, void* buffer, int bufferBytes,
                                int& bytesRead) {
     LxRecursiveLock guard(lock);
-    if (pcmStream) pcmStream->ReadPageData(record, wantedChannels, buffer, bufferBytes, bytesRead);
+    if (Pcm()) Pcm()->ReadPageData(record, wantedChannels, buffer, bufferBytes, bytesRead);
 }
 
 void LxAudioFile::ReadPageThumbnail(int pageID, void* buffer, int bufferBytes, int& bytesRead) {
     LxRecursiveLock guard(lock);
-    if (pcmStream) pcmStream->ReadPageThumbnail(pageID, buffer, bufferBytes, bytesRead);
+    if (Pcm()) Pcm()->ReadPageThumbnail(pageID, buffer, bufferBytes, bytesRead);
 }
 
 int LxAudioFile::CopyPageTo(int pageID, LxAudioFile& other) {
     // This store first, then the other: always in that order.
     LxRecursiveLock guard(lock);
     LxRecursiveLock otherGuard(other.lock);
-    if (!pcmStream || !other.pcmStream) return -1;
+    if (!Pcm() || !other.Pcm()) return -1;
     int newPageID = -1;
-    pcmStream->CopyPageTo(pageID, *other.pcmStream, newPageID);
+    Pcm()->CopyPageTo(pageID, *other.Pcm(), newPageID);
     return newPageID;
 }
 
@@ -197,13 +192,13 @@ LxPageThumbnail* LxAudioFile::GetPageThumbnail(int pageID) {
     LxRecursiveLock guard(lock);
     auto it = thumbnailCache.find(pageID);
     if (it != thumbnailCache.end()) return &it->second;
-    if (!pcmStream) return nullptr;
+    if (!Pcm()) return nullptr;
     LxPCMData record;
-    if (!pcmStream->ReadPageHeader(pageID, record)) return nullptr;
+    if (!Pcm()->ReadPageHeader(pageID, record)) return nullptr;
     int capacity = record.channels > 0 ? (1960 / record.channels) * 2 : 0;
     std::vector<unsigned char> bytes(static_cast<size_t>(std::max(capacity, 0)));
     int got = 0;
-    if (capacity > 0) pcmStream->ReadPageThumbnail(pageID, bytes.data(), capacity, got);
+    if (capacity > 0) Pcm()->ReadPageThumbnail(pageID, bytes.data(), capacity, got);
     got = std::clamp(got, 0, capacity);
     LxPageThumbnail entry;
     entry.channels = record.channels;
@@ -277,80 +272,52 @@ bool LxAudioFile::Compact(std::list<int>& clipIDs, ILxGeneralProgressCallBack* p
 
 void LxAudioFile::Flush() {
     LxRecursiveLock guard(lock);
-    if (!mapStream) return;
-    rawStream->Flush();
-    encStream->Flush();
-    pcmStream->Flush();
-    clipStream->Flush();
-    mapStream->Save();
-    mapStream->Flush();
+    if (members) members->Flush();
 }
 
 void LxAudioFile::Close() {
     LxRecursiveLock guard(lock);
-    if (!mapStream) return;
-    mapStream->Save();
-    rawStream->Close();
-    encStream->Close();
-    pcmStream->Close();
-    clipStream->Close();
-    mapStream->Close();
+    if (members) members->Close();
 }
 
 void LxAudioFile::Clear() {
     LxRecursiveLock guard(lock);
-    if (!mapStream) return;
-    rawStream->Truncate();
-    rawStream->savedLength = 0;
-    encStream->Truncate();
-    encStream->savedLength = 0;
-    pcmStream->Truncate();
-    pcmStream->compressCursor = 0;
-    clipStream->Truncate();
-    mapStream->Truncate();
-    mapStream->Clear();
+    if (!members) return;
+    members->Truncate();
     DropThumbnailCache();
     MarkIntact();
 }
 
 void LxAudioFile::DiscardRawData() {
     LxRecursiveLock guard(lock);
-    if (!rawStream) return;
-    rawStream->Truncate();
-    rawStream->savedLength = 0;
+    if (!Raw()) return;
+    Raw()->Truncate();
+    Raw()->SetSavedLength(0);
 }
 
 bool LxAudioFile::RawDataUnreferenced() {
-    if (!pcmStream || !pcmStream->GetStream()) return false;
-    int size = pcmStream->GetSize();
-    if (static_cast<int64_t>(pcmStream->compressCursor) < size) return false;
+    if (!Pcm() || !Pcm()->GetStream()) return false;
+    int size = Pcm()->GetSize();
+    if (static_cast<int64_t>(Pcm()->GetCompressCursor()) < size) return false;
     // The compressor has visited every page, but a page it could not encode
     // stays raw: its bytes are still the only copy of that audio.
     LxPCMData record;
     for (int page = 0; page + kLxPageRecordBytes <= size; page += kLxPageRecordBytes) {
-        if (pcmStream->ReadPageHeader(page, record) && record.codec == kLxPageCodecRaw) return false;
+        if (Pcm()->ReadPageHeader(page, record) && record.codec == kLxPageCodecRaw) return false;
     }
     return true;
 }
 
 void LxAudioFile::GetMemberSizes(int sizes[5]) {
     LxRecursiveLock guard(lock);
-    LxMemberStream* members[5] = {rawStream.get(), encStream.get(), pcmStream.get(), clipStream.get(), mapStream.get()};
-    if (mapStream) mapStream->Save();
-    for (int i = 0; i < 5; ++i) sizes[i] = mapStream && members[i] ? members[i]->GetSize() : 0;
+    if (members) {
+        members->GetSizes(sizes);
+    } else {
+        for (int i = 0; i < LxStoreMembers::kCount; ++i) sizes[i] = 0;
+    }
 }
 
-int64_t LxAudioFile::MemberFailures(bool writes) const {
-    int64_t failures = 0;
-    for (const LxMemberStream* member : {static_cast<const LxMemberStream*>(rawStream.get()),
-                                         static_cast<const LxMemberStream*>(encStream.get()),
-                                         static_cast<const LxMemberStream*>(pcmStream.get()),
-                                         static_cast<const LxMemberStream*>(clipStream.get()),
-                                         static_cast<const LxMemberStream*>(mapStream.get())}) {
-        if (member) failures += member->GetFailures(writes) + (writes ? member->GetChunkWriteFailures() : 0);
-    }
-    return failures;
-}
+int64_t LxAudioFile::MemberFailures(bool writes) const { return members ? members->Failures(writes) : 0; }
 
 bool LxAudioFile::IsDamaged() const {
     LxRecursiveLock guard(lock);
@@ -376,13 +343,13 @@ bool LxAudioFile::WriteTo(ILxStream& out) {
     LxRecursiveLock guard(lock);
     // Once every page is compressed, "raw.lxa" holds nothing still referenced.
     if (RawDataUnreferenced()) DiscardRawData();
-    if (!mapStream || RefuseDamagedSave()) return false;
+    if (!Map() || RefuseDamagedSave()) return false;
     const int64_t outFailures = out.GetWriteFailures();
-    bool ok = rawStream->WriteTo(out);
-    ok = encStream->WriteTo(out) && ok;
-    ok = pcmStream->WriteTo(out) && ok;
-    ok = clipStream->WriteTo(out) && ok;
-    ok = mapStream->WriteTo(out) && ok;
+    bool ok = Raw()->WriteTo(out);
+    ok = Enc()->WriteTo(out) && ok;
+    ok = Pcm()->WriteTo(out) && ok;
+    ok = Clip()->WriteTo(out) && ok;
+    ok = Map()->WriteTo(out) && ok;
     if (out.GetWriteFailures() != outFailures || IsDamaged()) {
         LxAssertFailed("disk failure while saving the store", kSourceFile, __LINE__);
         ok = false;
@@ -392,7 +359,7 @@ bool LxAudioFile::WriteTo(ILxStream& out) {
 
 bool LxAudioFile::ReadFrom(ILxStream& in) {
     LxRecursiveLock guard(lock);
-    if (!mapStream) return false;
+    if (!Map()) return false;
     // Check the five lengths against what the stream really holds before any
     // member is touched: a damaged stream leaves the store as it was.
     int64_t start = in.GetPosition();
@@ -414,18 +381,17 @@ bool LxAudioFile::ReadFrom(ILxStream& in) {
         position += 4 + length;
     }
     in.Seek(start, kLxSeekBegin);
-    LxMemberStream* members[5] = {rawStream.get(), encStream.get(), pcmStream.get(), clipStream.get(), mapStream.get()};
     const int64_t inFailures = in.GetReadFailures();
     const int64_t writeFailures = MemberFailures(true) + MemberFailures(false);
     bool ok = true;
     for (int i = 0; i < 5; ++i) {
         int32_t length = 0;
         in.ReadInt32(length);
-        ok = members[i]->ReadFrom(in, length) && ok;
+        ok = members->At(i).ReadFrom(in, length) && ok;
     }
-    rawStream->savedLength = 0;
-    encStream->savedLength = 0;
-    pcmStream->compressCursor = 0;
+    Raw()->SetSavedLength(0);
+    Enc()->SetSavedLength(0);
+    Pcm()->SetCompressCursor(0);
     DropThumbnailCache();
     if (in.GetReadFailures() != inFailures || MemberFailures(true) + MemberFailures(false) != writeFailures) {
         // Members are half replaced: better an empty store than a wrong one.
@@ -448,18 +414,18 @@ bool LxAudioFile::WriteTo(const LxFile& directoryOut, bool incremental, LxZipUpd
 
 bool LxAudioFile::SaveChunkFiles(const LxFile& directoryOut, bool incremental, LxZipUpdateInfo* info) {
     if (RawDataUnreferenced()) DiscardRawData();
-    if (!mapStream) return false;
+    if (!Map()) return false;
     if (!directoryOut.IsDirectory() && !directoryOut.CreateDirectories()) return false;
     if (RefuseDamagedSave()) return false;
-    rawStream->Flush();
-    rawStream->savedLength = rawStream->SaveChunks(directoryOut, incremental ? rawStream->savedLength : 0, info);
-    encStream->Flush();
-    encStream->savedLength = encStream->SaveChunks(directoryOut, incremental ? encStream->savedLength : 0, info);
-    pcmStream->Flush();
-    pcmStream->SaveChunks(directoryOut, -1, nullptr);
-    clipStream->Flush();
-    clipStream->SaveChunks(directoryOut, -1, nullptr);
-    mapStream->SaveWhole(directoryOut);
+    Raw()->Flush();
+    Raw()->SetSavedLength(Raw()->SaveChunks(directoryOut, incremental ? Raw()->GetSavedLength() : 0, info));
+    Enc()->Flush();
+    Enc()->SetSavedLength(Enc()->SaveChunks(directoryOut, incremental ? Enc()->GetSavedLength() : 0, info));
+    Pcm()->Flush();
+    Pcm()->SaveChunks(directoryOut, -1, nullptr);
+    Clip()->Flush();
+    Clip()->SaveChunks(directoryOut, -1, nullptr);
+    Map()->SaveWhole(directoryOut);
     if (IsDamaged()) {
         LxAssertFailed("disk failure while saving the store", kSourceFile, __LINE__);
         return false;
@@ -469,25 +435,24 @@ bool LxAudioFile::SaveChunkFiles(const LxFile& directoryOut, bool incremental, L
 
 bool LxAudioFile::ReadFrom(const LxFile& directoryIn) {
     LxRecursiveLock guard(lock);
-    if (!mapStream) return false;
+    if (!Map()) return false;
     if (!directoryIn.IsDirectory()) return false;
     // Check every member's chunk files before any member is touched: a damaged
     // directory leaves the store as it was.
-    LxMemberStream* members[5] = {rawStream.get(), encStream.get(), pcmStream.get(), clipStream.get(), mapStream.get()};
-    for (LxMemberStream* member : members) {
+    for (int i = 0; i < LxStoreMembers::kCount; ++i) {
         int64_t length = 0;
-        if (!LxMemberStream::CheckChunks(directoryIn, member->GetName(), length)) {
+        if (!LxMemberStream::CheckChunks(directoryIn, LxStoreMembers::Name(i), length)) {
             LxAssertFailed("saved store member is incomplete", kSourceFile, __LINE__);
             return false;
         }
     }
     const int64_t writeFailures = MemberFailures(true) + MemberFailures(false);
-    rawStream->savedLength = rawStream->LoadChunks(directoryIn);
-    encStream->savedLength = encStream->LoadChunks(directoryIn);
-    pcmStream->LoadChunks(directoryIn);
-    clipStream->LoadChunks(directoryIn);
-    mapStream->LoadWhole(directoryIn);
-    pcmStream->compressCursor = 0;
+    Raw()->SetSavedLength(Raw()->LoadChunks(directoryIn));
+    Enc()->SetSavedLength(Enc()->LoadChunks(directoryIn));
+    Pcm()->LoadChunks(directoryIn);
+    Clip()->LoadChunks(directoryIn);
+    Map()->LoadWhole(directoryIn);
+    Pcm()->SetCompressCursor(0);
     DropThumbnailCache();
     if (MemberFailures(true) + MemberFailures(false) != writeFailures) {
         LxAssertFailed("disk failure while loading the store", kSourceFile, __LINE__);
@@ -499,7 +464,7 @@ bool LxAudioFile::ReadFrom(const LxFile& directoryIn) {
 }
 
 bool LxAudioFile::FinishLoad(int64_t failuresBefore) {
-    pcmStream->compressCursor = 0;
+    Pcm()->SetCompressCursor(0);
     DropThumbnailCache();
     if (MemberFailures(true) + MemberFailures(false) != failuresBefore) {
         LxAssertFailed("disk failure while loading the store", kSourceFile, __LINE__);
@@ -562,8 +527,7 @@ bool LxAudioFile::WriteVerifiedTo(const LxFile& directoryOut, bool incremental, 
 bool LxAudioFile::ReadVerifiedFrom(ILxStream& in, LxAudioDamageReport& report) {
     LxRecursiveLock guard(lock);
     report = LxAudioDamageReport();
-    if (!mapStream) return false;
-    static const char* const kNames[5] = {"raw.lxa", "enc.lxa", "pcm.lxa", "clip.lxa", "map.lxa"};
+    if (!Map()) return false;
     const int64_t start = in.GetPosition();
     const int64_t end = in.GetLength();
     auto readAt = [&](int64_t at, unsigned char* buffer, int64_t bytes) {
@@ -625,7 +589,7 @@ bool LxAudioFile::ReadVerifiedFrom(ILxStream& in, LxAudioDamageReport& report) {
             readAt(at, w, 4);
             lengths[i] = record.members[i].length;
             if (word(w) != static_cast<int32_t>(lengths[i])) {
-                report.damage.push_back({kNames[i], -1, "",
+                report.damage.push_back({LxStoreMembers::Name(i), -1, "",
                                          "its length field says " + std::to_string(word(w)) + ", " +
                                              std::to_string(lengths[i]) + " saved"});
             }
@@ -642,27 +606,26 @@ bool LxAudioFile::ReadVerifiedFrom(ILxStream& in, LxAudioDamageReport& report) {
             // Cut short (a truncated file, a damaged length): the member that does
             // not fit is loaded as far as the stream goes, those after it are lost.
             const int64_t left = std::max<int64_t>(0, end - position - 4);
-            report.damage.push_back({kNames[walked], -1, "",
+            report.damage.push_back({LxStoreMembers::Name(walked), -1, "",
                                      "the stream ends inside it (" + std::to_string(left) +
                                          " bytes left for it; the members after it are lost)"});
             lengths[walked] = left;
         }
     }
-    LxMemberStream* members[5] = {rawStream.get(), encStream.get(), pcmStream.get(), clipStream.get(), mapStream.get()};
     const int64_t failures = MemberFailures(true) + MemberFailures(false);
     int64_t at = start;
     for (int i = 0; i < 5; ++i) {
         const int64_t length = std::clamp<int64_t>(std::min<int64_t>(lengths[i], end - at - 4), 0, INT32_MAX);
         if (haveRecord && length < lengths[i]) {
-            report.damage.push_back({kNames[i], -1, "", "the stream ends inside it"});
+            report.damage.push_back({LxStoreMembers::Name(i), -1, "", "the stream ends inside it"});
         }
         in.Seek(at + 4, kLxSeekBegin);
-        members[i]->ReadFrom(in, static_cast<int>(length));
+        members->At(i).ReadFrom(in, static_cast<int>(length));
         at += 4 + lengths[i];
     }
     in.Seek(end, kLxSeekBegin);
-    rawStream->savedLength = 0;
-    encStream->savedLength = 0;
+    Raw()->SetSavedLength(0);
+    Enc()->SetSavedLength(0);
     if (!FinishLoad(failures)) {
         report.damage.push_back({"", -1, "", "a disk failure while loading"});
         return false;
@@ -673,7 +636,7 @@ bool LxAudioFile::ReadVerifiedFrom(ILxStream& in, LxAudioDamageReport& report) {
 bool LxAudioFile::ReadVerifiedFrom(const LxFile& directoryIn, LxAudioDamageReport& report) {
     LxRecursiveLock guard(lock);
     report = LxAudioDamageReport();
-    if (!mapStream) return false;
+    if (!Map()) return false;
     const LxFile recordFile = directoryIn.GetChild(LxStoreIntegrityRecord::kFileName);
     LxStoreIntegrityRecord record;
     bool haveRecord = false;
@@ -692,16 +655,15 @@ bool LxAudioFile::ReadVerifiedFrom(const LxFile& directoryIn, LxAudioDamageRepor
         report.damage.push_back({"", -1, "", "no audio store in " + directoryIn.GetPath().str()});
         return false;
     }
-    LxMemberStream* members[5] = {rawStream.get(), encStream.get(), pcmStream.get(), clipStream.get(), mapStream.get()};
     const int64_t failures = MemberFailures(true) + MemberFailures(false);
     for (int i = 0; i < 5; ++i) {
         std::vector<uint32_t> saved;
         for (const LxStoreIntegrityRecord::Chunk& chunk : record.members[i].chunks) saved.push_back(chunk.length);
-        members[i]->LoadChunksChecked(directoryIn, haveRecord ? &saved : nullptr, report.damage);
+        members->At(i).LoadChunksChecked(directoryIn, haveRecord ? &saved : nullptr, report.damage);
     }
-    mapStream->Load();
-    rawStream->savedLength = rawStream->GetSize();
-    encStream->savedLength = encStream->GetSize();
+    Map()->Load();
+    Raw()->SetSavedLength(Raw()->GetSize());
+    Enc()->SetSavedLength(Enc()->GetSize());
     if (!FinishLoad(failures)) {
         report.damage.push_back({"", -1, "", "a disk failure while loading"});
         return false;
@@ -717,7 +679,7 @@ int LxAudioFile::SalvageInto(LxAudioFile& target, const LxAudioDamageReport& rep
 void LxAudioFile::AppendAudioFileFrom(LxAudioFile& other, std::map<int, int>& idMap) {
     LxRecursiveLock guard(lock);
     LxRecursiveLock otherGuard(other.lock);
-    if (!mapStream || !other.mapStream) return;
+    if (!Map() || !other.Map()) return;
     other.Flush();
     std::list<int> clipIDs;
     other.GetClipIDs(clipIDs);
@@ -729,222 +691,14 @@ void LxAudioFile::AppendAudioFileFrom(LxAudioFile& other, std::map<int, int>& id
     }
 }
 
-bool LxAudioFile::HasPagesToCompress() {
-    LxRecursiveLock guard(lock);
-    if (!pcmStream) return false;
-    int size = pcmStream->GetSize();
-    LxPCMData record;
-    for (int page = static_cast<int>(pcmStream->compressCursor); page + kLxPageRecordBytes <= size;
-         page += kLxPageRecordBytes) {
-        if (pcmStream->ReadPageHeader(page, record) && record.codec == kLxPageCodecRaw &&
-            record.pcmBytes <= kLxMaxPageBytes && record.pcmBytes >= 0) {
-            return true;
-        }
-    }
-    return false;
-}
+bool LxAudioFile::HasPagesToCompress() { return LxAudioCompressor(*this).HasPagesToCompress(); }
 
 int LxAudioFile::CompressAllPages(ILxGeneralProgressCallBack* progress) {
-    int total = 0, cursor = 0;
-    {
-        LxRecursiveLock guard(lock);
-        if (!pcmStream) return 0;
-        total = pcmStream->GetSize() / kLxPageRecordBytes;
-        cursor = static_cast<int>(pcmStream->compressCursor) / kLxPageRecordBytes;
-    }
-    if (progress) progress->BeginTask("kLxCompressingAudio", total, 0);
-    int compressed = 0;
-    for (;;) {
-        {
-            LxRecursiveLock guard(lock);
-            if (!pcmStream || pcmStream->compressCursor >= static_cast<uint32_t>(pcmStream->GetSize())) break;
-        }
-        int before = cursor;
-        if (CompressOnePage()) ++compressed;
-        {
-            LxRecursiveLock guard(lock);
-            cursor = pcmStream ? static_cast<int>(pcmStream->compressCursor) / kLxPageRecordBytes : total;
-        }
-        // A page the compressor cannot take (a damaged channel count) keeps the
-        // cursor where it is; calling again would spin for ever.
-        if (cursor == before) break;
-        if (progress) {
-            progress->ReportProgress(cursor);
-            if (progress->IsCancelled()) break;
-        }
-    }
-    if (progress) progress->EndTask();
-    return compressed;
+    return LxAudioCompressor(*this).CompressAllPages(progress);
 }
 
-bool LxAudioFile::CompressOnePage() {
-    LxLock compressorGuard(compressorMutex);
-    LxRecursiveLock guard(lock);
-    std::vector<unsigned char> input(kLxMaxPageBytes);
-    if (!pcmStream || pcmStream->compressCursor >= static_cast<uint32_t>(pcmStream->GetSize())) return false;
-    uint32_t cursor = pcmStream->compressCursor;
-    LxPCMData record;
-    pcmStream->ReadPageHeader(static_cast<int>(cursor), record);
-    // Silent, already compressed and damaged pages are skipped, one per call.
-    if (record.codec != kLxPageCodecRaw || record.pcmBytes > kLxMaxPageBytes || record.pcmBytes < 0) {
-        pcmStream->compressCursor += kLxPageRecordBytes;
-        return false;
-    }
-    int stored = std::clamp(record.dataRange.Size(), 0, kLxMaxPageBytes);
-    int got = rawStream->Read(record.dataRange, input.data(), stored);
-    if (got < record.pcmBytes) {
-        LxAssertFailed("", kSourceFile, __LINE__);
-        pcmStream->compressCursor += kLxPageRecordBytes;
-        return false;
-    }
-    LxCodec* codec = pcmStream->GetCodec(record.channels);
-    if (codec == nullptr) {
-        LxAssertFailed("Not implemented", "source/components/audiocore/LxPCMDataStream", __LINE__);
-        return false;
-    }
-    LxPCMDataStream* encodedFor = pcmStream.get();
-
-    // The slow part runs without the store's lock, so that editing, capture and
-    // playback go on meanwhile.
-    guard.Unlock();
-    std::vector<unsigned char> output(kLxMaxPageBytes);
-    int encoded = codec->Encode(reinterpret_cast<const short*>(input.data()), record.pcmBytes, output.data(),
-                                kLxMaxPageBytes);
-    guard.Relock();
-
-    // The page must still be the one that was encoded: a load or a clear while
-    // the lock was released replaced it.
-    LxPCMData now;
-    if (pcmStream.get() != encodedFor || !pcmStream->ReadPageHeader(static_cast<int>(cursor), now) ||
-        now.codec != record.codec || now.dataRange != record.dataRange || now.pcmBytes != record.pcmBytes) {
-        return false;
-    }
-    if (encoded <= 0) {
-        // The codec reported why; the page stays raw.
-        pcmStream->compressCursor = cursor + kLxPageRecordBytes;
-        return false;
-    }
-    record.codec = kLxPageCodecVorbis;
-    record.dataRange = encStream->Append(output.data(), encoded);
-    pcmStream->GetStream()->Seek(cursor, kLxSeekBegin);
-    pcmStream->WritePageHeader(record);
-    pcmStream->compressCursor = cursor + kLxPageRecordBytes;
-    return true;
-}
+bool LxAudioFile::CompressOnePage() { return LxAudioCompressor(*this).CompressOnePage(); }
 
 int LxAudioFile::CompressAllPagesInParallel(int threads, ILxGeneralProgressCallBack* progress) {
-    if (threads < 1) threads = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
-    if (threads == 1) return CompressAllPages(progress);
-    int total = 0;
-    {
-        LxRecursiveLock guard(lock);
-        if (!pcmStream) return 0;
-        total = pcmStream->GetSize() / kLxPageRecordBytes;
-    }
-    if (progress) progress->BeginTask("kLxCompressingAudio", total, 0);
-    // Each thread encodes with codecs of its own; the store's codecs stay free
-    // for readers (decoding) and for CompressOnePage.
-    std::vector<std::unique_ptr<LxCodec>> monoCodecs, stereoCodecs;
-    for (int t = 0; t < threads; ++t) {
-        monoCodecs.push_back(std::make_unique<LxCodecVorbis>(1));
-        stereoCodecs.push_back(std::make_unique<LxCodecVorbis>(2));
-    }
-    const size_t batchPages = static_cast<size_t>(threads) * kPagesPerThreadInBatch;
-    std::vector<PageToEncode> batch;
-    int compressed = 0;
-    for (;;) {
-        LxLock compressorGuard(compressorMutex);
-        LxRecursiveLock guard(lock);
-        if (!pcmStream || pcmStream->compressCursor >= static_cast<uint32_t>(pcmStream->GetSize())) break;
-        const uint32_t startCursor = pcmStream->compressCursor;
-        // The raw pages that follow the cursor, each as CompressOnePage would
-        // take it. Any other page (silent, compressed, damaged, short of data)
-        // ends the batch, and CompressOnePage deals with it, reports included.
-        batch.clear();
-        const int size = pcmStream->GetSize();
-        for (uint32_t at = startCursor;
-             batch.size() < batchPages && at + kLxPageRecordBytes <= static_cast<uint32_t>(size);
-             at += kLxPageRecordBytes) {
-            LxPCMData record;
-            if (!pcmStream->ReadPageHeader(static_cast<int>(at), record) || record.codec != kLxPageCodecRaw ||
-                record.pcmBytes > kLxMaxPageBytes || record.pcmBytes < 0 ||
-                pcmStream->GetCodec(record.channels) == nullptr) {
-                break;
-            }
-            PageToEncode page;
-            page.position = at;
-            page.record = record;
-            page.pcm.resize(static_cast<size_t>(kLxMaxPageBytes));
-            page.encoded.resize(static_cast<size_t>(kLxMaxPageBytes));
-            const int stored = std::clamp(record.dataRange.Size(), 0, kLxMaxPageBytes);
-            if (rawStream->Read(record.dataRange, page.pcm.data(), stored) < record.pcmBytes) break;
-            batch.push_back(std::move(page));
-        }
-        if (batch.empty()) {
-            guard.Unlock();
-            compressorGuard.Unlock();
-            const bool done = CompressOnePage();
-            if (done) ++compressed;
-            LxRecursiveLock again(lock);
-            // A page the compressor cannot take keeps the cursor where it is.
-            if (!pcmStream || pcmStream->compressCursor == startCursor) break;
-            if (progress) {
-                progress->ReportProgress(static_cast<int>(pcmStream->compressCursor) / kLxPageRecordBytes);
-                if (progress->IsCancelled()) break;
-            }
-            continue;
-        }
-        LxPCMDataStream* encodedFor = pcmStream.get();
-
-        // Encoding runs without the store's lock, as in CompressOnePage.
-        guard.Unlock();
-        std::atomic<size_t> next{0};
-        auto work = [&](int worker) {
-            for (size_t i = next++; i < batch.size(); i = next++) {
-                PageToEncode& page = batch[i];
-                LxCodec* codec = page.record.channels == 1 ? monoCodecs[static_cast<size_t>(worker)].get()
-                                                           : stereoCodecs[static_cast<size_t>(worker)].get();
-                page.encodedBytes = codec->Encode(reinterpret_cast<const short*>(page.pcm.data()),
-                                                  page.record.pcmBytes, page.encoded.data(), kLxMaxPageBytes);
-            }
-        };
-        const int helpers = std::min(threads, static_cast<int>(batch.size())) - 1;
-        std::vector<std::thread> workers;
-        try {
-            for (int t = 1; t <= helpers; ++t) workers.emplace_back(work, t);
-        } catch (const std::system_error&) {
-            // No thread to be had: the pages not taken are encoded here.
-        }
-        work(0);
-        for (std::thread& worker : workers) worker.join();
-        guard.Relock();
-
-        // Written back in page order while each page is still the one encoded (a
-        // load or a clear while the lock was released replaced it); the first
-        // page found changed, and those after it, are looked at again.
-        for (const PageToEncode& page : batch) {
-            LxPCMData now;
-            if (pcmStream.get() != encodedFor || pcmStream->compressCursor != page.position ||
-                !pcmStream->ReadPageHeader(static_cast<int>(page.position), now) || now.codec != page.record.codec ||
-                now.dataRange != page.record.dataRange || now.pcmBytes != page.record.pcmBytes) {
-                break;
-            }
-            if (page.encodedBytes > 0) {
-                // The codec reported why when it wrote nothing; such a page stays raw.
-                LxPCMData record = page.record;
-                record.codec = kLxPageCodecVorbis;
-                record.dataRange = encStream->Append(page.encoded.data(), page.encodedBytes);
-                pcmStream->GetStream()->Seek(page.position, kLxSeekBegin);
-                pcmStream->WritePageHeader(record);
-                ++compressed;
-            }
-            pcmStream->compressCursor = page.position + kLxPageRecordBytes;
-        }
-        if (progress && pcmStream) {
-            progress->ReportProgress(static_cast<int>(pcmStream->compressCursor) / kLxPageRecordBytes);
-            if (progress->IsCancelled()) break;
-        }
-    }
-    if (progress) progress->EndTask();
-    return compressed;
+    return LxAudioCompressor(*this).CompressAllPagesInParallel(threads, progress);
 }

@@ -13,6 +13,11 @@ public:
     // Reads count bytes from the start of range; returns the bytes read.
     int Read(const LxRange& range, void* buffer, int count);
 
-    // Bytes already written to the save directory by the last incremental save.
+    // Bytes already written to the save directory by the last save (0 at
+    // construction and after a truncation): where an incremental save starts.
+    int GetSavedLength() const { return savedLength; }
+    void SetSavedLength(int length) { savedLength = length; }
+
+private:
     int savedLength = 0;
 };

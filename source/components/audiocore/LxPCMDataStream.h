@@ -42,8 +42,10 @@ public:
     LxDataStream* GetEncStream() const { return encStream; }
     LxCodec* GetCodec(int channels) const;
 
-    // Record position of the next page the compressor will look at.
-    uint32_t compressCursor = 0;
+    // Record position of the next page the compressor will look at; 0 at
+    // construction and again after a load or a clear (kept in memory only).
+    uint32_t GetCompressCursor() const { return compressCursor; }
+    void SetCompressCursor(uint32_t position) { compressCursor = position; }
 
 protected:
     void ContentsReplaced() override;
@@ -65,6 +67,7 @@ private:
     void ForgetRecords();
     void RememberRecord(int64_t position, const LxPCMData& record);
 
+    uint32_t compressCursor = 0;
     LxDataStream* rawStream;
     LxDataStream* encStream;
     std::vector<unsigned char> pageBuffer;

@@ -12,12 +12,13 @@
 #include "LxDataStream.h"
 #include "LxMemberStream.h"
 #include "LxPCMDataStream.h"
+#include "LxStoreMembers.h"
 
 namespace {
 
 constexpr int kChunkBytes = LxMemberStream::kChunkBytes;
-constexpr int kRaw = 0, kEnc = 1, kPcm = 2, kClip = 3, kMap = 4;
-const char* const kNames[LxStoreIntegrityRecord::kMembers] = {"raw.lxa", "enc.lxa", "pcm.lxa", "clip.lxa", "map.lxa"};
+constexpr int kRaw = LxStoreMembers::kRaw, kEnc = LxStoreMembers::kEnc, kPcm = LxStoreMembers::kPcm,
+              kClip = LxStoreMembers::kClip, kMap = LxStoreMembers::kMap;
 // A range record: four fields and its effect count; each volume effect adds its
 // kind and three doubles.
 constexpr uint32_t kRangeBytes = 20;
@@ -67,13 +68,7 @@ LxStoreChecker::LxStoreChecker(LxAudioFile& audioFile) : store(audioFile), block
 }
 
 LxMemberStream* LxStoreChecker::Member(int index) const {
-    switch (index) {
-        case kRaw: return store.rawStream.get();
-        case kEnc: return store.encStream.get();
-        case kPcm: return store.pcmStream.get();
-        case kClip: return store.clipStream.get();
-        default: return store.mapStream.get();
-    }
+    return store.members ? &store.members->At(index) : nullptr;
 }
 
 uint32_t LxStoreChecker::CrcOf(LxMemberStream& member, int64_t start, int64_t length) {
@@ -192,11 +187,11 @@ LxStoreIntegrityRecord LxStoreChecker::Digest() {
         record.pages.push_back({LxStoreIntegrityRecord::Crc(0, bytes, sizeof bytes), PageDataCrc(pages[i])});
     }
     std::list<int> ids;
-    store.mapStream->GetClipIDs(ids);
+    store.Map()->GetClipIDs(ids);
     for (int id : ids) {
         LxStoreIntegrityRecord::Clip clip;
         clip.id = id;
-        clip.position = *store.mapStream->Find(id);
+        clip.position = *store.Map()->Find(id);
         std::vector<Range> ranges;
         ParseClipRecord(clip.position, ranges, clip.bytes);
         clip.crc = CrcOf(*Member(kClip), clip.position, clip.bytes);
@@ -210,8 +205,8 @@ void LxStoreChecker::CheckChunks(const LxStoreIntegrityRecord& record, LxAudioDa
     for (int i = 0; i < LxStoreIntegrityRecord::kMembers; ++i) {
         const LxStoreIntegrityRecord::Member& saved = record.members[i];
         bool damaged = false;
-        if (sizes[i] != saved.length && !Named(report, kNames[i], -1)) {
-            report.damage.push_back({kNames[i], -1, "",
+        if (sizes[i] != saved.length && !Named(report, LxStoreMembers::Name(i), -1)) {
+            report.damage.push_back({LxStoreMembers::Name(i), -1, "",
                                      "holds " + std::to_string(sizes[i]) + " bytes, " +
                                          std::to_string(saved.length) + " saved"});
             damaged = true;
@@ -219,13 +214,13 @@ void LxStoreChecker::CheckChunks(const LxStoreIntegrityRecord& record, LxAudioDa
         for (size_t k = 0; k < saved.chunks.size(); ++k) {
             const int64_t start = static_cast<int64_t>(k) * kChunkBytes;
             const int number = static_cast<int>(k) + 1;
-            if (Named(report, kNames[i], number)) {
+            if (Named(report, LxStoreMembers::Name(i), number)) {
                 damaged = true;
                 continue;
             }
             const int64_t length = std::clamp<int64_t>(sizes[i] - start, 0, kChunkBytes);
             if (length != saved.chunks[k].length || CrcOf(*Member(i), start, length) != saved.chunks[k].crc) {
-                report.damage.push_back({kNames[i], number, "", "checksum differs"});
+                report.damage.push_back({LxStoreMembers::Name(i), number, "", "checksum differs"});
                 damaged = true;
             }
         }
@@ -258,11 +253,11 @@ void LxStoreChecker::CheckPageStructure(LxAudioDamageReport& report) {
         report.damagedPageRecords.insert(pageID);
     }
     if (sizes[kPcm] % kLxPageRecordBytes != 0) {
-        report.damage.push_back({kNames[kPcm], -1, "",
+        report.damage.push_back({LxStoreMembers::Name(kPcm), -1, "",
                                  std::to_string(sizes[kPcm]) + " bytes: not a whole number of page records"});
     }
     if (!implausible.empty()) {
-        report.damage.push_back({kNames[kPcm], -1, "",
+        report.damage.push_back({LxStoreMembers::Name(kPcm), -1, "",
                                  std::to_string(implausible.size()) + " page record(s) hold impossible values (pages " +
                                      ListOf(implausible) + ")"});
     }
@@ -282,8 +277,8 @@ void LxStoreChecker::CheckClipTable(const LxStoreIntegrityRecord* record, LxAudi
         const int32_t id = Get32(word);
         if (id < 1 || !loaded.emplace(id, static_cast<uint32_t>(Get32(word + 4))).second) malformed = true;
     }
-    if (malformed && !Named(report, kNames[kMap], -1) && !Named(report, kNames[kMap], 1)) {
-        report.damage.push_back({kNames[kMap], -1, "",
+    if (malformed && !Named(report, LxStoreMembers::Name(kMap), -1) && !Named(report, LxStoreMembers::Name(kMap), 1)) {
+        report.damage.push_back({LxStoreMembers::Name(kMap), -1, "",
                                  "the clip table is malformed (" + std::to_string(sizes[kMap]) + " bytes, count " +
                                      std::to_string(count) + ")"});
     }
@@ -322,8 +317,8 @@ void LxStoreChecker::CheckClipTable(const LxStoreIntegrityRecord* record, LxAudi
         std::string what = "the clip table differs from the saved one";
         if (!differing.empty()) what += " (entries of clips " + ListOf(differing) + ")";
         if (!unsaved.empty()) what += " (lists clips " + ListOf(unsaved) + " that were never saved)";
-        if (!Named(report, kNames[kMap], 1) && !Named(report, kNames[kMap], -1))
-            report.damage.push_back({kNames[kMap], -1, "", what});
+        if (!Named(report, LxStoreMembers::Name(kMap), 1) && !Named(report, LxStoreMembers::Name(kMap), -1))
+            report.damage.push_back({LxStoreMembers::Name(kMap), -1, "", what});
     }
 }
 
@@ -396,11 +391,11 @@ void LxStoreChecker::CheckClips(const LxStoreIntegrityRecord* record, LxAudioDam
             report.damagedClips[id] = "page" + std::string(hurt.size() > 1 ? "s " : " ") + ListOf(hurt) + " damaged";
         }
     }
-    if (!badRecords.empty() && !Named(report, kNames[kClip], -1)) {
+    if (!badRecords.empty() && !Named(report, LxStoreMembers::Name(kClip), -1)) {
         bool chunkNamed = false;
-        for (const LxAudioDamage& d : report.damage) chunkNamed = chunkNamed || d.member == kNames[kClip];
+        for (const LxAudioDamage& d : report.damage) chunkNamed = chunkNamed || d.member == LxStoreMembers::Name(kClip);
         if (!chunkNamed)
-            report.damage.push_back({kNames[kClip], -1, "", "records of clips " + ListOf(badRecords) + " are damaged"});
+            report.damage.push_back({LxStoreMembers::Name(kClip), -1, "", "records of clips " + ListOf(badRecords) + " are damaged"});
     }
     for (const auto& entry : report.clipTable) {
         if (report.damagedClips.count(entry.first) == 0) report.intactClips.push_back(entry.first);
@@ -413,7 +408,7 @@ void LxStoreChecker::MarkDamagedSpans(LxAudioDamageReport& report) {
     for (const LxAudioDamage& d : report.damage) {
         for (int i = 0; i < LxStoreIntegrityRecord::kMembers; ++i) {
             // Loading names the chunk; the count file stands for no bytes.
-            if (d.member != kNames[i] || d.chunk < 1) continue;
+            if (d.member != LxStoreMembers::Name(i) || d.chunk < 1) continue;
             const int64_t first = int64_t{d.chunk - 1} * kChunkBytes;
             spans[i].push_back(LxRange{static_cast<int>(std::min<int64_t>(first, INT32_MAX)),
                                        static_cast<int>(std::min<int64_t>(first + kChunkBytes, INT32_MAX))});

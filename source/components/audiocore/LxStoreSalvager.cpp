@@ -13,14 +13,14 @@ int LxStoreSalvager::Run(LxAudioFile& source, LxAudioFile& target, const LxAudio
     // This store first, then the other, as every copy between stores.
     LxRecursiveLock guard(source.lock);
     LxRecursiveLock targetGuard(target.lock);
-    if (!source.mapStream || !target.mapStream || !source.clipStream->GetStream()) return 0;
+    if (!source.Map() || !target.Map() || !source.Clip()->GetStream()) return 0;
     int copied = 0;
     for (const auto& [clipID, position] : report.clipTable) {
         if (report.unreadableClips.count(clipID) != 0) continue;
         // The record is read at the position the report trusts, not through
         // this store's clip table, which may be the damaged part.
         LxAudioClipBase original(source, -1);
-        ILxReadWriteStream* records = source.clipStream->GetStream();
+        ILxReadWriteStream* records = source.Clip()->GetStream();
         records->Seek(position, kLxSeekBegin);
         original.ReadFromStream(*records);
         bool hurt = false;
