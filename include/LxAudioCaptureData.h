@@ -4,6 +4,7 @@
 // the capture volume the host asked for. An item without data is the terminal
 // item that ends a capture.
 #include <cstdint>
+#include "LxAudioConstants.h"
 #include "LxAudioCoreExport.h"
 
 class LXAUDIOCORE_API LxAudioCaptureData {
@@ -19,7 +20,7 @@ public:
     unsigned char* data = nullptr;
     int byteCount = 0;
     int channels = 1;
-    int framesPerSecond = 44100;
+    int framesPerSecond = kLxFrameRate;
     int bitsPerSample = 16;
     // LxGetTickCountSinceAppStartTimeNS100() when the item was made.
     uint64_t timeStamp = 0;

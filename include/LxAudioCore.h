@@ -5,6 +5,7 @@
 #include "LxAudioCoreExport.h"
 #include "LxRange.h"
 #include "LxPCMData.h"
+#include "LxAudioConstants.h"
 #include "LxPageThumbnail.h"
 #include "LxAudioEffectEnum.h"
 #include "LxAudioEffect.h"

@@ -303,7 +303,7 @@ int Import(const LxCliGlobal& global, const std::string& path, const LxCliImport
             merged->AppendClip(*controller.GetClipBase(ids[i]));
             if (options.gapDeciSeconds >= 1 && i + 1 < sources.size()) {
                 int added = 0;
-                merged->AppendSilenceFrames((options.gapDeciSeconds * 44100) / 10, added, true);
+                merged->AppendSilenceFrames((options.gapDeciSeconds * kLxFrameRate) / 10, added, true);
             }
         }
         auto clip = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_IMPORT);
@@ -311,7 +311,7 @@ int Import(const LxCliGlobal& global, const std::string& path, const LxCliImport
         int id = clip->WriteToAudioFile();
         if (id < 1) throw LxCliFailure("cannot import", "", "the merged clip could not be stored");
         lines.push_back("merged " + std::to_string(sources.size()) + " files with " +
-                        LxCliUnits::Seconds((options.gapDeciSeconds * 44100) / 10) + " gaps as " +
+                        LxCliUnits::Seconds((options.gapDeciSeconds * kLxFrameRate) / 10) + " gaps as " +
                         Describe(controller, id));
     }
     project.Save();

@@ -153,7 +153,7 @@ int Record(const LxCliGlobal& global, const std::string& path, const LxCliRecord
     bool watchStdin = true;
     std::fprintf(stderr, "recording from device %d; press Enter or Ctrl-C to stop%s\n", device,
                  options.seconds > 0 ? (", or wait " + LxCliUnits::Seconds(static_cast<long long>(
-                                                           options.seconds * 44100))).c_str()
+                                                           options.seconds * kLxFrameRate))).c_str()
                                      : "");
     const auto start = Clock::now();
     int reportedSecond = 0;
@@ -281,9 +281,9 @@ int Play(const LxCliGlobal& global, const std::string& path, const LxCliPlayOpti
                            why.empty() ? "the default output device did not start" : why);
     }
     const bool terminal = LxStandardError::IsTerminal();
-    const double total = (to - from) / 44100.0;
+    const double total = (to - from) / double{kLxFrameRate};
     if (!global.quiet && !terminal)
-        std::fprintf(stderr, "playing clip %d from %s, %s\n", options.clipID, MinutesSeconds(from / 44100.0).c_str(),
+        std::fprintf(stderr, "playing clip %d from %s, %s\n", options.clipID, MinutesSeconds(from / double{kLxFrameRate}).c_str(),
                      LxCliUnits::Seconds(to - from).c_str());
     bool interrupted = false;
     bool watchStdin = true;
@@ -293,9 +293,9 @@ int Play(const LxCliGlobal& global, const std::string& path, const LxCliPlayOpti
             break;
         }
         if (terminal && !global.quiet) {
-            double played = std::min(total, session.Position() / 44100.0);
+            double played = std::min(total, session.Position() / double{kLxFrameRate});
             std::fprintf(stderr, "\rplaying clip %d  %s / %s ", options.clipID,
-                         MinutesSeconds(from / 44100.0 + played).c_str(), MinutesSeconds(to / 44100.0).c_str());
+                         MinutesSeconds(from / double{kLxFrameRate} + played).c_str(), MinutesSeconds(to / double{kLxFrameRate}).c_str());
             std::fflush(stderr);
         }
     }

@@ -4,6 +4,7 @@
 // everything it stored) on stdout, and throws LxCliFailure when it cannot.
 // Commands that change a project save it atomically before they return; a
 // command that fails leaves the project file as it was.
+#include "LxAudioConstants.h"
 #include <string>
 #include <vector>
 
@@ -28,7 +29,7 @@ struct LxCliImportOptions {
 struct LxCliExportOptions {
     int clipID = -1;
     std::string output;
-    int rate = 44100;
+    int rate = kLxFrameRate;
     int channels = 0;  // 0: the clip's own
     int bits = 16;
 };
@@ -36,7 +37,7 @@ struct LxCliExportOptions {
 struct LxCliMixOptions {
     std::vector<std::string> entries;  // CLIP@OFFSET[:WEIGHT][:fadein|:fadeout]
     std::string output;
-    int rate = 44100;
+    int rate = kLxFrameRate;
     int channels = 0;  // 0: chosen by the mix
     int bits = 16;
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <list>
 #include <sstream>
+#include "LxAudioConstants.h"
 #include "LxCliAssertLog.h"
 #include "LxCliFailure.h"
 #include "LxCliProject.h"
@@ -65,7 +66,7 @@ std::string LxCliEditor::Usage() {
     }
     return text +
            "Times: a plain number is milliseconds (1500); or 1500ms, 1.5s, or 66150f\n"
-           "(frames at 44100 Hz, exact); 'end' is the clip's length. The stretch A..B\n"
+           "(frames at kLxFrameRate Hz, exact); 'end' is the clip's length. The stretch A..B\n"
            "holds frames A to B-1, so 'delete 0 1s' removes the first second.\n"
            "Fades are rendered at millisecond precision.";
 }
@@ -133,7 +134,7 @@ std::unique_ptr<LxAudioClip> LxCliEditor::RenderFade(int start, int end, LxAudio
     std::unique_ptr<LxAudioClipBase> piece = clip_->SubClip(clip_->Translate(start + 1), clip_->Translate(end + 1));
     if (!piece) throw LxCliFailure("cannot apply '" + current_ + "'", "", "the clip cannot be cut there");
     const int frames = end - start;
-    const int durationMS = std::max(1, static_cast<int>((static_cast<long long>(frames) * 1000 + 22050) / 44100));
+    const int durationMS = std::max(1, static_cast<int>((static_cast<long long>(frames) * 1000 + kLxFrameRate / 2) / kLxFrameRate));
     LxAudioEffectClip faded(*piece, effect, 0, durationMS);
     const int channels = faded.GetMaximumNumberOfChannels();
     std::unique_ptr<LxAudioClip> rendered = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_OTHER);
@@ -142,10 +143,10 @@ std::unique_ptr<LxAudioClip> LxCliEditor::RenderFade(int start, int end, LxAudio
     for (int guard = 0; guard < 1 << 24 && !faded.IsFinished(); ++guard) {
         int got = 0;
         faded.GetNextPCMData(channels, buffer.data(), static_cast<int>(buffer.size()), got, nullptr, false);
-        if (got > 0) rendered->AppendPCMData(buffer.data(), got, channels, 44100, 16, 1.0f);
+        if (got > 0) rendered->AppendPCMData(buffer.data(), got, channels, kLxFrameRate, kLxBitsPerSample, 1.0f);
     }
     // Store the last page as it is: the faded piece keeps its exact length.
-    rendered->FlushPendingPCMData(channels, 44100, 16, 1.0f);
+    rendered->FlushPendingPCMData(channels, kLxFrameRate, kLxBitsPerSample, 1.0f);
     return rendered;
 }
 

@@ -101,8 +101,8 @@ bool LxCliOutputFile::Commit(std::string& why) {
         return true;
     }
     {
-        auto file = LxStreamUtil::CreateFileStreamReadWrite(LxFile(LxString(part_)), kLxStreamReadWrite, 0x3f3f3f3f,
-                                                            0x3f3f3f3f);
+        auto file = LxStreamUtil::CreateFileStreamReadWrite(LxFile(LxString(part_)), kLxStreamReadWrite,
+                                                            kLxStreamBufferArgument, kLxStreamBufferArgument);
         if (!file || !file->Sync()) {
             why = "the file could not be forced to disk";
             fs::remove(fs::path(part_), error);

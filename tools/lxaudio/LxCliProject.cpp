@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <list>
 #include <system_error>
+#include "LxAudioConstants.h"
 #include "LxCliAssertLog.h"
 #include "LxCliFailure.h"
 #include "LxCliFileSafety.h"
@@ -221,10 +222,10 @@ void LxCliProject::Verify() {
     int sizes[5] = {0, 0, 0, 0, 0};
     store->GetMemberSizes(sizes);
     const int pcmBytes = sizes[2];
-    if (pcmBytes < 5 * kLxPageRecordBytes || pcmBytes % kLxPageRecordBytes != 0) damaged("page table has a bad size");
+    if (pcmBytes < kLxFirstOrdinaryPage || pcmBytes % kLxPageRecordBytes != 0) damaged("page table has a bad size");
     size_t mark = log_.Mark();
     LxPCMData record;
-    for (int page = 0; page < 5 * kLxPageRecordBytes; page += kLxPageRecordBytes) {
+    for (int page = 0; page < kLxFirstOrdinaryPage; page += kLxPageRecordBytes) {
         if (!store->ReadPageHeader(page, record) || record.codec != kLxPageCodecSilent)
             damaged("reserved silent page " + std::to_string(page) + " is missing");
     }
@@ -273,7 +274,7 @@ void LxCliProject::SaveAsFile() {
     };
     size_t mark = log_.Mark();
     {
-        auto out = LxStreamUtil::CreateFileStreamReadWrite(temporaryFile, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
+        auto out = LxStreamUtil::CreateFileStreamReadWrite(temporaryFile, kLxStreamWrite, kLxStreamBufferArgument, kLxStreamBufferArgument);
         if (!out) fail(std::string("cannot write next to it (") + std::strerror(errno) + ")");
         LxCliSaveStream stream(std::move(out));
         bool written = controller_->WriteVerifiedTo(&stream);
@@ -316,7 +317,7 @@ void LxCliProject::SaveAsDirectory() {
         std::error_code missing;
         KeepOwnerAndMode(fs::exists(old, missing) ? old : target / "pcm.lxa1", entry.path());
         auto file = LxStreamUtil::CreateFileStreamReadWrite(LxFile(LxString(entry.path().string())),
-                                                            kLxStreamReadWrite, 0x3f3f3f3f, 0x3f3f3f3f);
+                                                            kLxStreamReadWrite, kLxStreamBufferArgument, kLxStreamBufferArgument);
         if (!file || !file->Sync()) fail("the new files could not be forced to disk");
     }
     if (error) fail("cannot list the new files (" + Why(error) + ")");

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include "LxAudioConstants.h"
 #include "LxCliFailure.h"
 
 namespace {
@@ -58,7 +59,7 @@ bool ParseTime(const std::string& text, double& frames, bool& exactFrames) {
 
 const char* LxCliUnits::Help() {
     return "Times: a plain number is milliseconds (1500); or 1500ms, 1.5s, or 66150f\n"
-           "(frames at 44100 Hz, exact). 'end' is the clip's length.";
+           "(frames at kLxFrameRate Hz, exact). 'end' is the clip's length.";
 }
 
 int LxCliUnits::MillisecondsToFrames(double milliseconds) {

@@ -7,11 +7,12 @@
 // them, trunc(ms x 44.1 + 0.5)). As a position, p is the cut point before the
 // (p + 1)-th frame, so the stretch "A B" holds frames A .. B - 1 (0-based).
 // "end" is the clip's length. Levels are plain factors ("0.5") or decibels ("-6dB").
+#include "LxAudioConstants.h"
 #include <string>
 
 class LxCliUnits {
 public:
-    static constexpr int kFramesPerSecond = 44100;
+    static constexpr int kFramesPerSecond = kLxFrameRate;
 
     // Frames for a position or length; clipLength resolves "end" (-1: not allowed).
     // Throws LxCliFailure (usage) on anything else.

@@ -151,7 +151,7 @@ int Info(const LxCliGlobal& global, const std::string& path, bool json) {
             }
             auto clip = controller.GetClip(id);
             out.Key("frames").Int(clip->WorthInFrames());
-            out.Key("seconds").Double(clip->WorthInFrames() / 44100.0, 3);
+            out.Key("seconds").Double(clip->WorthInFrames() / double{kLxFrameRate}, 3);
             out.Key("channels").Int(clip->GetMaximumNumberOfChannels());
             out.Key("silent").Bool(clip->IsSilent());
             out.Key("ranges").BeginArray();
@@ -178,7 +178,7 @@ int Info(const LxCliGlobal& global, const std::string& path, bool json) {
                 out.Key("startTimeMS").Int(recording.startTimeMS);
                 out.Key("started").String(LxCliRecordings::LocalTime(recording.startTimeMS));
                 out.Key("frames").Int(recording.frames);
-                out.Key("seconds").Double(static_cast<double>(recording.frames) / 44100.0, 3);
+                out.Key("seconds").Double(static_cast<double>(recording.frames) / double{kLxFrameRate}, 3);
                 out.Key("channels").Int(recording.channels);
                 out.Key("ended").Bool(recording.ended);
                 out.Key("readable").Bool(recording.readable);

@@ -113,7 +113,7 @@ int ExportRecordings(const LxCliGlobal& global, const std::string& path, const s
             const int channels = clip->GetMaximumNumberOfChannels() == 2 ? 2 : 1;
             const int64_t started = recordings.size() == ids.size() ? recordings[i].startTimeMS : 0;
             const std::string output = ExportName(dir, path, started);
-            auto exporter = scratch.GetWAVExporter(channels, 44100, 16, nullptr, nullptr);
+            auto exporter = scratch.GetWAVExporter(channels, kLxFrameRate, kLxBitsPerSample, nullptr, nullptr);
             LxCliCommands::WriteWav(global, *exporter, *clip, output);
             std::printf("wrote %s: %d frames (%s)%s\n", output.c_str(), clip->WorthInFrames(),
                         LxCliUnits::Seconds(clip->WorthInFrames()).c_str(), RecordedAt(recordings, ids, i).c_str());

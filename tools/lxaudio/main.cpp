@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 #include <vector>
+#include "LxAudioConstants.h"
 #include "LxCliAssertLog.h"
 #include "LxCliCommands.h"
 #include "LxCliEditor.h"
@@ -21,7 +22,7 @@ constexpr const char* kProjectHelp = "Project: a file (whole store in one stream
 
 // Format options shared by export and mix.
 void AddFormatOptions(CLI::App* command, int& rate, int& channels, int& bits, bool channelsChosenByMix) {
-    command->add_option("--rate", rate, "Frames per second of the WAV file (default 44100)")
+    command->add_option("--rate", rate, "Frames per second of the WAV file (default kLxFrameRate)")
         ->check(CLI::Range(1000, 768000));
     command
         ->add_option("--channels", channels,
@@ -193,7 +194,7 @@ int main(int argc, char** argv) {
         "recover", "Add the recordings that a killed or failed command left behind to the project as new clips");
     cmdRecover->footer(
         "Recordings wait in the hidden folder .NAME.work beside the project. Each becomes a new clip, the project\n"
-        "is saved, and only then are they removed. --export writes them as WAV files (44100 Hz, 16-bit) without\n"
+        "is saved, and only then are they removed. --export writes them as WAV files (kLxFrameRate Hz, 16-bit) without\n"
         "opening the project, for when it cannot be opened; they stay in the folder then.");
     cmdRecover->add_option("project", project, kProjectHelp)->required();
     auto* listFlag = cmdRecover->add_flag("--list", recover.list, "Show the interrupted recordings; change nothing");

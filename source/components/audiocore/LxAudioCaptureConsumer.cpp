@@ -1,6 +1,7 @@
 #include "LxAudioCaptureConsumer.h"
 
 #include <memory>
+#include "LxAudioConstants.h"
 #include "LxAudioClip.h"
 #include "LxAudioController.h"
 #include "LxPublic/LxAssert.h"
@@ -38,7 +39,7 @@ void LxAudioCaptureConsumer::Run() {
     // (the terminal item, or the one an error interrupted). Finishing keeps
     // whole multiples of 180 bytes of the pending data; the rest is dropped.
     int channels = item != nullptr ? item->channels : 1;
-    int framesPerSecond = item != nullptr ? item->framesPerSecond : 44100;
+    int framesPerSecond = item != nullptr ? item->framesPerSecond : kLxFrameRate;
     int bitsPerSample = item != nullptr ? item->bitsPerSample : 16;
     float volume = item != nullptr ? item->volume : 1.0f;
     if (clip) {

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include "LxAudioConstants.h"
 #include "LxAudioCaptureData.h"
 #include "LxAudioCaptureJournalFile.h"
 #include "LxSharedDeque.h"
@@ -42,7 +43,7 @@ public:
 
     const LxFile& GetFile() const { return file.GetFile(); }
     // Frames a recovery of this journal would give back.
-    int64_t GetRecoverableBytes() const { return file.GetAudioBytes() / 180 * 180; }
+    int64_t GetRecoverableBytes() const { return file.GetAudioBytes() / kLxWholeFrameBlockBytes * kLxWholeFrameBlockBytes; }
     // Seconds of capture left on the disk beyond the reserve; -1 when unknown.
     double GetSecondsOfDiskLeft() const { return secondsLeft.load(); }
 

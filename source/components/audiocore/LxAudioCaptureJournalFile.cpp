@@ -2,6 +2,7 @@
 
 #include <zlib.h>
 #include <cstring>
+#include "LxAudioConstants.h"
 #include "LxAudioCaptureData.h"
 #include "LxPublic/LxStreamUtil.h"
 
@@ -68,7 +69,7 @@ bool LxAudioCaptureJournalFile::Create(const LxFile& file, int64_t startTimeMS) 
     Close();
     file_ = file;
     audioBytes_ = 0;
-    stream_ = LxStreamUtil::CreateFileStreamReadWrite(file, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
+    stream_ = LxStreamUtil::CreateFileStreamReadWrite(file, kLxStreamWrite, kLxStreamBufferArgument, kLxStreamBufferArgument);
     if (!stream_) return false;
     std::vector<unsigned char> header;
     Writer out(header);
@@ -171,7 +172,7 @@ bool LxAudioCaptureJournalFile::Read(const LxFile& file, LxAudioInterruptedRecor
         const int bits = static_cast<int>(U16At(head + 10));
         const int rate = static_cast<int>(U32At(head + 12));
         const bool usable = bytes > 0 && bytes <= kMaxBufferBytes && (channels == 1 || channels == 2) &&
-                            bits == 16 && rate == 44100 && (!formatSeen || channels == buffer.channels);
+                            bits == 16 && rate == kLxFrameRate && (!formatSeen || channels == buffer.channels);
         if (!usable) {
             damageOffset = position;
             break;
@@ -197,6 +198,6 @@ bool LxAudioCaptureJournalFile::Read(const LxFile& file, LxAudioInterruptedRecor
         position += static_cast<int64_t>(kBufferHeadBytes + bytes);
     }
     // A recording keeps whole multiples of 180 bytes, as every capture does.
-    info.frames = (audioBytes / 180 * 180) / (2 * info.channels);
+    info.frames = (audioBytes / kLxWholeFrameBlockBytes * kLxWholeFrameBlockBytes) / (2 * info.channels);
     return true;
 }

@@ -17,6 +17,7 @@
 #include <functional>
 #include <memory>
 #include <vector>
+#include "LxAudioConstants.h"
 #include "LxAudioInterruptedRecording.h"
 #include "LxPublic/ILxReadWriteStream.h"
 #include "LxPublic/LxFile.h"
@@ -33,7 +34,7 @@ public:
         std::vector<unsigned char> pcm;
         int channels = 1;
         int bitsPerSample = 16;
-        int framesPerSecond = 44100;
+        int framesPerSecond = kLxFrameRate;
         float volume = 1.0f;
     };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include "LxAudioConstants.h"
 #include "LxAudioFile.h"
 #include "LxPublic/ILxReadWriteStream.h"
 #include "LxPublic/LxAssert.h"
@@ -121,7 +122,7 @@ void LxAudioClip::FlushPendingPCMData(int channels, int sampleRate, int bitsPerS
 
 int LxAudioClip::FinishAppendingPCMData(int channels, int sampleRate, int bitsPerSample, float volume) {
     // Whole frames only: 180 bytes is a whole number of frames for every format.
-    pendingBytes = (pendingBytes / 180) * 180;
+    pendingBytes = (pendingBytes / kLxWholeFrameBlockBytes) * kLxWholeFrameBlockBytes;
     if (pendingBytes > 0) PushDataToPCMStream(channels, sampleRate, bitsPerSample, volume);
     pendingBytes = 0;
     if (pageRanges.empty()) return -1;
@@ -372,7 +373,7 @@ void LxAudioClip::LoadThumbnail() {
             // Points cover 90 frames; the byte span of the page maps onto the
             // thumbnail's bytes, each end rounded down to 2 frames' worth of
             // thumbnail bytes (one point for mono, two for stereo).
-            float scale = 2.0f / static_cast<float>(piece->channels * 90);
+            float scale = 2.0f / static_cast<float>(piece->channels * kLxThumbnailFrames);
             int frameBytes = (piece->bitsPerSample * piece->channels) / 8;
             int step = 2 * frameBytes;
             int lo = static_cast<int>(static_cast<float>(pageSpan.start) * scale);
@@ -416,7 +417,7 @@ void LxAudioClip::GetAudioThumbnail(void** data, int* byteSize) {
 
 int LxAudioClip::ThumbnailWorthInFrames() const {
     int points = 0;
-    for (const LxPageRange& range : pageRanges) points += range.WorthInFrames() / 90;
+    for (const LxPageRange& range : pageRanges) points += range.WorthInFrames() / kLxThumbnailFrames;
     return points;
 }
 
@@ -425,8 +426,8 @@ float LxAudioClip::GetBestVolume(int startFrame, int endFrameArg) {
         LxAssertFailed("thumbnail not loaded. Use LoadThumbnail()", kSourceFile, __LINE__);
         return 1.0f;
     }
-    int first = startFrame / 90;
-    int last = endFrameArg / 90;
+    int first = startFrame / kLxThumbnailFrames;
+    int last = endFrameArg / kLxThumbnailFrames;
     if (first > last) return 1.0f;
     float max = 0.0f, min = 0.0f;
     // Points outside the thumbnail read as 0 and change nothing.

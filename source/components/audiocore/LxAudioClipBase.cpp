@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <vector>
+#include "LxAudioConstants.h"
 #include "LxAudioFile.h"
 #include "LxPublic/ILxReadWriteStream.h"
 #include "LxPublic/LxAssert.h"
@@ -11,7 +12,7 @@ static const char* const kSourceFile = "source/components/audiocore/LxAudioClip"
 
 namespace {
 
-constexpr int kTrimBlock = 180;  // a whole number of frames for 8, 16 and 24-bit mono and stereo
+constexpr int kTrimBlock = kLxWholeFrameBlockBytes;
 
 // Smallest record of one range: four page fields and the effect count.
 constexpr int64_t kMinRangeRecordBytes = 20;
@@ -107,7 +108,7 @@ int FrameFromProduct(float product) {
 // (deciSeconds * 44100) / 10, formed in 64 bits so that long silences do not
 // overflow, and kept within the int range.
 int DeciSecondsToFrames(int deciSeconds) {
-    int64_t frames = (static_cast<int64_t>(deciSeconds) * 44100) / 10;
+    int64_t frames = (static_cast<int64_t>(deciSeconds) * kLxFrameRate) / 10;
     return static_cast<int>(std::clamp<int64_t>(frames, INT32_MIN, INT32_MAX));
 }
 
@@ -167,10 +168,10 @@ int LxAudioClipBase::WorthInFrames() const {
     return frames;
 }
 
-float LxAudioClipBase::WorthInSeconds() const { return static_cast<float>(WorthInFrames()) / 44100.0f; }
+float LxAudioClipBase::WorthInSeconds() const { return static_cast<float>(WorthInFrames()) / kLxFrameRateF; }
 
 int LxAudioClipBase::WorthInDeciSeconds() const {
-    return static_cast<int>((static_cast<float>(WorthInFrames()) / 44100.0f + 0.05f) * 10.0f);
+    return static_cast<int>((static_cast<float>(WorthInFrames()) / kLxFrameRateF + 0.05f) * 10.0f);
 }
 
 bool LxAudioClipBase::IsSilent() const {
@@ -210,7 +211,7 @@ LxPageTranslation LxAudioClipBase::Translate(int frame, const std::vector<LxPage
 }
 
 LxPageTranslation LxAudioClipBase::TranslateTime(float seconds, const std::vector<LxPageRange>& ranges) {
-    return Translate(FrameFromProduct(seconds * 44100.0f), ranges);
+    return Translate(FrameFromProduct(seconds * kLxFrameRateF), ranges);
 }
 
 LxPageTranslation LxAudioClipBase::TranslateTimeInDeciSeconds(int deciSeconds,
@@ -222,7 +223,7 @@ LxPageTranslation LxAudioClipBase::TranslateTimeInDeciSeconds(int deciSeconds,
 LxPageTranslation LxAudioClipBase::TranslateTimeInMilliSeconds(const int& milliSeconds,
                                                                const std::vector<LxPageRange>& ranges) {
     // Milliseconds are rounded to the nearest frame; seconds are truncated.
-    return Translate(FrameFromProduct(static_cast<float>(milliSeconds) * 0.001f * 44100.0f + 0.5f), ranges);
+    return Translate(FrameFromProduct(static_cast<float>(milliSeconds) * 0.001f * kLxFrameRateF + 0.5f), ranges);
 }
 
 void LxAudioClipBase::IncrementTranslationByOneFrame(LxPageTranslation& translation,
@@ -348,7 +349,7 @@ std::unique_ptr<LxAudioClipBase> LxAudioClipBase::SubClip(const LxPageTranslatio
 }
 
 std::unique_ptr<LxAudioClipBase> LxAudioClipBase::SubClip(const int& fromMs, const int& toMs) const {
-    auto frameOf = [](int ms) { return FrameFromProduct(static_cast<float>(ms) * 0.001f * 44100.0f + 0.5f); };
+    auto frameOf = [](int ms) { return FrameFromProduct(static_cast<float>(ms) * 0.001f * kLxFrameRateF + 0.5f); };
     LxPageTranslation from = Translate(frameOf(fromMs));
     LxPageTranslation to = Translate(frameOf(toMs));
     return SubClip(from, to);
@@ -379,13 +380,13 @@ std::unique_ptr<LxAudioClipBase> LxAudioClipBase::TrimSilence(float& leadingTrim
         for (size_t i = leading + 1; i < last; ++i) clip->AppendPageRange(pageRanges[i]);
         clip->AppendPageRange(CutTrailingSilence(pageRanges[last]));
     }
-    leadingTrimmed = static_cast<float>(leadingFrames + cutFromFront) / 44100.0f;
+    leadingTrimmed = static_cast<float>(leadingFrames + cutFromFront) / kLxFrameRateF;
     return clip;
 }
 
 void LxAudioClipBase::Split(const std::list<int>& points, LxAudioClipBaseList& pieces) const {
     if (pageRanges.empty() || points.empty()) return;
-    int total = static_cast<int>((static_cast<float>(WorthInFrames()) / 44100.0f + 0.05f) * 10.0f);
+    int total = static_cast<int>((static_cast<float>(WorthInFrames()) / kLxFrameRateF + 0.05f) * 10.0f);
     LxPageTranslation from{0, pageRanges.front().startPage, pageRanges.front().startOffset};
     for (int point : points) {
         if (point <= 0 || point >= total) {

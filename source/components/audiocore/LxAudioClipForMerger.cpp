@@ -1,11 +1,12 @@
 #include "LxAudioClipForMerger.h"
 
+#include "LxAudioConstants.h"
 #include "LxAudioEditableClip.h"
 #include "LxAudioEffectClip.h"
 #include "LxAudioVolumeEffect.h"
 
 namespace {
-int MsToFrames(int ms) { return static_cast<int>(static_cast<float>(ms) * 0.001f * 44100.0f + 0.5f); }
+int MsToFrames(int ms) { return static_cast<int>(static_cast<float>(ms) * 0.001f * kLxFrameRateF + 0.5f); }
 }  // namespace
 
 LxAudioClipForMerger::LxAudioClipForMerger(int id, const int& offset, float weight)

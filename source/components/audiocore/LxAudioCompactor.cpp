@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include "LxAudioConstants.h"
 #include "LxAudioClip.h"
 #include "LxAudioFile.h"
 #include "LxClipDataStream.h"
@@ -18,8 +19,6 @@ static const char* const kSourceFile = "source/components/audiocore/LxAudioFile"
 
 namespace {
 
-constexpr int kReservedPages = 5;
-constexpr int kFirstOrdinaryPage = kReservedPages * kLxPageRecordBytes;  // 180
 
 // Calls on an optional progress receiver; EndTask at most once, and only after
 // a task began.
@@ -85,9 +84,9 @@ bool LxAudioCompactor::Run(std::list<int>& clipIDs, ILxGeneralProgressCallBack* 
             for (const LxPageRange& range : clip.GetPageRanges()) {
                 // Bounded by the records that exist, whatever a damaged range says.
                 int last = std::min(range.endPage, pcmSize - kLxPageRecordBytes);
-                for (int page = std::max(range.startPage, kFirstOrdinaryPage); page <= last;
+                for (int page = std::max(range.startPage, kLxFirstOrdinaryPage); page <= last;
                      page += kLxPageRecordBytes) {
-                    if ((page - kFirstOrdinaryPage) % kLxPageRecordBytes == 0) reachable.insert(page);
+                    if ((page - kLxFirstOrdinaryPage) % kLxPageRecordBytes == 0) reachable.insert(page);
                 }
             }
         }
@@ -98,7 +97,7 @@ bool LxAudioCompactor::Run(std::list<int>& clipIDs, ILxGeneralProgressCallBack* 
         store.ReserveSilence();
         return true;
     }
-    int pages = pcmSize / kLxPageRecordBytes - kReservedPages;
+    int pages = pcmSize / kLxPageRecordBytes - kLxReservedSilentPages;
     if (pages <= 0 || pages == static_cast<int>(reachable.size())) return false;
 
     OpenFreshStreams();
@@ -110,7 +109,7 @@ bool LxAudioCompactor::Run(std::list<int>& clipIDs, ILxGeneralProgressCallBack* 
     int dropped = 0;
     bool previousCopied = true;
     done = 0;
-    for (int page = kFirstOrdinaryPage; page < pcmSize; page += kLxPageRecordBytes) {
+    for (int page = kLxFirstOrdinaryPage; page < pcmSize; page += kLxPageRecordBytes) {
         int newPage = -1;
         if (reachable.count(page)) store.Pcm()->CopyPageTo(page, fresh->Pcm(), newPage);
         bool copied = newPage != -1;
@@ -176,9 +175,9 @@ void LxAudioCompactor::OpenFreshStreams() {
     fresh = std::make_unique<LxStoreMembers>(directory);
     // Whatever an interrupted earlier run left there is not part of any store.
     fresh->Truncate();
-    for (int i = 0; i < kReservedPages; ++i) {
+    for (int i = 0; i < kLxReservedSilentPages; ++i) {
         int page = -1;
-        fresh->Pcm().AppendSilentPage(176400, 1, 44100, 16, page);
+        fresh->Pcm().AppendSilentPage(kLxMaxPageBytes, 1, kLxFrameRate, kLxBitsPerSample, page);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include "LxAudioConstants.h"
 #include "LxAudioCaptureConsumer.h"
 #include "LxAudioCaptureJournal.h"
 #include "LxAudioRecovery.h"
@@ -236,7 +237,7 @@ std::unique_ptr<LxAudioClipBase> LxAudioController::GetOneMergedClipByImporingtM
             result->AppendPageRanges(imported.GetPageRanges());
             if (gapDeciSeconds >= 1 && remaining != 0) {
                 int added = 0;
-                result->AppendSilenceFrames((gapDeciSeconds * 44100) / 10, added, true);
+                result->AppendSilenceFrames((gapDeciSeconds * kLxFrameRate) / 10, added, true);
             }
         }
         --remaining;

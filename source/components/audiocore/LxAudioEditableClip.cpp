@@ -1,6 +1,7 @@
 #include "LxAudioEditableClip.h"
 
 #include <algorithm>
+#include "LxAudioConstants.h"
 #include "LxAudioClip.h"
 #include "LxAudioEffect.h"
 #include "LxAudioFile.h"
@@ -176,7 +177,7 @@ bool LxAudioEditableClip::Normalize(int start, int end) {
 }
 
 bool LxAudioEditableClip::InsertSilence(int position, float seconds, int& insertedFrames) {
-    return InsertSilenceFrames(position, static_cast<int>(seconds * 44100.0f), insertedFrames);
+    return InsertSilenceFrames(position, static_cast<int>(seconds * kLxFrameRateF), insertedFrames);
 }
 
 bool LxAudioEditableClip::InsertSilenceFrames(int position, int frames, int& insertedFrames) {
@@ -192,7 +193,7 @@ bool LxAudioEditableClip::InsertSilenceFrames(int position, int frames, int& ins
 }
 
 void LxAudioEditableClip::AppendDeciSecondsOfSilence(int deciSeconds, int& appendedFrames) {
-    clip.AppendSilenceFrames((deciSeconds * 44100) / 10, appendedFrames, true);
+    clip.AppendSilenceFrames((deciSeconds * kLxFrameRate) / 10, appendedFrames, true);
 }
 
 void LxAudioEditableClip::AppendSilenceFrames(int frames, int& appendedFrames) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <vector>
+#include "LxAudioConstants.h"
 #include "LxPublic/LxAssert.h"
 
 static const char* const kSourceFile = "source/components/audiocore/LxAudioClip";
@@ -56,9 +57,9 @@ void LxAudioEffectClip::GetNextPCMData(int channels, unsigned char* out, int out
     LxAudioClip::GetNextPCMData(channels, scratch.data(), outCapacity, bytesWritten, info, mix);
     if (channels < 1) return;
 
-    const int startFrame = static_cast<int>(static_cast<float>(effectStartMS) * 0.001f * 44100.0f + 0.5f) + 1;
+    const int startFrame = static_cast<int>(static_cast<float>(effectStartMS) * 0.001f * kLxFrameRateF + 0.5f) + 1;
     const int durationFrames = effectDurationMS != -1
-                                   ? static_cast<int>(static_cast<float>(effectDurationMS) * 0.001f * 44100.0f + 0.5f)
+                                   ? static_cast<int>(static_cast<float>(effectDurationMS) * 0.001f * kLxFrameRateF + 0.5f)
                                    : WorthInFrames();
     const int64_t framesRead = static_cast<int64_t>(GetPosition()) - startPosition;
     const int64_t samples = std::min<int64_t>(framesRead * channels, bytesWritten / 2);

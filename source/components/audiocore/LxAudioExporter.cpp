@@ -5,6 +5,7 @@
 #include <cstring>
 #include <list>
 #include <random>
+#include "LxAudioConstants.h"
 #include "LxAudioController.h"
 #include "LxAudioImporter.h"
 #include "LxAudioResampler.h"
@@ -36,8 +37,8 @@ LxFile TemporaryFileNextTo(const LxFile& target) {
 
 // Frames at the output's rate that frames at 44100 become, rounded to the nearest.
 int64_t OutputFramesFor(int64_t frames, int frameRate) {
-    if (frameRate == 44100) return frames;
-    return (frames * frameRate + 22050) / 44100;
+    if (frameRate == kLxFrameRate) return frames;
+    return (frames * frameRate + kLxFrameRate / 2) / kLxFrameRate;
 }
 
 }  // namespace
@@ -90,7 +91,7 @@ int LxAudioExporter::Export(ILxAudioPlaybackClip& clip, int startFrame, int endF
     }
     LxFile temporary = TemporaryFileNextTo(target);
     std::unique_ptr<ILxReadWriteStream> stream =
-        LxStreamUtil::CreateFileStreamReadWrite(temporary, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
+        LxStreamUtil::CreateFileStreamReadWrite(temporary, kLxStreamWrite, kLxStreamBufferArgument, kLxStreamBufferArgument);
     if (!stream) {
         LxAssertFailed("Cannot create the export file", kSourceFile, __LINE__);
         return kExportFailed;
@@ -174,8 +175,8 @@ int LxAudioExporter::Run(ILxAudioPlaybackClip& clip, int startFrame, int endFram
 }
 
 int LxAudioExporter::Pump(ILxAudioPlaybackClip& clip, int64_t frames, ILxStream& out) {
-    if (frameRate != 44100) {
-        resampler = std::make_unique<LxAudioResampler>(44100u, static_cast<unsigned>(frameRate), channels);
+    if (frameRate != kLxFrameRate) {
+        resampler = std::make_unique<LxAudioResampler>(static_cast<unsigned>(kLxFrameRate), static_cast<unsigned>(frameRate), channels);
     }
     const int frameBytes = channels * 2;
     // Room for one pull and a partial frame left over from the one before.

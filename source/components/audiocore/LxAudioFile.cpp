@@ -6,6 +6,7 @@
 #include <system_error>
 #include <thread>
 #include <vector>
+#include "LxAudioConstants.h"
 #include "LxAudioClip.h"
 #include "LxAudioClipBase.h"
 #include "LxAudioCompactor.h"
@@ -30,9 +31,6 @@
 
 static const char* const kSourceFile = "source/components/audiocore/LxAudioFile";
 
-namespace {
-constexpr int kSilentPages = 5;
-}  // namespace
 
 LxAudioFile::LxAudioFile(const LxFile& storeDirectory) : directory(storeDirectory), silenceRange(this) {
     silenceRange.effect = LxAudioVolumeEffect(1.0f, 0.0f, 1.0f);
@@ -73,23 +71,23 @@ void LxAudioFile::ReplaceMembers(std::unique_ptr<LxStoreMembers> fresh, const st
 void LxAudioFile::ReserveSilence() {
     if (!Pcm()) return;
     // A store that already has its five silent records keeps them.
-    if (Pcm()->GetSize() >= kSilentPages * kLxPageRecordBytes) {
+    if (Pcm()->GetSize() >= kLxFirstOrdinaryPage) {
         LxPCMData record;
-        if (Pcm()->ReadPageHeader(4 * kLxPageRecordBytes, record) && record.codec == kLxPageCodecSilent) {
+        if (Pcm()->ReadPageHeader(kLxLastReservedPage, record) && record.codec == kLxPageCodecSilent) {
             silenceRange.startPage = 0;
             silenceRange.startOffset = 0;
-            silenceRange.endPage = 4 * kLxPageRecordBytes;
+            silenceRange.endPage = kLxLastReservedPage;
             silenceRange.endOffset = kLxMaxPageBytes;
             return;
         }
     }
-    for (int i = 0; i < kSilentPages; ++i) {
+    for (int i = 0; i < kLxReservedSilentPages; ++i) {
         if (!Pcm()) {
             LxAssertFailed("", kSourceFile, __LINE__);
             return;
         }
         int page = -1;
-        Pcm()->AppendSilentPage(kLxMaxPageBytes, 1, 44100, 16, page);
+        Pcm()->AppendSilentPage(kLxMaxPageBytes, 1, kLxFrameRate, kLxBitsPerSample, page);
         if (silenceRange.startPage == -1) {
             silenceRange.startPage = page;
             silenceRange.startOffset = 0;
@@ -508,7 +506,7 @@ bool LxAudioFile::WriteVerifiedTo(const LxFile& directoryOut, bool incremental, 
     bool written = false;
     {
         std::unique_ptr<ILxReadWriteStream> out =
-            LxStreamUtil::CreateFileStreamReadWrite(part, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
+            LxStreamUtil::CreateFileStreamReadWrite(part, kLxStreamWrite, kLxStreamBufferArgument, kLxStreamBufferArgument);
         if (out) {
             out->SetWriting(true);
             written = out->Write(bytes.data(), static_cast<int>(bytes.size())) == static_cast<int>(bytes.size()) &&

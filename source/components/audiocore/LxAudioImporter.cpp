@@ -1,6 +1,7 @@
 #include "LxAudioImporter.h"
 
 #include <algorithm>
+#include "LxAudioConstants.h"
 #include "LxAudioClip.h"
 #include "LxAudioController.h"
 #include "LxAudioFile.h"
@@ -29,7 +30,7 @@ LxAudioImporter::~LxAudioImporter() {
 }
 
 int LxAudioImporter::Import(const LxFile& file) {
-    std::unique_ptr<ILxReadWriteStream> source = LxStreamUtil::CreateFileStreamRead(file, 1, 0x3f3f3f3f, 0x3f3f3f3f);
+    std::unique_ptr<ILxReadWriteStream> source = LxStreamUtil::CreateFileStreamRead(file, 1, kLxStreamBufferArgument, kLxStreamBufferArgument);
     if (!source) {
         LxAssertFailed("cannot open the file to import", kSourceFile, __LINE__);
         return -1;
@@ -71,7 +72,7 @@ void LxAudioImporter::Denoise(const short* samples, int n) {
 void LxAudioImporter::DoResamplingAppendPCMData(short* data, int n, LxAudioClip* clip) {
     if (n <= 0 || clip == nullptr) return;
     if (!resampler) {
-        resampler = std::make_unique<LxAudioResampler>(static_cast<unsigned>(sampleRate), 44100u, channels);
+        resampler = std::make_unique<LxAudioResampler>(static_cast<unsigned>(sampleRate), static_cast<unsigned>(kLxFrameRate), channels);
     }
     std::vector<float> in(static_cast<size_t>(n));
     for (int i = 0; i < n; ++i) in[static_cast<size_t>(i)] = static_cast<float>(data[i]) * 3.0517578e-5f;
@@ -82,7 +83,7 @@ void LxAudioImporter::DoResamplingAppendPCMData(short* data, int n, LxAudioClip*
     std::vector<short> result(produced);
     for (unsigned i = 0; i < produced; ++i) result[i] = FloatToSample(out[i]);
     clip->AppendPCMData(reinterpret_cast<const unsigned char*>(result.data()), static_cast<int>(produced * 2), channels,
-                        44100, 16, 1.0f);
+                        kLxFrameRate, kLxBitsPerSample, 1.0f);
 }
 
 int LxAudioImporter::DoImport() {
@@ -129,7 +130,7 @@ int LxAudioImporter::DoImport() {
                 Denoise(pcm, samples);
                 pcm = denoised.data();
             }
-            if (sampleRate != 44100) {
+            if (sampleRate != kLxFrameRate) {
                 try {
                     DoResamplingAppendPCMData(pcm, samples, clip.get());
                 } catch (...) {
@@ -138,7 +139,7 @@ int LxAudioImporter::DoImport() {
                     return -1;
                 }
             } else {
-                clip->AppendPCMData(reinterpret_cast<const unsigned char*>(pcm), outBytes, channels, 44100, 16, 1.0f);
+                clip->AppendPCMData(reinterpret_cast<const unsigned char*>(pcm), outBytes, channels, kLxFrameRate, kLxBitsPerSample, 1.0f);
             }
         }
         if (progress) {
@@ -155,7 +156,7 @@ int LxAudioImporter::DoImport() {
     if (decodeFailed) {
         result = -1;
     } else if (!cancelled) {
-        result = clip->FinishAppendingPCMData(channels, 44100, 16, 1.0f);
+        result = clip->FinishAppendingPCMData(channels, kLxFrameRate, kLxBitsPerSample, 1.0f);
         lengthMS = clip->WorthInDeciSeconds() * 100;
     }
     if (progress) progress->EndTask();

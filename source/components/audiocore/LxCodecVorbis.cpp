@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 #include <vorbis/vorbisenc.h>
+#include "LxAudioConstants.h"
 #include "LxPublic/LxAssert.h"
 #include "LxVorbisHeaders.h"
 
@@ -19,7 +20,7 @@ static const char* const kSourceFile = "source/components/audiocore/LxCodecVorbi
 
 namespace {
 
-constexpr int kSampleRate = 44100;
+constexpr int kSampleRate = kLxFrameRate;
 constexpr int kLongPrefix = 0xFF;
 constexpr int kMaxPacketBytes = 0x0FFF;  // 12 bits of length in the long form
 constexpr int kFirstAudioPacketNo = 3;   // the three header packets are 0 to 2

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <vector>
+#include "LxAudioConstants.h"
 #include "LxPublic/LxAssert.h"
 #include "LxPublic/LxFileUtil.h"
 #include "LxPublic/LxStreamUtil.h"
@@ -45,7 +46,7 @@ int ReadChunkCount(const LxFile& directory, const LxString& name) {
 }  // namespace
 
 LxMemberStream::LxMemberStream(const LxFile& memberFile, const LxString& memberName)
-    : stream(LxStreamUtil::CreateFileStreamReadWrite(memberFile, 3, 0x3f3f3f3f, 0x3f3f3f3f)),
+    : stream(LxStreamUtil::CreateFileStreamReadWrite(memberFile, 3, kLxStreamBufferArgument, kLxStreamBufferArgument)),
       file(memberFile),
       name(memberName) {}
 
@@ -85,7 +86,7 @@ bool LxMemberStream::MoveTo(const LxFile& target) {
     stream.reset();
     bool moved = file.RenameTo(target);
     if (moved) file = target;
-    stream = LxStreamUtil::CreateFileStreamReadWrite(file, 3, 0x3f3f3f3f, 0x3f3f3f3f);
+    stream = LxStreamUtil::CreateFileStreamReadWrite(file, 3, kLxStreamBufferArgument, kLxStreamBufferArgument);
     ContentsReplaced();
     return moved && stream != nullptr;
 }
@@ -160,7 +161,7 @@ int LxMemberStream::SaveChunks(const LxFile& directory, int start, LxZipUpdateIn
             if (bytes > 0) {
                 // Complete the partly written chunk by appending to it.
                 std::unique_ptr<ILxReadWriteStream> out =
-                    LxStreamUtil::CreateFileStreamReadWrite(partial, 3, 0x3f3f3f3f, 0x3f3f3f3f);
+                    LxStreamUtil::CreateFileStreamReadWrite(partial, 3, kLxStreamBufferArgument, kLxStreamBufferArgument);
                 if (out) {
                     out->Seek(offset, kLxSeekBegin);
                     out->Truncate();
@@ -183,7 +184,7 @@ int LxMemberStream::SaveChunks(const LxFile& directory, int start, LxZipUpdateIn
         LxFile target = ChunkFile(directory, name, chunk);
         bool existed = target.Exists();
         std::unique_ptr<ILxReadWriteStream> out =
-            LxStreamUtil::CreateFileStreamReadWrite(target, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
+            LxStreamUtil::CreateFileStreamReadWrite(target, kLxStreamWrite, kLxStreamBufferArgument, kLxStreamBufferArgument);
         int64_t bytes = std::min<int64_t>(kChunkBytes, size - position);
         if (out) {
             out->SetWriting(true);
@@ -204,7 +205,7 @@ int LxMemberStream::SaveChunks(const LxFile& directory, int start, LxZipUpdateIn
         // Written on every save of two or more chunks, and reported as every chunk file written.
         bool existed = countFile.Exists();
         std::unique_ptr<ILxReadWriteStream> out =
-            LxStreamUtil::CreateFileStreamReadWrite(countFile, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
+            LxStreamUtil::CreateFileStreamReadWrite(countFile, kLxStreamWrite, kLxStreamBufferArgument, kLxStreamBufferArgument);
         if (out) out->WriteInt32(chunk);
         CountChunkWrite(out.get());
         if (info) (existed ? info->changedFiles : info->addedFiles).push_back(countFile.GetName());

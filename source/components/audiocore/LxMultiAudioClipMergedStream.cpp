@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include "LxAudioConstants.h"
 #include "LxAudioController.h"
 #include "LxAudioEffectClip.h"
 #include "LxPublic/LxAssert.h"
@@ -30,7 +31,7 @@ LxMultiAudioClipMergedStream::LxMultiAudioClipMergedStream(LxAudioController* co
             clip = controller->GetClip(input.GetClipID());
         }
         input.ApplySectionsTo(*clip);
-        int offsetFrames = static_cast<int>(static_cast<float>(input.GetOffsetMS()) * 0.001f * 44100.0f + 0.5f);
+        int offsetFrames = static_cast<int>(static_cast<float>(input.GetOffsetMS()) * 0.001f * kLxFrameRateF + 0.5f);
         longestEnd = std::max(longestEnd, offsetFrames + clip->WorthInFrames());
         entries[clip.get()] = EntryData{offsetFrames};
         clips.push_back(std::move(clip));
@@ -49,7 +50,7 @@ LxMultiAudioClipMergedStream::LxMultiAudioClipMergedStream(LxAudioController* co
             int added = 0;
             clip->PrependSilenceFrames(offsetFrames, added, false);
             if (effectClip) {
-                effectClip->SetEffectStartTimeMS(static_cast<int>(offsetFrames / 44100.0f * 1000.0f + 0.5f));
+                effectClip->SetEffectStartTimeMS(static_cast<int>(offsetFrames / kLxFrameRateF * 1000.0f + 0.5f));
                 effectClip->SetEffectDurationMS(lengthMS);
             }
             if (added < offsetFrames) LxAssertFailed("", kSourceFile, 2278);
@@ -96,7 +97,7 @@ int LxMultiAudioClipMergedStream::WorthInFrames() const {
     return clips.empty() || !clips.front() ? 0 : clips.front()->WorthInFrames();
 }
 
-float LxMultiAudioClipMergedStream::WorthInSeconds() const { return static_cast<float>(WorthInFrames()) / 44100.0f; }
+float LxMultiAudioClipMergedStream::WorthInSeconds() const { return static_cast<float>(WorthInFrames()) / kLxFrameRateF; }
 
 int LxMultiAudioClipMergedStream::WorthInDeciSeconds() const {
     return static_cast<int>((WorthInSeconds() + 0.05f) * 10.0f);

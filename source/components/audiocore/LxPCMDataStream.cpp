@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <vector>
+#include "LxAudioConstants.h"
 #include "LxCodecVorbis.h"
 #include "LxDataStream.h"
 #include "LxPublic/LxAssert.h"
@@ -110,24 +111,24 @@ void LxPCMDataStream::AppendPage(const void* pcm, int pcmBytes, int channels, in
 
     // Thumbnail: one {min, max} pair of 16-bit values per 90 frames; both start
     // at 0, so min <= 0 <= max. Samples are read as 16-bit whatever the format says.
-    int64_t groupBytes = (int64_t{channels} * bitsPerSample * 90) / 8;
+    int64_t groupBytes = (int64_t{channels} * bitsPerSample * kLxThumbnailFrames) / 8;
     int groups = groupBytes > 0 && pcmBytes > 0 ? static_cast<int>(pcmBytes / groupBytes) : 0;
     std::vector<int16_t> thumbnail(static_cast<size_t>(groups) * 2, 0);
     int samples = std::max(pcmBytes, 0) / 2;
-    // A group covers the 90 samples (mono) or frames (stereo) of it that the PCM
+    // A group covers the kLxThumbnailFrames samples (mono) or frames (stereo) of it that the PCM
     // really holds; groups past the end stay {0, 0}.
     if (channels == 1) {
-        for (int g = 0; g < groups && 90 * g < samples; ++g) {
+        for (int g = 0; g < groups && kLxThumbnailFrames * g < samples; ++g) {
             int16_t lo[1], hi[1];
-            GroupMinMax<1>(bytes + 2 * 90 * g, std::min(90, samples - 90 * g), lo, hi);
+            GroupMinMax<1>(bytes + 2 * kLxThumbnailFrames * g, std::min(kLxThumbnailFrames, samples - kLxThumbnailFrames * g), lo, hi);
             thumbnail[2 * g] = lo[0];
             thumbnail[2 * g + 1] = hi[0];
         }
     } else if (channels == 2) {
         const int frames = samples / 2;
-        for (int g = 0; g < groups && 90 * g < frames; ++g) {
+        for (int g = 0; g < groups && kLxThumbnailFrames * g < frames; ++g) {
             int16_t lo[2], hi[2];
-            GroupMinMax<2>(bytes + 4 * 90 * g, 2 * std::min(90, frames - 90 * g), lo, hi);
+            GroupMinMax<2>(bytes + 4 * kLxThumbnailFrames * g, 2 * std::min(kLxThumbnailFrames, frames - kLxThumbnailFrames * g), lo, hi);
             thumbnail[2 * g] = static_cast<int16_t>((lo[0] + lo[1]) / 2);
             thumbnail[2 * g + 1] = static_cast<int16_t>((hi[0] + hi[1]) / 2);
         }

@@ -1,5 +1,6 @@
 #include "LxStoreSalvager.h"
 
+#include "LxAudioConstants.h"
 #include "LxAudioClip.h"
 #include "LxAudioClipBase.h"
 #include "LxAudioFile.h"
@@ -48,7 +49,7 @@ int LxStoreSalvager::Run(LxAudioFile& source, LxAudioFile& target, const LxAudio
                 } else if (report.damagedPageRecords.count(page) == 0 && source.ReadPageHeader(page, record)) {
                     target.AppendSilentPage(record.pcmBytes, record.channels, record.sampleRate, 16, made);
                 } else {
-                    target.AppendSilentPage(kLxMaxPageBytes, channels, 44100, 16, made);
+                    target.AppendSilentPage(kLxMaxPageBytes, channels, kLxFrameRate, kLxBitsPerSample, made);
                 }
                 if (first == -1) first = made;
                 last = made;

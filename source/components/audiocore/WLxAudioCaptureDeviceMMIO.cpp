@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <thread>
+#include "LxAudioConstants.h"
 #include "LxPublic/LxAssert.h"
 
 static const char* const kSourceFile = "source/components/audiocore/WLxAudioMMIO";
@@ -35,7 +36,7 @@ bool WLxAudioCaptureDeviceMMIO::Start(const int& deviceID, float volume, bool ca
         driver = &LxWaveDriver::Current();
         LxWaveFormat format;
         format.channels = 1;
-        format.framesPerSecond = 44100;
+        format.framesPerSecond = kLxFrameRate;
         format.bitsPerSample = 16;
         if (driver->OpenInput(deviceIndex, format, event, handle) != kLxWaveOk) {
             handle.reset();

@@ -1,5 +1,6 @@
 #include "WLxAudioPlayBackDeviceMMIO.h"
 
+#include "LxAudioConstants.h"
 #include "LxPublic/LxOSVersion.h"
 
 WLxAudioPlayBackDeviceMMIO::WLxAudioPlayBackDeviceMMIO(LxStopPlayBackFunction function, void* functionContext)
@@ -25,7 +26,7 @@ bool WLxAudioPlayBackDeviceMMIO::Start(LxCallBackFunction function, void* functi
     if (!handle) {
         LxWaveFormat format;
         format.channels = 2;
-        format.framesPerSecond = 44100;
+        format.framesPerSecond = kLxFrameRate;
         format.bitsPerSample = 16;
         if (LxWaveDriver::Current().OpenOutput(format, event, handle) != kLxWaveOk) {
             handle.reset();
