@@ -196,7 +196,7 @@ void ApplyRangeGains(const LxAudioClip& clip, std::vector<uint32_t>& points) {
     size_t range = 0;
     long long rangeEnd = ranges.empty() ? 0 : ranges[0].WorthInFrames();
     for (size_t i = 0; i < points.size(); ++i) {
-        const long long frame = static_cast<long long>(i) * 90;
+        const long long frame = static_cast<long long>(i) * kLxThumbnailFrames;
         while (range + 1 < ranges.size() && frame >= rangeEnd) rangeEnd += ranges[++range].WorthInFrames();
         if (range >= ranges.size()) break;
         const float gain = ranges[range].effect.gain;
