@@ -1,6 +1,7 @@
 #include "LxAudioCaptureConsumer.h"
 
 #include <memory>
+#include "LxReportSites.h"
 #include "LxAudioConstants.h"
 #include "LxAudioClip.h"
 #include "LxAudioController.h"
@@ -8,13 +9,12 @@
 #include "LxPublic/LxExceptionUtils.h"
 #include "LxPublic/LxFatalException.h"
 
-static const char* const kSourceFile = "source/components/audiocore/LxAudioCaptureConsumer";
 
 LxAudioCaptureConsumer::~LxAudioCaptureConsumer() { Join(); }
 
 void LxAudioCaptureConsumer::Run() {
     if (!initialized) {
-        LxAssertFailed("Initialize should be called before proceeding", kSourceFile, 44);
+        LxReportAt("Initialize should be called before proceeding", LxReportSites::kConsumerNotInitialized);
         return;
     }
     LxExceptionUtils::InstallExceptionHandler();

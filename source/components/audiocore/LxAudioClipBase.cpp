@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <vector>
+#include "LxReportSites.h"
 #include "LxAudioConstants.h"
 #include "LxAudioFile.h"
 #include "LxPublic/ILxReadWriteStream.h"
@@ -234,11 +235,11 @@ void LxAudioClipBase::IncrementTranslationByOneFrame(LxPageTranslation& translat
 
 bool LxAudioClipBase::isValidTranslationPair(const LxPageTranslation& from, const LxPageTranslation& to) {
     if (from.rangeIndex == -1 || to.rangeIndex == -1 || from.rangeIndex > to.rangeIndex) {
-        LxAssertFailed("invalid translation", kSourceFile, 141);
+        LxReportAt("invalid translation", LxReportSites::kInvalidTranslation);
         return false;
     }
     if (from.rangeIndex == to.rangeIndex && from.page == to.page && from.pageOffset == to.pageOffset) {
-        LxAssertFailed("empty range", kSourceFile, 147);
+        LxReportAt("empty range", LxReportSites::kEmptyRange);
         return false;
     }
     return true;
@@ -325,7 +326,7 @@ std::unique_ptr<LxAudioClipBase> LxAudioClipBase::SubClip(const LxPageTranslatio
     }
     if (!isValidTranslationPair(from, to)) return nullptr;
     if (from.rangeIndex < 0 || to.rangeIndex >= static_cast<int>(pageRanges.size())) {
-        LxAssertFailed("invalid translation", kSourceFile, 141);
+        LxReportAt("invalid translation", LxReportSites::kInvalidTranslation);
         return nullptr;
     }
     auto clip = std::make_unique<LxAudioClipBase>(*audioFile, -1);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include "LxReportSites.h"
 #include "LxAudioConstants.h"
 #include "LxAudioCaptureConsumer.h"
 #include "LxAudioCaptureJournal.h"
@@ -247,13 +248,15 @@ std::unique_ptr<LxAudioClipBase> LxAudioController::GetOneMergedClipByImporingtM
 }
 
 LxMP3Importer* LxAudioController::GetMP3Importer(LxCallBackFunction, void*) {
-    LxAssertFailed("GetMP3Importer Not implemented", kSourceFile, 144);
-    throw LxLCException("kLxErrorInternal", kSourceFile, 145);
+    LxReportAt("GetMP3Importer Not implemented", LxReportSites::kNoMP3Importer);
+    throw LxLCException("kLxErrorInternal", LxReportSites::kNoMP3ImporterThrown.sourceFile,
+                        LxReportSites::kNoMP3ImporterThrown.line);
 }
 
 LxMP3Exporter* LxAudioController::GetMP3Exporter(int, int, int, LxCallBackFunction, void*) {
-    LxAssertFailed("GetMP3Exporter Not implemented", kSourceFile, 156);
-    throw LxLCException("kLxErrorInternal", kSourceFile, 157);
+    LxReportAt("GetMP3Exporter Not implemented", LxReportSites::kNoMP3Exporter);
+    throw LxLCException("kLxErrorInternal", LxReportSites::kNoMP3ExporterThrown.sourceFile,
+                        LxReportSites::kNoMP3ExporterThrown.line);
 }
 
 // --- capture ---------------------------------------------------------------------

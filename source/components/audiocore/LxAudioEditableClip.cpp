@@ -1,6 +1,7 @@
 #include "LxAudioEditableClip.h"
 
 #include <algorithm>
+#include "LxReportSites.h"
 #include "LxAudioConstants.h"
 #include "LxAudioClip.h"
 #include "LxAudioEffect.h"
@@ -57,11 +58,11 @@ bool LxAudioEditableClip::TranslateStretch(int start, int end, const std::vector
 bool LxAudioEditableClip::Delete(int start, int end, int& deletedFrames, bool allowWholeClip) {
     deletedFrames = 0;
     if (!allowWholeClip && start == 1 && end == clip.WorthInFrames()) {
-        LxAssertFailed("can't delete entire clip", kSourceFile, 1650);
+        LxReportAt("can't delete entire clip", LxReportSites::kDeleteWholeClip);
         return false;
     }
     if (start >= end) {
-        LxAssertFailed("invalid range in delete", kSourceFile, 1656);
+        LxReportAt("invalid range in delete", LxReportSites::kDeleteInvalidRange);
         return false;
     }
     std::vector<LxPageRange>& ranges = clip.pageRanges;
@@ -111,13 +112,13 @@ bool LxAudioEditableClip::InsertAt(int position, const std::vector<LxPageRange>&
                                    int& insertedFrames) {
     insertedFrames = 0;
     if (start >= end) {
-        LxAssertFailed("invalid range in insert", kSourceFile, 1751);
+        LxReportAt("invalid range in insert", LxReportSites::kInsertInvalidRange);
         return false;
     }
     std::vector<LxPageRange>& ranges = clip.pageRanges;
     LxPageTranslation at = position >= 0 ? clip.Translate(position + 1) : LxPageTranslation{};
     if (at.rangeIndex == -1 || at.page == -1) {
-        LxAssertFailed("invalid insertion point", kSourceFile, 1760);
+        LxReportAt("invalid insertion point", LxReportSites::kInsertInvalidPoint);
         return false;
     }
     LxPageTranslation a, b;

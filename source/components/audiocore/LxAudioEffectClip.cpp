@@ -4,10 +4,10 @@
 #include <cstdint>
 #include <cstring>
 #include <vector>
+#include "LxReportSites.h"
 #include "LxAudioConstants.h"
 #include "LxPublic/LxAssert.h"
 
-static const char* const kSourceFile = "source/components/audiocore/LxAudioClip";
 
 LxAudioEffectClip::LxAudioEffectClip(const LxAudioClipBase& source, const LxAudioEffectEnum& kind,
                                      const int& startMS, const int& durationMS)
@@ -43,7 +43,7 @@ void LxAudioEffectClip::GetNextPCMData(int channels, unsigned char* out, int out
         return;
     }
     if (effect != LxAudioEffectFadeIn && effect != LxAudioEffectFadeOut) {
-        LxAssertFailed("", kSourceFile, 1636);
+        LxReportAt("", LxReportSites::kEffectClipUnknownEffect);
         return;
     }
     if (out == nullptr || outCapacity <= 0) {

@@ -1,6 +1,7 @@
 #include "LxAudioImporter.h"
 
 #include <algorithm>
+#include "LxReportSites.h"
 #include "LxAudioConstants.h"
 #include "LxAudioClip.h"
 #include "LxAudioController.h"
@@ -47,7 +48,7 @@ int LxAudioImporter::Import(ILxStream* source) {
     try {
         return DoImport();
     } catch (...) {
-        LxAssertFailed("Import Failed.", kSourceFile, 114);
+        LxReportAt("Import Failed.", LxReportSites::kImportFailed);
         return -1;
     }
 }

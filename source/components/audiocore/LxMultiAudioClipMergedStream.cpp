@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include "LxReportSites.h"
 #include "LxAudioConstants.h"
 #include "LxAudioController.h"
 #include "LxAudioEffectClip.h"
@@ -14,7 +15,7 @@ LxMultiAudioClipMergedStream::LxMultiAudioClipMergedStream(LxAudioController* co
                                                            LxMergedOutputChannelsEnum outputMode)
     : mode(outputMode) {
     if (controller == nullptr) {
-        LxAssertFailed("", kSourceFile, 2216);
+        LxReportAt("", LxReportSites::kMergeNoController);
         return;
     }
     int longestEnd = 0;
@@ -23,7 +24,7 @@ LxMultiAudioClipMergedStream::LxMultiAudioClipMergedStream(LxAudioController* co
         if (input.GetClipID() == -1) {
             clip = input.TakeClip();
             if (!clip) {
-                LxAssertFailed("", kSourceFile, 2250);
+                LxReportAt("", LxReportSites::kMergeEntryWithoutClip);
                 DeleteClips();
                 break;
             }
@@ -37,7 +38,7 @@ LxMultiAudioClipMergedStream::LxMultiAudioClipMergedStream(LxAudioController* co
         clips.push_back(std::move(clip));
     }
     if (inputs.size() != clips.size()) {
-        LxAssertFailed("", kSourceFile, 2295);
+        LxReportAt("", LxReportSites::kMergeClipsMissing);
         DeleteClips();
     }
     // Every clip is padded to the longest track, so that all of them run out together.
@@ -53,14 +54,14 @@ LxMultiAudioClipMergedStream::LxMultiAudioClipMergedStream(LxAudioController* co
                 effectClip->SetEffectStartTimeMS(static_cast<int>(offsetFrames / kLxFrameRateF * 1000.0f + 0.5f));
                 effectClip->SetEffectDurationMS(lengthMS);
             }
-            if (added < offsetFrames) LxAssertFailed("", kSourceFile, 2278);
+            if (added < offsetFrames) LxReportAt("", LxReportSites::kMergeOffsetShort);
         }
         if (offsetFrames + length < longestEnd) {
             int wanted = longestEnd - (offsetFrames + length);
             int added = 0;
             clip->AppendSilenceFrames(wanted, added, false);
             if (effectClip) effectClip->SetEffectDurationMS(lengthMS);
-            if (added < wanted) LxAssertFailed("", kSourceFile, 2287);
+            if (added < wanted) LxReportAt("", LxReportSites::kMergePaddingShort);
         }
     }
     for (auto& clip : clips) clip->SeekToBeginning();
@@ -85,7 +86,7 @@ void LxMultiAudioClipMergedStream::CalculateNumOutputChannels() {
 
 int LxMultiAudioClipMergedStream::GetNumberOfOutputChannels() const {
     if (mode == LxMergedOutputStereo) return 2;
-    if (mode == LxMergedOutputInvalid) LxAssertFailed("", kSourceFile, 2458);
+    if (mode == LxMergedOutputInvalid) LxReportAt("", LxReportSites::kMergeInvalidMode);
     return 1;
 }
 
@@ -114,7 +115,7 @@ void LxMultiAudioClipMergedStream::SeekToBeginning() {
 void LxMultiAudioClipMergedStream::GetNextPCMData(int channels, unsigned char* buffer, int bufferBytes, int& bytesOut,
                                                   LxPCMData* metaData, bool accumulate) {
     if (metaData != nullptr || accumulate) {
-        LxAssertFailed("LxMultiAudioClipMergedStream::GetNextPCMData, outPCMMetaData || accumulate", kSourceFile, 2368);
+        LxReportAt("LxMultiAudioClipMergedStream::GetNextPCMData, outPCMMetaData || accumulate", LxReportSites::kMergeMetaDataOrAccumulate);
         return;
     }
     if (channels != GetNumberOfOutputChannels()) {
@@ -127,7 +128,7 @@ void LxMultiAudioClipMergedStream::GetNextPCMData(int channels, unsigned char* b
     int previousTotal = 0;
     for (auto& clip : clips) {
         if (entries.find(clip.get()) == entries.end()) {
-            LxAssertFailed("", kSourceFile, 2398);
+            LxReportAt("", LxReportSites::kMergeUnknownClip);
             continue;
         }
         int total = 0, remaining = bufferBytes, got = 0;
@@ -137,7 +138,7 @@ void LxMultiAudioClipMergedStream::GetNextPCMData(int channels, unsigned char* b
             total += got;
             remaining -= got;
         } while (remaining >= 1);
-        if (previousTotal != 0 && total != previousTotal) LxAssertFailed("", kSourceFile, 2431);
+        if (previousTotal != 0 && total != previousTotal) LxReportAt("", LxReportSites::kMergeClipsOfUnequalLength);
         if (total != 0) previousTotal = total;
         bytesOut = std::max(bytesOut, total);
     }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <vector>
+#include "LxReportSites.h"
 #include "LxAudioFile.h"
 #include "LxPublic/ILxReadWriteStream.h"
 #include "LxPublic/LxAssert.h"
@@ -232,7 +233,7 @@ void LxPageRange::Serialize(ILxReadWriteStream& stream) {
 void LxPageRange::AddEffect(const LxAudioEffect& other) {
     const auto* volume = dynamic_cast<const LxAudioVolumeEffect*>(&other);
     if (other.GetType() != LxAudioEffectVolume || volume == nullptr) {
-        LxAssertFailed("", kSourceFile, 479);
+        LxReportAt("", LxReportSites::kRangeEffectNotVolume);
         return;
     }
     effect.gain *= volume->gain;

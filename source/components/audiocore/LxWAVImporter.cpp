@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstring>
+#include "LxReportSites.h"
 #include "LxPublic/ILxStream.h"
 #include "LxPublic/LxAssert.h"
 #include "LxPublic/LxStreamUtil.h"
@@ -140,7 +141,7 @@ bool LxWAVImporter::Initialize() {
         default: supported = false; break;
     }
     if (!supported) {
-        LxAssertFailed("Not supported format", kSourceFile, 289);
+        LxReportAt("Not supported format", LxReportSites::kWavFormatNotSupported);
         return false;
     }
     sourceChannels = outputChannels = header.channels;
@@ -206,7 +207,7 @@ int LxWAVImporter::Decode(const unsigned char* in, int inBytes, unsigned char* o
     if (bytesPerSample <= 0) return inBytes;
     int samples = inBytes / bytesPerSample;
     if (samples * 2 > outCapacity) {
-        LxAssertFailed("", kSourceFile, 182);
+        LxReportAt("", LxReportSites::kWavOutputTooSmall);
         samples = std::max(outCapacity, 0) / 2;
     }
     int usable = samples * bytesPerSample;

@@ -2,10 +2,10 @@
 
 #include <chrono>
 #include <thread>
+#include "LxReportSites.h"
 #include "LxAudioConstants.h"
 #include "LxPublic/LxAssert.h"
 
-static const char* const kSourceFile = "source/components/audiocore/WLxAudioMMIO";
 
 WLxAudioCaptureDeviceMMIO::WLxAudioCaptureDeviceMMIO(LxSharedDeque<LxAudioCaptureData*>& shared)
     : LxAudioCaptureDevice(shared), readerThread(*this) {}
@@ -88,12 +88,12 @@ void WLxAudioCaptureDeviceMMIO::CloseWaveIn() {
         int result = handle->Close();
         if (result == kLxWaveOk) break;
         if (result != kLxWaveStillPlaying) {
-            LxAssertFailed("", kSourceFile, 560);
+            LxReportAt("", LxReportSites::kCaptureCloseFailed);
             break;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         if (handle->Reset() != kLxWaveOk) {
-            LxAssertFailed("", kSourceFile, 557);
+            LxReportAt("", LxReportSites::kCaptureResetFailed);
             break;
         }
     }
