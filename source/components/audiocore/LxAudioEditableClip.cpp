@@ -9,7 +9,6 @@
 #include "LxAudioVolumeEffect.h"
 #include "LxPublic/LxAssert.h"
 
-static const char* const kSourceFile = "source/components/audiocore/LxAudioClip";
 
 namespace {
 
