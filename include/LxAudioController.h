@@ -95,7 +95,8 @@ public:
     // LxAudioFile::WriteVerifiedTo and ReadVerifiedFrom. A verified save
     // commits recordings as WriteTo does. After a load that found damage the
     // store refuses to be saved; SalvageInto copies its clips into another
-    // controller's store (see LxAudioFile::SalvageInto).
+    // controller's store (see LxAudioFile::SalvageInto). A null stream gives an
+    // assertion report and false.
     bool WriteVerifiedTo(ILxStream* out);
     bool WriteVerifiedTo(const LxFile& directory, bool incremental, LxZipUpdateInfo* info);
     bool ReadVerifiedFrom(ILxStream* in, LxAudioDamageReport& report);

@@ -1,5 +1,6 @@
 #pragma once
 // Factories of the platform's streams.
+#include <cstdint>
 #include <memory>
 #include "ILxReadWriteStream.h"
 #include "LxFile.h"
@@ -25,4 +26,11 @@ public:
                                                                     int attributes = 0x3f3f3f3f);
     // A growable stream in memory, empty and in reading mode.
     static std::unique_ptr<ILxReadWriteStream> CreateMemoryStream();
+
+    // The little-endian 32-bit word at bytes, the byte order of every stream's
+    // 32-bit transfer, for code that parses bytes it has read in bulk.
+    static uint32_t GetLe32(const unsigned char* bytes) {
+        return static_cast<uint32_t>(bytes[0]) | (static_cast<uint32_t>(bytes[1]) << 8) |
+               (static_cast<uint32_t>(bytes[2]) << 16) | (static_cast<uint32_t>(bytes[3]) << 24);
+    }
 };

@@ -20,18 +20,6 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// Every file of a project (one file, or the files of its folder) with its bytes.
-std::map<std::string, Bytes> Snapshot(const std::string& path) {
-    std::map<std::string, Bytes> files;
-    if (fs::is_directory(path)) {
-        for (const auto& entry : fs::directory_iterator(path))
-            files[entry.path().filename().string()] = CliFiles::Read(entry.path().string());
-    } else {
-        files[path] = CliFiles::Read(path);
-    }
-    return files;
-}
-
 uint32_t ReadLe32(const Bytes& bytes, size_t at) {
     return static_cast<uint32_t>(bytes[at]) | static_cast<uint32_t>(bytes[at + 1]) << 8 |
            static_cast<uint32_t>(bytes[at + 2]) << 16 | static_cast<uint32_t>(bytes[at + 3]) << 24;
@@ -110,7 +98,7 @@ protected:
         fs::remove_all(project);
         fs::copy(files.Path(good_), project, fs::copy_options::recursive);
         damage(project);
-        const auto damaged = Snapshot(project.string());
+        const auto damaged = CliFiles::Snapshot(project.string());
         ++figures_.cases;
 
         const CliResult info = Checked({"info", project_, "--json"});
@@ -161,7 +149,7 @@ protected:
         const CliResult import = Checked({"import", project_, "tiny.wav"});
         EXPECT_EQ(import.exitCode, 4) << import.err;
         EXPECT_NE(import.err.find("damaged; not changed"), std::string::npos) << import.err;
-        EXPECT_TRUE(Snapshot(project.string()) == damaged) << "the damaged project was changed";
+        EXPECT_TRUE(CliFiles::Snapshot(project.string()) == damaged) << "the damaged project was changed";
 
         fs::remove_all(files.Path(salvaged_));
         const CliResult salvage = Checked({"salvage", project_, salvaged_});

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <random>
 #include <string>
 #include <vector>
@@ -54,6 +55,17 @@ public:
     static std::vector<uint8_t> Read(const std::string& path) {
         std::ifstream in(path, std::ios::binary);
         return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    }
+    // Every file of a project (one file, or the files of its folder) with its bytes.
+    static std::map<std::string, std::vector<uint8_t>> Snapshot(const std::string& path) {
+        std::map<std::string, std::vector<uint8_t>> files;
+        if (std::filesystem::is_directory(path)) {
+            for (const auto& entry : std::filesystem::directory_iterator(path))
+                files[entry.path().filename().string()] = Read(entry.path().string());
+        } else {
+            files[path] = Read(path);
+        }
+        return files;
     }
     static void Write(const std::string& path, const std::vector<uint8_t>& bytes) {
         std::ofstream out(path, std::ios::binary | std::ios::trunc);

@@ -10,22 +10,6 @@
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-namespace {
-
-// Every file of a project (one file, or the files of its folder) with its bytes.
-std::map<std::string, std::vector<uint8_t>> Snapshot(const std::string& path) {
-    std::map<std::string, std::vector<uint8_t>> files;
-    if (fs::is_directory(path)) {
-        for (const auto& entry : fs::directory_iterator(path))
-            files[entry.path().filename().string()] = CliFiles::Read(entry.path().string());
-    } else {
-        files[path] = CliFiles::Read(path);
-    }
-    return files;
-}
-
-}  // namespace
-
 TEST_F(CliTest, NewImportInfoAndReopenInBothForms) {
     const std::vector<int16_t> mono = Ramp(66150, 1);
     const std::vector<int16_t> stereo = Ramp(44100, 2, 7);
@@ -152,7 +136,7 @@ TEST_F(CliTest, KilledSaveLeavesThePreviousProjectReadable) {
         Ok(directory ? std::vector<std::string>{"--dir", "new", project} : std::vector<std::string>{"new", project});
         const std::vector<int16_t> first = Ramp(49950, 1);
         ASSERT_EQ(ImportPcm(project, "first.wav", first, 1), 1);
-        const auto before = Snapshot(files.Path(project));
+        const auto before = CliFiles::Snapshot(files.Path(project));
 
         // The import stops half-way through writing the new project and is killed there.
         pid_t pid = cli.Start({"-q", "import", project, "more.wav"}, {"LXAUDIO_TEST_SAVE_PAUSE_BYTES=70000"});
@@ -165,7 +149,7 @@ TEST_F(CliTest, KilledSaveLeavesThePreviousProjectReadable) {
         EXPECT_NE(killed.exitCode, 0);  // TerminateProcess: no signals on Windows
 #endif
 
-        EXPECT_EQ(Snapshot(files.Path(project)), before);
+        EXPECT_EQ(CliFiles::Snapshot(files.Path(project)), before);
         auto leftovers = [&] {
             int n = 0;
             for (const auto& entry : fs::directory_iterator(files.Dir()))

@@ -98,7 +98,10 @@ bool LxAudioController::WriteTo(const LxFile& directory, bool incremental, LxZip
 }
 
 bool LxAudioController::WriteVerifiedTo(ILxStream* out) {
-    if (out == nullptr) return false;
+    if (out == nullptr) {
+        LxAssertFailed("no stream to save into", kSourceFile, __LINE__);
+        return false;
+    }
     const size_t ended = EndedJournalCount();
     const bool saved = audioFile->WriteVerifiedTo(*out);
     if (saved && commitOnSave) CommitJournals(ended);
@@ -115,6 +118,7 @@ bool LxAudioController::WriteVerifiedTo(const LxFile& directory, bool incrementa
 bool LxAudioController::ReadVerifiedFrom(ILxStream* in, LxAudioDamageReport& report) {
     if (in == nullptr) {
         report = LxAudioDamageReport();
+        LxAssertFailed("no stream to load from", kSourceFile, __LINE__);
         return false;
     }
     return audioFile->ReadVerifiedFrom(*in, report);

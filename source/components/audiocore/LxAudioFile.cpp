@@ -532,10 +532,7 @@ bool LxAudioFile::ReadVerifiedFrom(ILxStream& in, LxAudioDamageReport& report) {
         return at >= start && bytes >= 0 && bytes <= end - at && in.Seek(at, kLxSeekBegin) &&
                in.Read(buffer, static_cast<int>(bytes)) == bytes;
     };
-    auto word = [](const unsigned char* p) {
-        return static_cast<int32_t>(static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) |
-                                    (static_cast<uint32_t>(p[2]) << 16) | (static_cast<uint32_t>(p[3]) << 24));
-    };
+    auto word = [](const unsigned char* p) { return static_cast<int32_t>(LxStreamUtil::GetLe32(p)); };
     // The five lengths, as far as they fit the stream.
     int64_t lengths[5] = {0, 0, 0, 0, 0};
     int walked = 0;

@@ -12,6 +12,7 @@
 #include "LxDataStream.h"
 #include "LxMemberStream.h"
 #include "LxPCMDataStream.h"
+#include "LxPublic/LxStreamUtil.h"
 #include "LxStoreMembers.h"
 
 namespace {
@@ -22,12 +23,9 @@ constexpr int kRaw = LxStoreMembers::kRaw, kEnc = LxStoreMembers::kEnc, kPcm = L
 // A range record: four fields and its effect count; each volume effect adds its
 // kind and three doubles.
 constexpr uint32_t kRangeBytes = 20;
-constexpr uint32_t kVolumeEffectBytes = 4 + 24;
+constexpr int64_t kVolumeEffectDataBytes = 24;
 
-int32_t Get32(const unsigned char* p) {
-    return static_cast<int32_t>(static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) |
-                                (static_cast<uint32_t>(p[2]) << 16) | (static_cast<uint32_t>(p[3]) << 24));
-}
+int32_t Get32(const unsigned char* p) { return static_cast<int32_t>(LxStreamUtil::GetLe32(p)); }
 
 LxPCMData RecordFromBytes(const unsigned char* p) {
     LxPCMData record;
@@ -86,16 +84,21 @@ uint32_t LxStoreChecker::CrcOf(LxMemberStream& member, int64_t start, int64_t le
 
 void LxStoreChecker::ReadPageRecords() {
     pages.clear();
+    recordCrcs.clear();
     LxMemberStream& pcm = *Member(kPcm);
     const int64_t count = sizes[kPcm] / kLxPageRecordBytes;
     pages.reserve(static_cast<size_t>(count));
+    recordCrcs.reserve(static_cast<size_t>(count));
     const int recordsPerBlock = static_cast<int>(block.size()) / kLxPageRecordBytes;
     for (int64_t first = 0; first < count; first += recordsPerBlock) {
         const int n = static_cast<int>(std::min<int64_t>(recordsPerBlock, count - first));
         const int got = pcm.ReadAt(first * kLxPageRecordBytes, block.data(), n * kLxPageRecordBytes);
         for (int i = 0; i < n; ++i) {
-            pages.push_back(i < got / kLxPageRecordBytes ? RecordFromBytes(block.data() + i * kLxPageRecordBytes)
-                                                         : LxPCMData());
+            const unsigned char* bytes = block.data() + i * kLxPageRecordBytes;
+            const bool whole = i < got / kLxPageRecordBytes;
+            pages.push_back(whole ? RecordFromBytes(bytes) : LxPCMData());
+            // A record that could not be read matches no saved checksum but that of nothing.
+            recordCrcs.push_back(whole ? LxStoreIntegrityRecord::Crc(0, bytes, kLxPageRecordBytes) : ~0u);
         }
     }
 }
@@ -160,8 +163,8 @@ bool LxStoreChecker::ParseClipRecord(uint32_t position, std::vector<Range>& rang
         }
         for (int32_t e = 0; e < effects; ++e) {
             int32_t kind = 0;
-            if (!word(kind) || kind != LxAudioEffectVolume || at + 24 > sizes[kClip]) return false;
-            at += 24;
+            if (!word(kind) || kind != LxAudioEffectVolume || at + kVolumeEffectDataBytes > sizes[kClip]) return false;
+            at += kVolumeEffectDataBytes;
         }
         ranges.push_back(range);
     }
@@ -181,11 +184,7 @@ LxStoreIntegrityRecord LxStoreChecker::Digest() {
     }
     ReadPageRecords();
     record.pages.reserve(pages.size());
-    for (size_t i = 0; i < pages.size(); ++i) {
-        unsigned char bytes[kLxPageRecordBytes] = {};
-        Member(kPcm)->ReadAt(static_cast<int64_t>(i) * kLxPageRecordBytes, bytes, kLxPageRecordBytes);
-        record.pages.push_back({LxStoreIntegrityRecord::Crc(0, bytes, sizeof bytes), PageDataCrc(pages[i])});
-    }
+    for (size_t i = 0; i < pages.size(); ++i) record.pages.push_back({recordCrcs[i], PageDataCrc(pages[i])});
     std::list<int> ids;
     store.Map()->GetClipIDs(ids);
     for (int id : ids) {
@@ -231,10 +230,7 @@ void LxStoreChecker::CheckChunks(const LxStoreIntegrityRecord& record, LxAudioDa
 void LxStoreChecker::CheckPagesAgainst(const LxStoreIntegrityRecord& record, LxAudioDamageReport& report) {
     for (size_t i = 0; i < record.pages.size(); ++i) {
         const int pageID = static_cast<int>(i) * kLxPageRecordBytes;
-        unsigned char bytes[kLxPageRecordBytes] = {};
-        const bool whole = i < pages.size() &&
-                           Member(kPcm)->ReadAt(pageID, bytes, kLxPageRecordBytes) == kLxPageRecordBytes;
-        if (!whole || LxStoreIntegrityRecord::Crc(0, bytes, sizeof bytes) != record.pages[i].recordCrc) {
+        if (i >= pages.size() || recordCrcs[i] != record.pages[i].recordCrc) {
             report.damagedPages.insert(pageID);
             report.damagedPageRecords.insert(pageID);
         } else if (PageDataCrc(pages[i]) != record.pages[i].dataCrc) {

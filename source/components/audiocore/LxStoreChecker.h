@@ -54,5 +54,7 @@ private:
     LxAudioFile& store;
     int64_t sizes[LxStoreIntegrityRecord::kMembers] = {0, 0, 0, 0, 0};
     std::vector<LxPCMData> pages;
+    // CRC-32 of each page record's 36 bytes, read with it.
+    std::vector<uint32_t> recordCrcs;
     std::vector<unsigned char> block;
 };

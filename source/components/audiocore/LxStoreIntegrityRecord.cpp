@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <zlib.h>
+#include "LxPublic/LxStreamUtil.h"
 
 namespace {
 
@@ -15,10 +16,7 @@ void Put32(std::vector<unsigned char>& out, uint32_t value) {
     for (int i = 0; i < 4; ++i) out.push_back(static_cast<unsigned char>(value >> (8 * i)));
 }
 
-uint32_t Get32(const unsigned char* p) {
-    return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) | (static_cast<uint32_t>(p[2]) << 16) |
-           (static_cast<uint32_t>(p[3]) << 24);
-}
+uint32_t Get32(const unsigned char* p) { return LxStreamUtil::GetLe32(p); }
 
 // Reads little-endian words from a section, never past its end.
 class Reader {

@@ -1,12 +1,6 @@
 #include "LxPublic/LxFileLock.h"
 
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#include <windows.h>
+#include "LxWindows.h"
 
 #include <filesystem>
 #include <string>

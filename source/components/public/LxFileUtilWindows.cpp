@@ -1,13 +1,7 @@
 // LxFileUtil's functions that differ between systems: the Windows ones.
 #include "LxPublic/LxFileUtil.h"
 
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#include <windows.h>
+#include "LxWindows.h"
 
 #include <algorithm>
 #include <cwctype>

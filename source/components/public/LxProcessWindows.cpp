@@ -1,12 +1,6 @@
 #include "LxPublic/LxProcess.h"
 
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#include <windows.h>
+#include "LxWindows.h"
 
 int LxProcess::CurrentID() { return static_cast<int>(GetCurrentProcessId()); }
 
