@@ -5,6 +5,7 @@
 // out PCM with each range's volume effect applied. One thread appends to or
 // reads a given clip at a time; the store may be shared. The clip refers to its
 // store, which must outlive it.
+#include <memory>
 #include <vector>
 #include "ILxAudioPlaybackClip.h"
 #include "LxAudioClipBase.h"
@@ -13,6 +14,7 @@
 #include "LxRange.h"
 
 class ILxStream;
+class LxPCMConverter;
 
 class LXAUDIOCORE_API LxAudioClip : public LxAudioClipBase, public ILxAudioPlaybackClip {
 public:
@@ -83,7 +85,6 @@ private:
     void ResetCursor();
     void EnsureBuffer();
     void MoveCursorTo(int rangeIndex, int page, int offset);
-    void CopyFetchedDataToOutputBufferAfterApplyingEffects(int bytes, unsigned char* out, bool mix);
     void FetchAndCopy(int channels, unsigned char* out, int outCapacity, int& bytesWritten, LxPCMData* info, bool mix);
     int FirstValidRangeFrom(int index) const;
 
@@ -97,9 +98,10 @@ private:
     int position = -1;
     int endFrame = -1;
     int fetchChannels = 0;
-    // While appending, the first 176400 bytes are the pending page; while
-    // reading, the fetched page (up to 352800 bytes for a mono page read as stereo).
+    int fetchStoredChannels = 0;
+    // While appending, the pending page; while reading, the fetched page as stored.
     std::vector<unsigned char> buffer;
+    std::unique_ptr<LxPCMConverter> converter;
     int pendingBytes = 0;
     LxRange fetchSpan;
     LxAudioThumbnail thumbnail;

@@ -2,6 +2,7 @@
 // An audio clip that fades in or out while it is played, over a stretch given
 // in milliseconds, without changing the stored audio. The level steps once per
 // frame, linearly from 0 to 1 (fade in) or 1 to 0 (fade out).
+#include <vector>
 #include "LxAudioClip.h"
 #include "LxAudioEffectEnum.h"
 
@@ -31,4 +32,6 @@ private:
     LxAudioEffectEnum effect;
     int effectStartMS;
     int effectDurationMS;
+    // The plain read lands here before the fade; grown as needed, kept between reads.
+    std::vector<unsigned char> fadeBuffer;
 };

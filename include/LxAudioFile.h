@@ -7,6 +7,8 @@
 // to whoever created it (the controller). Every operation takes the store's
 // recursive lock, so one store may be shared by editing, capture, playback and
 // compression threads.
+#include <atomic>
+#include <cstdint>
 #include <list>
 #include <map>
 #include <memory>
@@ -55,6 +57,12 @@ public:
     // False (and a zeroed record) when the page cannot be read.
     bool ReadPageHeader(int pageID, LxPCMData& record);
     void ReadPageData(const LxPCMData& record, int wantedChannels, void* buffer, int bufferBytes, int& bytesRead);
+    // A page's record and its PCM as stored, together under one hold of the
+    // lock: up to bufferBytes of the page's bytes (zeros for a silent page), in
+    // its own channel count. True when the record was read and the page is mono
+    // or stereo; otherwise nothing is read (bytesRead 0) and the record is as
+    // ReadPageHeader leaves it, for the caller to take the ReadPageData path.
+    bool ReadPage(int pageID, LxPCMData& record, void* buffer, int bufferBytes, int& bytesRead);
     void ReadPageThumbnail(int pageID, void* buffer, int bufferBytes, int& bytesRead);
     // Copies one page in its stored form into another store; returns the new page ID or -1.
     int CopyPageTo(int pageID, LxAudioFile& other);
@@ -151,10 +159,18 @@ public:
 private:
     friend class LxAudioCompactor;
     friend class LxAudioCompressor;
+    friend class LxPageRange;
     friend class LxStoreChecker;
     friend class LxStoreSalvager;
 
     void Open();
+    // Counts the times the store's pages were replaced (loaded, cleared,
+    // compacted, closed): a page range keeps what it found in the page records
+    // only while this stays what it was when it looked.
+    uint32_t GetPageEpoch() const { return pageEpoch.load(std::memory_order_acquire); }
+    // The pages the store held are gone: cached thumbnails go, and every page
+    // range checks itself again.
+    void PagesReplaced();
     // The members, or null when the store is closed.
     LxDataStream* Raw() const;
     LxDataStream* Enc() const;
@@ -171,8 +187,7 @@ private:
     // True when the compressor has visited every page and no page record refers
     // to "raw.lxa" any more: a save may then leave the raw data out.
     bool RawDataUnreferenced();
-    // Empties the thumbnail cache when the pages it describes are replaced; entries
-    // a clip still holds wait in retiredThumbnails.
+    // Empties the thumbnail cache; entries a clip still holds wait in retiredThumbnails.
     void DropThumbnailCache();
     // Failed reads or writes of the member files (chunk saves counted as writes).
     int64_t MemberFailures(bool writes) const;
@@ -202,5 +217,6 @@ private:
     int64_t damageBaseline = 0;
     // Set by a verified load that found damage; cleared by the next load or Clear.
     bool loadedDamaged = false;
+    std::atomic<uint32_t> pageEpoch{0};
     std::vector<std::map<int, LxPageThumbnail>::node_type> retiredThumbnails;
 };

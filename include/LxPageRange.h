@@ -3,6 +3,17 @@
 // page to an exclusive byte offset in its last page, with the volume effect that
 // is applied when the stretch is read. A value type: clips are vectors of these.
 // The store is referred to, never owned.
+//
+// The first question about a range (is it valid, how long is it) checks it
+// against the page records once, under the store's lock, and keeps the answers:
+// frames, bytes, channels, and the page lengths positions are worked out from.
+// Later questions are answered from what was kept, without the store, for as
+// long as the four page fields and the store are the ones it was checked with
+// and the store has not replaced its pages since (a load, a clear, a
+// compaction). Changing a field directly is therefore always safe: the range is
+// checked again the next time it is asked. An invalid range keeps nothing and
+// reports on every question, as it always has.
+#include <cstdint>
 #include "LxAudioCoreExport.h"
 #include "LxAudioVolumeEffect.h"
 
@@ -62,5 +73,31 @@ public:
     int endOffset = -1;
 
 private:
+    // What one check against the page records found.
+    struct Kept {
+        int startPage = -1, startOffset = -1, endPage = -1, endOffset = -1;
+        const LxAudioFile* file = nullptr;
+        uint32_t pageEpoch = 0;
+        int frames = 0;
+        int bytes = 0;
+        int channels = 1;
+        int maxChannels = 1;
+        // Frame size of every page, and lengths in bytes of the first page and
+        // of each page between the first and the last, when all pages agree on
+        // them (uniform); otherwise positions are found page record by record.
+        bool uniform = false;
+        int bytesPerFrame = 0;
+        int firstPageBytes = 0;
+        int middlePageBytes = 0;
+    };
+    // Checks the range when what was kept does not describe it; false (and
+    // nothing kept) for an invalid range, which has then been reported.
+    bool Check() const;
+    bool KeptIsCurrent() const;
+    // The checks of IsValid against the page records; reports what is broken.
+    bool CheckAgainstRecords() const;
+
     LxAudioFile* audioFile = nullptr;
+    mutable Kept kept;
+    mutable bool hasKept = false;
 };

@@ -5,22 +5,12 @@
 #include <cstring>
 #include "LxAudioConstants.h"
 #include "LxAudioFile.h"
+#include "LxPCMConverter.h"
 #include "LxPublic/ILxReadWriteStream.h"
 #include "LxPublic/LxAssert.h"
 #include "LxPublic/LxRecursiveLock.h"
 
 static const char* const kSourceFile = "source/components/audiocore/LxAudioClip";
-
-namespace {
-
-// Bytes that a page read as `wanted` channels occupies, from its stored span.
-LxRange ConvertSpan(const LxRange& span, int pageChannels, int wanted) {
-    if (pageChannels == 2 && wanted == 1) return {span.start / 2, span.end / 2};
-    if (pageChannels == 1 && wanted == 2) return {span.start * 2, span.end * 2};
-    return span;
-}
-
-}  // namespace
 
 LxAudioClip::LxAudioClip(LxAudioFile& file, int clipID, LX_AUDIO_CLIP_SOURCE source)
     : LxAudioClipBase(file, -1), clipSource(source) {
@@ -55,7 +45,8 @@ void LxAudioClip::ResetCursor() {
 
 void LxAudioClip::EnsureBuffer() {
     // Allocated once, on first use, and reused by every append and read after.
-    if (buffer.empty()) buffer.resize(kBufferBytes);
+    if (buffer.empty()) buffer.resize(kPageBytes);
+    if (!converter) converter = std::make_unique<LxPCMConverter>();
 }
 
 void LxAudioClip::ReadFromStream(ILxReadWriteStream& stream) {
@@ -303,57 +294,47 @@ void LxAudioClip::FetchAndCopy(int channels, unsigned char* out, int outCapacity
     if (fetchSpan.IsEmpty()) {
         if (currentPage == -1 || currentRangeIndex == -1) return;
         EnsureBuffer();
+        // The page comes as stored; it is converted only as its bytes are handed out.
         LxPCMData record;
-        audioFile->ReadPageHeader(currentPage, record);
+        int got = 0;
+        const bool read = audioFile->ReadPage(currentPage, record, buffer.data(), kPageBytes, got);
         if (info) *info = record;
         int wanted = channels == 0 ? record.channels : channels;
-        int capacity = (record.channels == 1 && wanted == 2) ? kBufferBytes : kPageBytes;
-        int got = 0;
-        audioFile->ReadPageData(record, wanted, buffer.data(), capacity, got);
         fetchChannels = wanted;
-        fetchSpan = ConvertSpan(pageSpan, record.channels, wanted);
+        fetchStoredChannels = record.channels;
+        if (!read || !LxPCMConverter::CanConvert(record.channels, wanted)) {
+            // A page the converter does not take (an unreadable record, a format
+            // other than mono or stereo) goes the general way, which reports it
+            // and hands out what it can as it is.
+            got = 0;
+            audioFile->ReadPageData(record, wanted, buffer.data(), kPageBytes, got);
+            fetchStoredChannels = wanted;
+        }
+        // Offsets in the bytes handed out, that is, after conversion.
+        fetchSpan = {LxPCMConverter::ConvertedOffset(pageSpan.start, record.channels, wanted),
+                     LxPCMConverter::ConvertedOffset(pageSpan.end, record.channels, wanted)};
         // A damaged page may deliver fewer bytes than its record promises, and a
         // damaged range may name offsets outside the page.
-        fetchSpan.end = std::min(fetchSpan.end, std::max(got, 0));
+        const int converted = LxPCMConverter::ConvertedBytes(std::max(got, 0), fetchStoredChannels, wanted);
+        fetchSpan.end = std::min(fetchSpan.end, converted);
         fetchSpan.start = std::clamp(fetchSpan.start, 0, std::max(fetchSpan.end, 0));
         pageSpan = {};
     }
     if (out != nullptr && outCapacity > 0 && !fetchSpan.IsEmpty()) {
         int n = std::min(fetchSpan.Size(), outCapacity);
-        CopyFetchedDataToOutputBufferAfterApplyingEffects(n, out, mix);
+        // The cursor moves on only once the fetched page is used up, so it still
+        // names the range whose effect applies.
+        const LxAudioVolumeEffect* effect =
+            currentRangeIndex >= 0 && currentRangeIndex < static_cast<int>(pageRanges.size())
+                ? &pageRanges[static_cast<size_t>(currentRangeIndex)].effect
+                : nullptr;
+        converter->HandOut(buffer.data(), fetchStoredChannels, fetchChannels, fetchSpan.start, n, effect, mix, out);
         bytesWritten = n;
         fetchSpan.start += n;
     }
     if (fetchSpan.IsEmpty()) AdvanceTheCurrentPage();
     int frameBytes = (channels == 0 ? fetchChannels : channels) * 2;
     if (frameBytes > 0) position += bytesWritten / frameBytes;
-}
-
-void LxAudioClip::CopyFetchedDataToOutputBufferAfterApplyingEffects(int bytes, unsigned char* out, bool mix) {
-    const unsigned char* in = buffer.data() + fetchSpan.start;
-    const LxAudioVolumeEffect* effect =
-        currentRangeIndex >= 0 && currentRangeIndex < static_cast<int>(pageRanges.size())
-            ? &pageRanges[static_cast<size_t>(currentRangeIndex)].effect
-            : nullptr;
-    // The cursor moves on only once the fetched page is used up, so it still
-    // names the range whose effect applies.
-    bool identity = effect == nullptr || effect->IsIdentity();
-    if (identity && !mix) {
-        std::memcpy(out, in, static_cast<size_t>(bytes));
-        return;
-    }
-    int samples = bytes / 2;
-    for (int i = 0; i < samples; ++i) {
-        int16_t sample;
-        std::memcpy(&sample, in + 2 * i, 2);
-        int16_t result = identity ? sample : effect->Transform(sample);
-        if (mix) {
-            int16_t existing;
-            std::memcpy(&existing, out + 2 * i, 2);
-            result = static_cast<int16_t>(static_cast<uint16_t>(existing) + static_cast<uint16_t>(result));
-        }
-        std::memcpy(out + 2 * i, &result, 2);
-    }
 }
 
 // --- thumbnails ------------------------------------------------------------------

@@ -51,10 +51,10 @@ void LxAudioEffectClip::GetNextPCMData(int channels, unsigned char* out, int out
         return;
     }
     const int startPosition = GetPosition();
-    // The plain read goes to a zeroed scratch buffer, so that mixing happens
-    // only once, after the fade.
-    std::vector<unsigned char> scratch(static_cast<size_t>(outCapacity), 0);
-    LxAudioClip::GetNextPCMData(channels, scratch.data(), outCapacity, bytesWritten, info, mix);
+    // The plain read goes to a buffer of its own, unmixed, so that mixing
+    // happens only once, after the fade.
+    if (fadeBuffer.size() < static_cast<size_t>(outCapacity)) fadeBuffer.resize(static_cast<size_t>(outCapacity));
+    LxAudioClip::GetNextPCMData(channels, fadeBuffer.data(), outCapacity, bytesWritten, info, false);
     if (channels < 1) return;
 
     const int startFrame = static_cast<int>(static_cast<float>(effectStartMS) * 0.001f * kLxFrameRateF + 0.5f) + 1;
@@ -65,7 +65,7 @@ void LxAudioEffectClip::GetNextPCMData(int channels, unsigned char* out, int out
     const int64_t samples = std::min<int64_t>(framesRead * channels, bytesWritten / 2);
     if (samples <= 0) return;
 
-    const auto* in = reinterpret_cast<const int16_t*>(scratch.data());
+    const auto* in = reinterpret_cast<const int16_t*>(fadeBuffer.data());
     auto* dst = reinterpret_cast<int16_t*>(out);
     for (int64_t i = 0; i < samples; i += channels) {
         const int64_t frame = startPosition + i / channels;

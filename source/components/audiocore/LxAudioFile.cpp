@@ -66,6 +66,12 @@ void LxAudioFile::ReplaceMembers(std::unique_ptr<LxStoreMembers> fresh, const st
     members->Map().Save();
     members->MoveInto(directory);
     RenumberThumbnails(oldToNewPage);
+    ++pageEpoch;
+}
+
+void LxAudioFile::PagesReplaced() {
+    DropThumbnailCache();
+    ++pageEpoch;
 }
 
 void LxAudioFile::ReserveSilence() {
@@ -169,6 +175,18 @@ void LxAudioFile::ReadPageData(const LxPCMData& record, int wantedChannels, void
                                int& bytesRead) {
     LxRecursiveLock guard(lock);
     if (Pcm()) Pcm()->ReadPageData(record, wantedChannels, buffer, bufferBytes, bytesRead);
+}
+
+bool LxAudioFile::ReadPage(int pageID, LxPCMData& record, void* buffer, int bufferBytes, int& bytesRead) {
+    LxRecursiveLock guard(lock);
+    bytesRead = 0;
+    if (!Pcm()) {
+        ReadPageHeader(pageID, record);  // reports the closed store
+        return false;
+    }
+    if (!Pcm()->ReadPageHeader(pageID, record) || (record.channels != 1 && record.channels != 2)) return false;
+    Pcm()->ReadPageData(record, record.channels, buffer, bufferBytes, bytesRead);
+    return true;
 }
 
 void LxAudioFile::ReadPageThumbnail(int pageID, void* buffer, int bufferBytes, int& bytesRead) {
@@ -276,13 +294,14 @@ void LxAudioFile::Flush() {
 void LxAudioFile::Close() {
     LxRecursiveLock guard(lock);
     if (members) members->Close();
+    ++pageEpoch;
 }
 
 void LxAudioFile::Clear() {
     LxRecursiveLock guard(lock);
     if (!members) return;
     members->Truncate();
-    DropThumbnailCache();
+    PagesReplaced();
     MarkIntact();
 }
 
@@ -390,7 +409,7 @@ bool LxAudioFile::ReadFrom(ILxStream& in) {
     Raw()->SetSavedLength(0);
     Enc()->SetSavedLength(0);
     Pcm()->SetCompressCursor(0);
-    DropThumbnailCache();
+    PagesReplaced();
     if (in.GetReadFailures() != inFailures || MemberFailures(true) + MemberFailures(false) != writeFailures) {
         // Members are half replaced: better an empty store than a wrong one.
         LxAssertFailed("disk failure while loading the store", kSourceFile, __LINE__);
@@ -451,7 +470,7 @@ bool LxAudioFile::ReadFrom(const LxFile& directoryIn) {
     Clip()->LoadChunks(directoryIn);
     Map()->LoadWhole(directoryIn);
     Pcm()->SetCompressCursor(0);
-    DropThumbnailCache();
+    PagesReplaced();
     if (MemberFailures(true) + MemberFailures(false) != writeFailures) {
         LxAssertFailed("disk failure while loading the store", kSourceFile, __LINE__);
         Clear();
@@ -463,7 +482,7 @@ bool LxAudioFile::ReadFrom(const LxFile& directoryIn) {
 
 bool LxAudioFile::FinishLoad(int64_t failuresBefore) {
     Pcm()->SetCompressCursor(0);
-    DropThumbnailCache();
+    PagesReplaced();
     if (MemberFailures(true) + MemberFailures(false) != failuresBefore) {
         LxAssertFailed("disk failure while loading the store", kSourceFile, __LINE__);
         Clear();

@@ -1,4 +1,3 @@
 #include "LxClipDataStream.h"
 
-LxClipDataStream::LxClipDataStream(const LxFile& memberFile, LxPCMDataStream* pcm)
-    : LxMemberStream(memberFile, "clip.lxa"), pcmStream(pcm) {}
+LxClipDataStream::LxClipDataStream(const LxFile& memberFile) : LxMemberStream(memberFile, "clip.lxa") {}

@@ -7,6 +7,7 @@
 #include "LxAudioConstants.h"
 #include "LxCodecVorbis.h"
 #include "LxDataStream.h"
+#include "LxPCMConverter.h"
 #include "LxPublic/LxAssert.h"
 
 #if defined(__SSE2__) || defined(_M_X64)
@@ -315,23 +316,8 @@ void LxPCMDataStream::ReadPageData(const LxPCMData& record, int wantedChannels, 
             bytesRead = n;
             return;
     }
-    if (record.channels == 2 && wantedChannels == 1) {
-        int frames = bytesRead / 4;
-        for (int i = 0; i < frames; ++i) {
-            int32_t sum = int32_t(SampleAt(out, 2 * i)) + int32_t(SampleAt(out, 2 * i + 1));
-            auto mixed = static_cast<int16_t>(sum / 2);
-            std::memcpy(out + 2 * i, &mixed, 2);
-        }
-        bytesRead = frames * 2;
-    } else if (record.channels == 1 && wantedChannels == 2) {
-        // From the last sample down, so the expansion can happen in place.
-        int samples = bytesRead / 2;
-        for (int i = samples - 1; i >= 0; --i) {
-            int16_t s = SampleAt(out, i);
-            std::memcpy(out + 4 * i, &s, 2);
-            std::memcpy(out + 4 * i + 2, &s, 2);
-        }
-        bytesRead = samples * 4;
+    if (record.channels != wantedChannels && LxPCMConverter::CanConvert(record.channels, wantedChannels)) {
+        bytesRead = LxPCMConverter::ConvertInPlace(out, bytesRead, record.channels, wantedChannels);
     } else if (record.channels != wantedChannels) {
         LxAssertFailed("Should have asserted long back!! Format Not Supported!", kSourceFile, __LINE__);
     }

@@ -38,8 +38,6 @@ public:
     void ReadPageThumbnail(int pageID, void* buffer, int bufferBytes, int& bytesRead);
     void CopyPageTo(int pageID, LxPCMDataStream& target, int& newPageID);
 
-    LxDataStream* GetRawStream() const { return rawStream; }
-    LxDataStream* GetEncStream() const { return encStream; }
     LxCodec* GetCodec(int channels) const;
 
     // Record position of the next page the compressor will look at; 0 at

@@ -8,6 +8,7 @@
 #include "LxAudioFile.h"
 #include "LxPublic/ILxReadWriteStream.h"
 #include "LxPublic/LxAssert.h"
+#include "LxPublic/LxRecursiveLock.h"
 
 static const char* const kSourceFile = "source/components/audiocore/LxPageRange";
 
@@ -39,7 +40,15 @@ bool IsSpanSilent(const unsigned char* bytes, int from, int to) {
 
 }  // namespace
 
-bool LxPageRange::IsValid() const {
+bool LxPageRange::IsValid() const { return Check(); }
+
+bool LxPageRange::KeptIsCurrent() const {
+    return hasKept && kept.file == audioFile && kept.startPage == startPage && kept.startOffset == startOffset &&
+           kept.endPage == endPage && kept.endOffset == endOffset && audioFile != nullptr &&
+           kept.pageEpoch == audioFile->GetPageEpoch();
+}
+
+bool LxPageRange::CheckAgainstRecords() const {
     if (audioFile == nullptr) {
         LxAssertFailed("NULL Audio File", kSourceFile, __LINE__);
         return false;
@@ -75,47 +84,114 @@ bool LxPageRange::IsValid() const {
     return true;
 }
 
-int LxPageRange::WorthInFrames() const {
-    if (!IsValid()) return 0;
-    LxPCMData record;
-    if (startPage == endPage) {
-        audioFile->ReadPageHeader(startPage, record);
-        return FramesOnPage(*this, startPage, record);
-    }
-    int frames = 0;
-    for (int page = startPage; page <= endPage; page += kLxPageRecordBytes) {
-        audioFile->ReadPageHeader(page, record);
-        frames += FramesOnPage(*this, page, record);
-    }
-    return frames;
-}
-
-int LxPageRange::WorthInBytes() const {
-    if (!IsValid()) return 0;
-    if (startPage == endPage) return endOffset - startOffset;
-    int bytes = 0;
+bool LxPageRange::Check() const {
+    if (KeptIsCurrent()) return true;
+    hasKept = false;
+    if (audioFile == nullptr) return CheckAgainstRecords();
+    // One pass over the page records, all under one hold of the store's lock.
+    LxRecursiveLock guard(audioFile->GetLock());
+    if (!CheckAgainstRecords()) return false;
+    Kept found;
+    found.file = audioFile;
+    found.pageEpoch = audioFile->GetPageEpoch();
+    found.startPage = startPage;
+    found.startOffset = startOffset;
+    found.endPage = endPage;
+    found.endOffset = endOffset;
+    found.uniform = true;
+    bool channelsKnown = false, stereoSeen = false, recordsReadable = true;
     LxPCMData record;
     for (int page = startPage; page <= endPage; page += kLxPageRecordBytes) {
-        audioFile->ReadPageHeader(page, record);
-        if (page == startPage) {
-            bytes += record.pcmBytes - startOffset;
+        const bool readable = audioFile->ReadPageHeader(page, record);
+        // The widest page counts up to the first record that cannot be read.
+        recordsReadable = recordsReadable && readable;
+        if (recordsReadable && record.channels == 2) stereoSeen = true;
+        if (!channelsKnown) {
+            found.channels = readable && record.channels >= 1 ? record.channels : 1;
+            channelsKnown = true;
+        }
+        found.frames += FramesOnPage(*this, page, record);
+        if (startPage == endPage) {
+            found.bytes = endOffset - startOffset;
+        } else if (page == startPage) {
+            found.bytes += record.pcmBytes - startOffset;
         } else if (page == endPage) {
-            bytes += endOffset;
+            found.bytes += endOffset;
         } else {
-            bytes += record.pcmBytes;
+            found.bytes += record.pcmBytes;
+        }
+        const int bpf = BytesPerFrame(record);
+        if (page == startPage) {
+            found.bytesPerFrame = bpf;
+            found.firstPageBytes = record.pcmBytes;
+        } else if (bpf != found.bytesPerFrame) {
+            found.uniform = false;
+        }
+        if (page != startPage && page != endPage) {
+            if (page == startPage + kLxPageRecordBytes) {
+                found.middlePageBytes = record.pcmBytes;
+            } else if (record.pcmBytes != found.middlePageBytes) {
+                found.uniform = false;
+            }
         }
     }
-    return bytes;
+    found.maxChannels = stereoSeen ? 2 : 1;
+    const bool hasMiddle = endPage - startPage > kLxPageRecordBytes;
+    if (found.bytesPerFrame <= 0 || (hasMiddle && found.middlePageBytes / found.bytesPerFrame <= 0)) {
+        found.uniform = false;
+    }
+    // The answers serve the question being asked; a closed store answers every
+    // question with nothing, so nothing found in it is kept for the next one.
+    kept = found;
+    hasKept = audioFile->IsOpen();
+    return true;
 }
+
+int LxPageRange::WorthInFrames() const { return Check() ? kept.frames : 0; }
+
+int LxPageRange::WorthInBytes() const { return Check() ? kept.bytes : 0; }
 
 void LxPageRange::Translate(int frame, int& page, int& pageOffset) const {
     page = -1;
     pageOffset = -1;
-    if (!IsValid()) return;
+    if (!Check()) return;
     if (frame <= 0) {
         LxAssertFailed("Non positive frame index in Translate", kSourceFile, __LINE__);
         return;
     }
+    if (kept.uniform) {
+        const int bpf = kept.bytesPerFrame;
+        if (startPage == endPage) {
+            if ((endOffset - startOffset) / bpf < frame) return;
+            page = startPage;
+            pageOffset = (frame - 1) * bpf + startOffset;
+            return;
+        }
+        const int firstFrames = (kept.firstPageBytes - startOffset) / bpf;
+        if (frame <= firstFrames) {
+            page = startPage;
+            pageOffset = bpf * (frame - 1) + startOffset;
+            return;
+        }
+        int rest = frame - firstFrames - 1;  // 0-based, past the first page
+        const int middlePages = (endPage - startPage) / kLxPageRecordBytes - 1;
+        if (middlePages > 0) {
+            const int perPage = kept.middlePageBytes / bpf;
+            const int64_t middleFrames = static_cast<int64_t>(perPage) * middlePages;
+            if (rest < middleFrames) {
+                page = startPage + kLxPageRecordBytes * (1 + rest / perPage);
+                pageOffset = bpf * (rest % perPage);
+                return;
+            }
+            rest -= static_cast<int>(middleFrames);
+        }
+        if (rest < endOffset / bpf) {
+            page = endPage;
+            pageOffset = bpf * rest;
+        }
+        return;
+    }
+    // Pages of differing lengths or formats: walked record by record.
     LxPCMData record;
     if (startPage == endPage) {
         audioFile->ReadPageHeader(startPage, record);
@@ -139,14 +215,21 @@ void LxPageRange::Translate(int frame, int& page, int& pageOffset) const {
 }
 
 void LxPageRange::IncrementByOneFrame(int& page, int& pageOffset) const {
-    if (!IsValid()) return;
+    if (!Check()) return;
     if (page < startPage || page > endPage) {
         LxAssertFailed("invalid arg", kSourceFile, __LINE__);
         return;
     }
-    LxPCMData record;
-    audioFile->ReadPageHeader(page, record);
-    int bpf = BytesPerFrame(record);
+    int bpf = 0, pageBytes = 0;
+    if (kept.uniform) {
+        bpf = kept.bytesPerFrame;
+        pageBytes = page == startPage ? kept.firstPageBytes : kept.middlePageBytes;
+    } else {
+        LxPCMData record;
+        audioFile->ReadPageHeader(page, record);
+        bpf = BytesPerFrame(record);
+        pageBytes = record.pcmBytes;
+    }
     if (page == endPage) {
         if (pageOffset > endOffset - bpf) {
             LxAssertFailed("OVerflow. Can't increment pageOffset", kSourceFile, __LINE__);
@@ -157,7 +240,7 @@ void LxPageRange::IncrementByOneFrame(int& page, int& pageOffset) const {
     }
     // Strictly greater: from the last frame the offset first reaches the page
     // length, and only the next step moves to the following page.
-    if (pageOffset > record.pcmBytes - bpf) {
+    if (pageOffset > pageBytes - bpf) {
         page += kLxPageRecordBytes;
         pageOffset = 0;
     } else {
@@ -166,20 +249,11 @@ void LxPageRange::IncrementByOneFrame(int& page, int& pageOffset) const {
 }
 
 int LxPageRange::GetMaximumNumberOfChannels() const {
-    if (!IsValid()) return 1;
-    LxPCMData record;
-    for (int page = startPage; page <= endPage; page += kLxPageRecordBytes) {
-        if (!audioFile->ReadPageHeader(page, record)) break;
-        if (record.channels == 2) return 2;
-    }
-    return 1;
+    return Check() ? kept.maxChannels : 1;
 }
 
 int LxPageRange::GetChannels() const {
-    if (!IsValid()) return 1;
-    LxPCMData record;
-    if (!audioFile->ReadPageHeader(startPage, record) || record.channels < 1) return 1;
-    return record.channels;
+    return Check() ? kept.channels : 1;
 }
 
 bool LxPageRange::IsSilent() const {

@@ -10,7 +10,7 @@ LxStoreMembers::LxStoreMembers(const LxFile& directory)
     : raw(std::make_unique<LxDataStream>(directory.GetChild(kNames[kRaw]), kNames[kRaw])),
       enc(std::make_unique<LxDataStream>(directory.GetChild(kNames[kEnc]), kNames[kEnc])),
       pcm(std::make_unique<LxPCMDataStream>(directory.GetChild(kNames[kPcm]), raw.get(), enc.get())),
-      clip(std::make_unique<LxClipDataStream>(directory.GetChild(kNames[kClip]), pcm.get())),
+      clip(std::make_unique<LxClipDataStream>(directory.GetChild(kNames[kClip]))),
       map(std::make_unique<LxClipMapStream>(directory.GetChild(kNames[kMap]))) {}
 
 LxStoreMembers::~LxStoreMembers() {
