@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <vector>
+#include "ILxClipRecord.h"
 #include "LxAudioCoreExport.h"
 #include "LxPageRange.h"
 #include "LxPageTranslation.h"
@@ -17,7 +18,7 @@ class ILxReadWriteStream;
 
 using LxAudioClipBaseList = std::list<std::unique_ptr<LxAudioClipBase>>;
 
-class LXAUDIOCORE_API LxAudioClipBase {
+class LXAUDIOCORE_API LxAudioClipBase : public ILxClipRecord {
 public:
     // An empty clip; with clipID != -1 it is loaded from the store.
     LxAudioClipBase(LxAudioFile& file, int clipID = -1);
@@ -27,8 +28,9 @@ public:
 
     virtual int WorthInBytes() const;
     virtual int WorthInFrames() const;
-    virtual void ReadFromStream(ILxReadWriteStream& stream);
-    virtual void WriteToStream(ILxReadWriteStream& stream);
+    // The clip's record in "clip.lxa": its page ranges (subclasses add their own fields after them).
+    void ReadFromStream(ILxReadWriteStream& stream) override;
+    void WriteToStream(ILxReadWriteStream& stream) override;
 
     // Persistence through the store: load a record by ID, or store this clip as a
     // new record and return its new ID.

@@ -26,7 +26,7 @@
 class ILxStream;
 class ILxGeneralProgressCallBack;
 class LxZipUpdateInfo;
-class LxAudioClipBase;
+class ILxClipRecord;
 class LxDataStream;
 class LxPCMDataStream;
 class LxClipDataStream;
@@ -45,9 +45,10 @@ public:
     const LxFile& GetDirectory() const { return directory; }
     LxRecursiveMutex& GetLock() const { return lock; }
 
-    // Clip records.
-    int WriteClip(LxAudioClipBase& clip);
-    bool ReadClip(int clipID, LxAudioClipBase& clip);
+    // Clip records: the store finds them through its clip table, and the record
+    // (a clip; see ILxClipRecord) writes and reads its own contents.
+    int WriteClip(ILxClipRecord& clip);
+    bool ReadClip(int clipID, ILxClipRecord& clip);
     // Every stored clip ID, ascending.
     void GetClipIDs(std::list<int>& clipIDs);
 

@@ -5,6 +5,7 @@
 #include <cstring>
 #include "LxAudioConstants.h"
 #include "LxAudioFile.h"
+#include "LxClipRecord.h"
 #include "LxPCMConverter.h"
 #include "LxPublic/ILxReadWriteStream.h"
 #include "LxPublic/LxAssert.h"
@@ -122,26 +123,10 @@ int LxAudioClip::FinishAppendingPCMData(int channels, int sampleRate, int bitsPe
 
 void LxAudioClip::AppendPCMDataFromAClipInsideAnotherAudioFile(LxAudioClip& other) {
     if (pendingBytes != 0) LxAssertFailed("", kSourceFile, __LINE__);
-    LxAudioFile& source = other.GetAudioFile();
-    // Pages are copied in their stored form (a compressed page stays compressed,
-    // with its thumbnail); consecutive pages of a range stay consecutive here.
     for (const LxPageRange& range : other.GetPageRanges()) {
-        if (range.startPage < 0 || range.endPage < range.startPage) {
-            LxAssertFailed("", kSourceFile, __LINE__);
-            continue;
-        }
-        int firstCopy = -1, lastCopy = -1;
-        for (int page = range.startPage; page <= range.endPage; page += kLxPageRecordBytes) {
-            int copy = source.CopyPageTo(page, *audioFile);
-            if (firstCopy == -1) firstCopy = copy;
-            lastCopy = copy;
-        }
-        if (firstCopy == -1 || lastCopy == -1) continue;
-        LxPageRange copied = range;
-        copied.SetAudioFile(audioFile);
-        copied.startPage = firstCopy;
-        copied.endPage = lastCopy;
-        pageRanges.push_back(copied);
+        LxPageRange copied;
+        if (range.startPage < 0 || range.endPage < range.startPage) LxAssertFailed("", kSourceFile, __LINE__);
+        if (LxClipRecord::CopyRange(range, *audioFile, copied)) pageRanges.push_back(copied);
     }
 }
 

@@ -6,6 +6,7 @@
 #include "LxReportSites.h"
 #include "LxAudioConstants.h"
 #include "LxAudioFile.h"
+#include "LxClipRecord.h"
 #include "LxPublic/ILxReadWriteStream.h"
 #include "LxPublic/LxAssert.h"
 
@@ -14,9 +15,6 @@ static const char* const kSourceFile = "source/components/audiocore/LxAudioClip"
 namespace {
 
 constexpr int kTrimBlock = kLxWholeFrameBlockBytes;
-
-// Smallest record of one range: four page fields and the effect count.
-constexpr int64_t kMinRangeRecordBytes = 20;
 
 bool InsideSilence(const LxPageRange& range, const LxPageRange& silence) {
     return silence.startPage >= 0 && range.startPage >= silence.startPage && range.endPage <= silence.endPage;
@@ -131,31 +129,10 @@ bool LxAudioClipBase::ReadFromAudioFile(int clipID) { return audioFile->ReadClip
 int LxAudioClipBase::WriteToAudioFile() { return audioFile->WriteClip(*this); }
 
 void LxAudioClipBase::ReadFromStream(ILxReadWriteStream& stream) {
-    stream.SetWriting(false);
-    int32_t count = 0;
-    stream.Xfer(count);
-    pageRanges.clear();
-    if (count < 1) return;
-    // A count from a damaged record must not size anything beyond what the stream holds.
-    int64_t room = (stream.GetLength() - stream.GetPosition()) / kMinRangeRecordBytes;
-    if (count > room) {
-        LxAssertFailed("clip record longer than its stream", kSourceFile, __LINE__);
-        count = static_cast<int32_t>(std::max<int64_t>(room, 0));
-    }
-    pageRanges.reserve(static_cast<size_t>(count));
-    for (int32_t i = 0; i < count && !stream.IsEndOfStream(); ++i) {
-        LxPageRange range(audioFile);
-        range.Serialize(stream);
-        pageRanges.push_back(range);
-    }
+    LxClipRecord::ReadRanges(stream, audioFile, pageRanges);
 }
 
-void LxAudioClipBase::WriteToStream(ILxReadWriteStream& stream) {
-    stream.SetWriting(true);
-    int32_t count = static_cast<int32_t>(pageRanges.size());
-    stream.Xfer(count);
-    for (LxPageRange& range : pageRanges) range.Serialize(stream);
-}
+void LxAudioClipBase::WriteToStream(ILxReadWriteStream& stream) { LxClipRecord::WriteRanges(stream, pageRanges); }
 
 int LxAudioClipBase::WorthInBytes() const {
     int bytes = 0;
@@ -412,13 +389,5 @@ void LxAudioClipBase::Split(const std::list<int>& points, std::list<int>& newCli
 }
 
 void LxAudioClipBase::ApplyCorrection(const std::map<int, int>& pageShift) {
-    if (pageShift.empty()) return;
-    for (LxPageRange& range : pageRanges) {
-        // The shift for both ends is chosen by the start page alone.
-        auto it = pageShift.upper_bound(range.startPage);
-        if (it == pageShift.begin()) continue;
-        --it;
-        range.startPage -= it->second;
-        range.endPage -= it->second;
-    }
+    LxClipRecord::ApplyCorrection(pageRanges, pageShift);
 }

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <optional>
 #include "LxAudioConstants.h"
-#include "LxAudioClip.h"
 #include "LxAudioFile.h"
 #include "LxClipDataStream.h"
 #include "LxClipMapStream.h"
+#include "LxClipRecord.h"
 #include "LxDataStream.h"
 #include "LxPCMDataStream.h"
 #include "LxStoreMembers.h"
@@ -79,9 +79,9 @@ bool LxAudioCompactor::Run(std::list<int>& clipIDs, ILxGeneralProgressCallBack* 
     int done = 0;
     for (int id : tableIDs) {
         if (id != -1 && std::find(clipIDs.begin(), clipIDs.end(), id) != clipIDs.end()) {
-            LxAudioClipBase clip(store, -1);
+            LxClipRecord clip(&store);
             store.ReadClip(id, clip);
-            for (const LxPageRange& range : clip.GetPageRanges()) {
+            for (const LxPageRange& range : clip.ranges) {
                 // Bounded by the records that exist, whatever a damaged range says.
                 int last = std::min(range.endPage, pcmSize - kLxPageRecordBytes);
                 for (int page = std::max(range.startPage, kLxFirstOrdinaryPage); page <= last;
@@ -139,10 +139,12 @@ bool LxAudioCompactor::Run(std::list<int>& clipIDs, ILxGeneralProgressCallBack* 
         }
         ILxReadWriteStream* oldClips = store.Clip()->GetStream();
         ILxReadWriteStream* newClips = fresh->Clip().GetStream();
-        LxAudioClip clip(store, -1);
+        LxClipRecord clip(&store);
         oldClips->Seek(*position, kLxSeekBegin);
         clip.ReadFromStream(*oldClips);
-        clip.ApplyCorrection(correction);
+        // Each range is checked once as it is read, and reported when broken.
+        for (const LxPageRange& range : clip.ranges) range.IsValid();
+        LxClipRecord::ApplyCorrection(clip.ranges, correction);
         newClips->Seek(0, kLxSeekEnd);
         auto newPosition = static_cast<uint32_t>(newClips->GetPosition());
         clip.WriteToStream(*newClips);

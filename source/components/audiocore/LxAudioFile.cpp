@@ -7,11 +7,11 @@
 #include <thread>
 #include <vector>
 #include "LxAudioConstants.h"
-#include "LxAudioClip.h"
-#include "LxAudioClipBase.h"
+#include "ILxClipRecord.h"
 #include "LxAudioCompactor.h"
 #include "LxAudioCompressor.h"
 #include "LxClipDataStream.h"
+#include "LxClipRecord.h"
 #include "LxClipMapStream.h"
 #include "LxCodecVorbis.h"
 #include "LxDataStream.h"
@@ -108,7 +108,7 @@ bool LxAudioFile::IsOpen() const {
     return Map() != nullptr;
 }
 
-int LxAudioFile::WriteClip(LxAudioClipBase& clip) {
+int LxAudioFile::WriteClip(ILxClipRecord& clip) {
     LxRecursiveLock guard(lock);
     if (!Map() || !Clip() || !Clip()->GetStream()) return -1;
     int clipID = Map()->GetNextClipID();
@@ -129,7 +129,7 @@ int LxAudioFile::WriteClip(LxAudioClipBase& clip) {
     return clipID;
 }
 
-bool LxAudioFile::ReadClip(int clipID, LxAudioClipBase& clip) {
+bool LxAudioFile::ReadClip(int clipID, ILxClipRecord& clip) {
     LxRecursiveLock guard(lock);
     if (!Map() || !Clip() || !Clip()->GetStream()) return false;
     std::optional<uint32_t> position = Map()->Find(clipID);
@@ -698,9 +698,17 @@ void LxAudioFile::AppendAudioFileFrom(LxAudioFile& other, std::map<int, int>& id
     std::list<int> clipIDs;
     other.GetClipIDs(clipIDs);
     for (int oldID : clipIDs) {
-        LxAudioClip copy(*this, -1, LX_AUDIO_CLIP_SOURCE_OTHER);
-        LxAudioClip original(other, oldID, LX_AUDIO_CLIP_SOURCE_OTHER);
-        copy.AppendPCMDataFromAClipInsideAnotherAudioFile(original);
+        LxClipRecord original(&other);
+        if (other.ReadClip(oldID, original)) {
+            // Each range is checked once as it is read, and reported when broken.
+            for (const LxPageRange& range : original.ranges) range.IsValid();
+        }
+        LxClipRecord copy(this);
+        for (const LxPageRange& range : original.ranges) {
+            LxPageRange copied;
+            if (range.startPage < 0 || range.endPage < range.startPage) LxAssertFailed("", kSourceFile, __LINE__);
+            if (LxClipRecord::CopyRange(range, *this, copied)) copy.ranges.push_back(copied);
+        }
         idMap[oldID] = WriteClip(copy);
     }
 }

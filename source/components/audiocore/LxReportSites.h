@@ -23,6 +23,7 @@ constexpr const char* kWaveDevice = "source/components/audiocore/WLxAudioMMIO";
 // Clips: translations, sub-clips, edits, effects and merging.
 constexpr LxReportSite kInvalidTranslation{kAudioClip, 141};
 constexpr LxReportSite kEmptyRange{kAudioClip, 147};
+constexpr LxReportSite kClipRecordLongerThanStream{kAudioClip, 142};
 constexpr LxReportSite kDeleteWholeClip{kAudioClip, 1650};
 constexpr LxReportSite kDeleteInvalidRange{kAudioClip, 1656};
 constexpr LxReportSite kInsertInvalidRange{kAudioClip, 1751};

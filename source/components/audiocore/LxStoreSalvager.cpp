@@ -1,11 +1,10 @@
 #include "LxStoreSalvager.h"
 
 #include "LxAudioConstants.h"
-#include "LxAudioClip.h"
-#include "LxAudioClipBase.h"
 #include "LxAudioFile.h"
 #include "LxClipDataStream.h"
 #include "LxClipMapStream.h"
+#include "LxClipRecord.h"
 #include "LxPCMData.h"
 #include "LxPublic/LxRecursiveLock.h"
 
@@ -20,18 +19,18 @@ int LxStoreSalvager::Run(LxAudioFile& source, LxAudioFile& target, const LxAudio
         if (report.unreadableClips.count(clipID) != 0) continue;
         // The record is read at the position the report trusts, not through
         // this store's clip table, which may be the damaged part.
-        LxAudioClipBase original(source, -1);
+        LxClipRecord original(&source);
         ILxReadWriteStream* records = source.Clip()->GetStream();
         records->Seek(position, kLxSeekBegin);
         original.ReadFromStream(*records);
         bool hurt = false;
-        for (const LxPageRange& range : original.GetPageRanges()) {
+        for (const LxPageRange& range : original.ranges) {
             for (int page = range.startPage; !hurt && page <= range.endPage; page += kLxPageRecordBytes)
                 hurt = report.damagedPages.count(page) != 0;
         }
         if (hurt && !fillDamaged) continue;
-        LxAudioClip copy(target, -1, LX_AUDIO_CLIP_SOURCE_OTHER);
-        for (const LxPageRange& range : original.GetPageRanges()) {
+        LxClipRecord copy(&target);
+        for (const LxPageRange& range : original.ranges) {
             // A lost page takes the channel count of the range's other pages.
             int channels = 1;
             LxPCMData record;
@@ -59,7 +58,7 @@ int LxStoreSalvager::Run(LxAudioFile& source, LxAudioFile& target, const LxAudio
             moved.SetAudioFile(&target);
             moved.startPage = first;
             moved.endPage = last;
-            copy.AppendPageRange(moved);
+            copy.ranges.push_back(moved);
         }
         const int newID = target.WriteClip(copy);
         if (newID < 1) continue;
