@@ -163,6 +163,7 @@ private:
     friend class LxPageRange;
     friend class LxStoreChecker;
     friend class LxStoreSalvager;
+    friend class LxStorePersistence;
 
     void Open();
     // Counts the times the store's pages were replaced (loaded, cleared,
@@ -196,13 +197,6 @@ private:
     void MarkIntact();
     // Reports and returns true when the store is damaged.
     bool RefuseDamagedSave() const;
-    // The chunk files of a directory save (WriteTo and WriteVerifiedTo).
-    bool SaveChunkFiles(const LxFile& directoryOut, bool incremental, LxZipUpdateInfo* info);
-    // Resets what lives only in memory after the members were replaced by a
-    // load; false (store cleared) when the load failed on disk.
-    bool FinishLoad(int64_t failuresBefore);
-    // Runs the checks of a verified load and takes the store as loaded damaged when they find damage.
-    bool CheckLoaded(const class LxStoreIntegrityRecord* record, LxAudioDamageReport& report);
 
     LxFile directory;
     // The five member files; null when the store is closed.

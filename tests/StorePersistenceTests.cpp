@@ -194,7 +194,10 @@ TEST(StorePersistence, IncompleteChunkDirectoriesAreRefusedBeforeAnythingChanges
         else file.Delete();
         AssertRecorder recorder;
         EXPECT_FALSE(store.ReadFrom(save.Dir()));
-        ExpectReportFrom(recorder, "saved store member is incomplete", "audiocore/LxAudioFile");
+        // Saving and loading moved out of LxAudioFile.cpp; its reports kept the store's file name.
+        ExpectSingleReport(recorder, "saved store member is incomplete", "source/components/audiocore/LxAudioFile",
+                           SourceLineOf("source/components/audiocore/LxStorePersistence.cpp",
+                                        "\"saved store member is incomplete\""));
         WriteFileBytes(file, good);
     }
     store.Flush();

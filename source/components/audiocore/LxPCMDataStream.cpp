@@ -149,31 +149,33 @@ void LxPCMDataStream::AppendPage(const void* pcm, int pcmBytes, int channels, in
         AppendSilentPage(pcmBytes, channels, sampleRate, bitsPerSample, pageID);
         return;
     }
-    LxPCMData record;
-    record.codec = kLxPageCodecRaw;
-    record.pcmBytes = pcmBytes;
+    LxPCMData record = MakeRecord(kLxPageCodecRaw, pcmBytes, channels, sampleRate, bitsPerSample);
     record.dataRange = rawStream->Append(bytes, pcmBytes);
     record.thumbnailRange = thumbRange;
-    record.channels = channels;
-    record.sampleRate = sampleRate;
-    record.bitsPerSample = bitsPerSample;
-    stream->Seek(0, kLxSeekEnd);
-    pageID = static_cast<int>(stream->GetPosition());
-    WritePageHeader(record);
+    pageID = AppendRecord(record);
 }
 
 void LxPCMDataStream::AppendSilentPage(int pcmBytes, int channels, int sampleRate, int bitsPerSample, int& pageID) {
     pageID = -1;
     if (!stream) return;
+    pageID = AppendRecord(MakeRecord(kLxPageCodecSilent, pcmBytes, channels, sampleRate, bitsPerSample));
+}
+
+LxPCMData LxPCMDataStream::MakeRecord(int codec, int pcmBytes, int channels, int sampleRate, int bitsPerSample) {
     LxPCMData record;
-    record.codec = kLxPageCodecSilent;
+    record.codec = codec;
     record.pcmBytes = pcmBytes;
     record.channels = channels;
     record.sampleRate = sampleRate;
     record.bitsPerSample = bitsPerSample;
+    return record;
+}
+
+int LxPCMDataStream::AppendRecord(const LxPCMData& record) {
     stream->Seek(0, kLxSeekEnd);
-    pageID = static_cast<int>(stream->GetPosition());
+    const int pageID = static_cast<int>(stream->GetPosition());
     WritePageHeader(record);
+    return pageID;
 }
 
 bool LxPCMDataStream::ReadPageHeader(int pageID, LxPCMData& record) {
@@ -353,7 +355,5 @@ void LxPCMDataStream::CopyPageTo(int pageID, LxPCMDataStream& target, int& newPa
         LxAssertFailed("", kSourceFile, __LINE__);
     }
     if (!target.stream) return;
-    target.stream->Seek(0, kLxSeekEnd);
-    newPageID = static_cast<int>(target.stream->GetPosition());
-    target.WritePageHeader(record);
+    newPageID = target.AppendRecord(record);
 }

@@ -57,6 +57,9 @@ private:
     // "pcm.lxa" of any length cannot make the copies grow without bound.
     static constexpr size_t kMaxKnownRecords = size_t{1} << 20;
 
+    static LxPCMData MakeRecord(int codec, int pcmBytes, int channels, int sampleRate, int bitsPerSample);
+    // Writes record after the last one and returns its page ID.
+    int AppendRecord(const LxPCMData& record);
     // Whether ReadPageHeader accepts the record's format fields.
     static bool IsReadable(const LxPCMData& record);
     // Drops every remembered record when the file failed a read or write since
