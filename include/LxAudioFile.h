@@ -32,6 +32,7 @@ class LxPCMDataStream;
 class LxClipDataStream;
 class LxClipMapStream;
 class LxStoreMembers;
+class LxThumbnailCache;
 
 class LXAUDIOCORE_API LxAudioFile {
 public:
@@ -183,14 +184,9 @@ private:
     // go), and cached thumbnails follow their pages to the new IDs.
     void ReplaceMembers(std::unique_ptr<LxStoreMembers> fresh, const std::map<int, int>& oldToNewPage);
     void ReserveSilence();
-    // After compaction: cache entries follow their pages to the new IDs; entries
-    // of dropped pages go, or wait in retiredThumbnails while a clip still uses them.
-    void RenumberThumbnails(const std::map<int, int>& oldToNewPage);
     // True when the compressor has visited every page and no page record refers
     // to "raw.lxa" any more: a save may then leave the raw data out.
     bool RawDataUnreferenced();
-    // Empties the thumbnail cache; entries a clip still holds wait in retiredThumbnails.
-    void DropThumbnailCache();
     // Failed reads or writes of the member files (chunk saves counted as writes).
     int64_t MemberFailures(bool writes) const;
     // Takes the present failures as the store's healthy state.
@@ -207,11 +203,10 @@ private:
     // lock) and by whatever replaces the member objects it encodes with
     // (compaction, destruction); always taken before the store's lock.
     LxMutex compressorMutex;
-    std::map<int, LxPageThumbnail> thumbnailCache;
+    std::unique_ptr<LxThumbnailCache> thumbnails;
     // Failures that had happened when the store was last known whole.
     int64_t damageBaseline = 0;
     // Set by a verified load that found damage; cleared by the next load or Clear.
     bool loadedDamaged = false;
     std::atomic<uint32_t> pageEpoch{0};
-    std::vector<std::map<int, LxPageThumbnail>::node_type> retiredThumbnails;
 };

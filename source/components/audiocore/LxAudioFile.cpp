@@ -29,11 +29,13 @@
 #include "LxStoreMembers.h"
 #include "LxStorePersistence.h"
 #include "LxStoreSalvager.h"
+#include "LxThumbnailCache.h"
 
 static const char* const kSourceFile = "source/components/audiocore/LxAudioFile";
 
 
-LxAudioFile::LxAudioFile(const LxFile& storeDirectory) : directory(storeDirectory), silenceRange(this) {
+LxAudioFile::LxAudioFile(const LxFile& storeDirectory)
+    : directory(storeDirectory), silenceRange(this), thumbnails(std::make_unique<LxThumbnailCache>()) {
     silenceRange.effect = LxAudioVolumeEffect(1.0f, 0.0f, 1.0f);
     LxRecursiveLock guard(lock);
     Open();
@@ -48,8 +50,7 @@ LxAudioFile::~LxAudioFile() {
         // Destroying the members deletes their files.
         members.reset();
     }
-    thumbnailCache.clear();
-    retiredThumbnails.clear();
+    thumbnails.reset();
 }
 
 void LxAudioFile::Open() { members = std::make_unique<LxStoreMembers>(directory); }
@@ -66,12 +67,12 @@ void LxAudioFile::ReplaceMembers(std::unique_ptr<LxStoreMembers> fresh, const st
     members = std::move(fresh);
     members->Map().Save();
     members->MoveInto(directory);
-    RenumberThumbnails(oldToNewPage);
+    thumbnails->Renumber(oldToNewPage);
     ++pageEpoch;
 }
 
 void LxAudioFile::PagesReplaced() {
-    DropThumbnailCache();
+    thumbnails->Drop();
     ++pageEpoch;
 }
 
@@ -207,62 +208,12 @@ int LxAudioFile::CopyPageTo(int pageID, LxAudioFile& other) {
 
 LxPageThumbnail* LxAudioFile::GetPageThumbnail(int pageID) {
     LxRecursiveLock guard(lock);
-    auto it = thumbnailCache.find(pageID);
-    if (it != thumbnailCache.end()) return &it->second;
-    if (!Pcm()) return nullptr;
-    LxPCMData record;
-    if (!Pcm()->ReadPageHeader(pageID, record)) return nullptr;
-    int capacity = record.channels > 0 ? (1960 / record.channels) * 2 : 0;
-    std::vector<unsigned char> bytes(static_cast<size_t>(std::max(capacity, 0)));
-    int got = 0;
-    if (capacity > 0) Pcm()->ReadPageThumbnail(pageID, bytes.data(), capacity, got);
-    got = std::clamp(got, 0, capacity);
-    LxPageThumbnail entry;
-    entry.channels = record.channels;
-    entry.sampleRate = record.sampleRate;
-    entry.bitsPerSample = record.bitsPerSample;
-    entry.points.resize(static_cast<size_t>(got / 4));
-    for (size_t i = 0; i < entry.points.size(); ++i) {
-        const unsigned char* p = bytes.data() + 4 * i;
-        entry.points[i] = static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) |
-                          (static_cast<uint32_t>(p[2]) << 16) | (static_cast<uint32_t>(p[3]) << 24);
-    }
-    return &thumbnailCache.emplace(pageID, std::move(entry)).first->second;
+    return Pcm() ? thumbnails->Get(pageID, *Pcm()) : nullptr;
 }
 
 void LxAudioFile::ReleaseUnusedThumbnails() {
     LxRecursiveLock guard(lock);
-    for (auto it = thumbnailCache.begin(); it != thumbnailCache.end();) {
-        it = it->second.useCount < 1 ? thumbnailCache.erase(it) : std::next(it);
-    }
-    retiredThumbnails.erase(std::remove_if(retiredThumbnails.begin(), retiredThumbnails.end(),
-                                           [](const auto& node) { return node.mapped().useCount < 1; }),
-                            retiredThumbnails.end());
-}
-
-void LxAudioFile::RenumberThumbnails(const std::map<int, int>& oldToNewPage) {
-    // Entries move as map nodes, so clips that hold an entry keep a valid pointer.
-    std::vector<std::map<int, LxPageThumbnail>::node_type> moved;
-    while (!thumbnailCache.empty()) {
-        auto node = thumbnailCache.extract(thumbnailCache.begin());
-        auto target = oldToNewPage.find(node.key());
-        if (target != oldToNewPage.end()) {
-            node.key() = target->second;
-            moved.push_back(std::move(node));
-        } else if (node.mapped().useCount >= 1) {
-            retiredThumbnails.push_back(std::move(node));
-        }
-    }
-    for (auto& node : moved) thumbnailCache.insert(std::move(node));
-}
-
-void LxAudioFile::DropThumbnailCache() {
-    // Entries that a clip still holds stay alive (the clip keeps a pointer to
-    // them) until it lets go and ReleaseUnusedThumbnails frees them.
-    while (!thumbnailCache.empty()) {
-        auto node = thumbnailCache.extract(thumbnailCache.begin());
-        if (node.mapped().useCount >= 1) retiredThumbnails.push_back(std::move(node));
-    }
+    thumbnails->ReleaseUnused();
 }
 
 LxPageRange LxAudioFile::GetSilenceRange() const {
