@@ -71,7 +71,7 @@ TEST_F(CaptureJournal, WhatARunningCaptureHasOnDiskRebuildsItsRecording) {
     // 3.5 s and 33 frames, captured and not stopped: a kill now loses nothing.
     std::vector<unsigned char> input = MonoBytes(154350 + 33, 5);
     ASSERT_TRUE(controller.StartCapture(0, -1.0f, true, nullptr, nullptr));
-    Feed(input);
+    ASSERT_NO_FATAL_FAILURE(Feed(input));
     std::vector<LxFile> journals = Journals(controller);
     ASSERT_EQ(journals.size(), 1u);
     // The journal thread writes each buffer as it passes it on; once the
@@ -134,7 +134,7 @@ TEST_F(CaptureJournal, EndedRecordingsStayUntilASaveCommitsThem) {
     {
         LxAudioController controller(parent);
         ASSERT_TRUE(controller.StartCapture(0, -1.0f, true, nullptr, nullptr));
-        Feed(input);
+        ASSERT_NO_FATAL_FAILURE(Feed(input));
         const int clipID = controller.StopCapture();
         stored = ClipBytes(controller, clipID);
         EXPECT_EQ(controller.GetUncommittedRecordingCount(), 1);
@@ -160,7 +160,7 @@ TEST_F(CaptureJournal, EndedRecordingsStayUntilASaveCommitsThem) {
     {
         LxAudioController controller(parent);
         ASSERT_TRUE(controller.StartCapture(0, -1.0f, true, nullptr, nullptr));
-        Feed(input);
+        ASSERT_NO_FATAL_FAILURE(Feed(input));
         ASSERT_NE(controller.StopCapture(), -1);
         auto out = LxStreamUtil::CreateFileStreamReadWrite(scratch.Child("saved.lxp"), kLxStreamWrite, 0x3f3f3f3f,
                                                            0x3f3f3f3f);
@@ -176,7 +176,7 @@ TEST_F(CaptureJournal, EndedRecordingsStayUntilASaveCommitsThem) {
         LxAudioController controller;
         temporary = controller.GetTemporaryDirectory();
         ASSERT_TRUE(controller.StartCapture(0, -1.0f, true, nullptr, nullptr));
-        Feed(input);
+        ASSERT_NO_FATAL_FAILURE(Feed(input));
     }
     EXPECT_FALSE(temporary.Exists());
 }
