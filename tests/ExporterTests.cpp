@@ -8,7 +8,6 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
-#include <numbers>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -21,6 +20,7 @@
 #include "ProgressRecorder.h"
 #include "StoreHelpers.h"
 #include "TempDir.h"
+#include "VoiceSignal.h"
 #include "WavWriter.h"
 
 namespace {
@@ -66,9 +66,6 @@ public:
         ++pulls;
     }
 };
-
-// A tone of frequency f and amplitude a (of full scale) at rate r, sample i.
-double Tone(double f, double a, double r, int i) { return a * std::sin(2.0 * std::numbers::pi * f * i / r); }
 
 }  // namespace
 
@@ -163,10 +160,8 @@ TEST(WavExporter, ExportsExactlyThePortionAndConvertsChannels) {
     std::vector<int16_t> mono = MakeRamp(900, 1, 9);
     int monoID = StoreClip(controller, mono, 1);
     ASSERT_GT(monoID, 0);
-    std::vector<int16_t> doubled;
-    for (int16_t s : mono) doubled.insert(doubled.end(), {s, s});
     ASSERT_EQ(controller.GetWAVExporter(2, 44100, 16, nullptr, nullptr)->Export(monoID, tmp.Child("stereo.wav")), 0);
-    EXPECT_EQ(FileBytes(tmp.Child("stereo.wav")), Wave16(2, doubled));
+    EXPECT_EQ(FileBytes(tmp.Child("stereo.wav")), Wave16(2, BothSides(mono)));
     // 24-bit mono of an odd frame count has a pad byte after the data.
     ASSERT_EQ(controller.GetWAVExporter(1, 44100, 24, nullptr, nullptr)->Export(*controller.GetClip(monoID), 3, 6, tmp.Child("pad.wav")), 0);
     std::vector<uint8_t> padded = FileBytes(tmp.Child("pad.wav"));

@@ -14,12 +14,6 @@ namespace {
 
 const char* const kClipFile = "source/components/audiocore/LxAudioClip";
 
-std::vector<int16_t> ToStereo(const std::vector<int16_t>& mono) {
-    std::vector<int16_t> out;
-    for (int16_t s : mono) out.insert(out.end(), {s, s});
-    return out;
-}
-
 }  // namespace
 
 TEST(MergedStream, PlacesWeightsPadsAndAdds) {
@@ -38,7 +32,7 @@ TEST(MergedStream, PlacesWeightsPadsAndAdds) {
 
     // Expected: the halved voice everywhere; the music from 1 s to 2 s, its
     // first half second at 0.5 and the rest at 0.25; silence elsewhere.
-    std::vector<int16_t> expected = ToStereo(voice);
+    std::vector<int16_t> expected = BothSides(voice);
     for (auto& s : expected) s = Scaled(s, 0.5f);
     for (int f = 0; f < 44100; ++f) {
         const float w = f < 22050 ? 0.5f : 0.25f;

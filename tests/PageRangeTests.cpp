@@ -8,6 +8,7 @@
 #include "LxAudioFile.h"
 #include "LxPublic/LxMemoryStream.h"
 #include "PcmHelpers.h"
+#include "StoreHelpers.h"
 #include "TempDir.h"
 
 namespace {
@@ -21,12 +22,8 @@ int RangeLine(const char* snippet) { return SourceLineOf("source/components/audi
 class PageRangeTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        for (int i = 0; i < 3; ++i) Append(MakeRamp(44100, 2, i), 2);
-        Append(MakeRamp(1000, 1, 9), 1);
-    }
-    void Append(const std::vector<int16_t>& pcm, int channels) {
-        int page = -1;
-        store.AppendPage(pcm.data(), static_cast<int>(pcm.size() * 2), channels, 44100, 16, page);
+        for (int i = 0; i < 3; ++i) AppendPage(store, MakeRamp(44100, 2, i), 2);
+        AppendPage(store, MakeRamp(1000, 1, 9), 1);
     }
     LxPageRange Range(int startPage, int startOffset, int endPage, int endOffset) {
         return LxPageRange(&store, LxAudioVolumeEffect(), startPage, startOffset, endPage, endOffset);
@@ -69,15 +66,13 @@ TEST_F(PageRangeTest, ValidationReportsEachBrokenInvariant) {
     }
 }
 
-TEST_F(PageRangeTest, CountsFramesWithEachPagesOwnFormat) {
+TEST_F(PageRangeTest, CountsFramesWithEachPagesOwnFormatAndStepsAcrossPagesInTwo) {
     EXPECT_EQ(Range(180, 4000, 216, 400).WorthInFrames(), (176400 - 4000) / 4 + 100);
     // Stereo pages then the mono page: 3 x 44100 + 1000 frames.
     EXPECT_EQ(Range(180, 0, 288, 2000).WorthInFrames(), 3 * 44100 + 1000);
     EXPECT_EQ(Range(288, 0, 288, 2000).GetChannels(), 1);
     EXPECT_EQ(Range(180, 0, 288, 2000).GetMaximumNumberOfChannels(), 2);
-}
 
-TEST_F(PageRangeTest, IncrementsInTwoStepsAcrossPages) {
     LxPageRange range = Range(180, 0, 216, 8);
     int page = 180, offset = 176396;  // the last frame of page 180
     range.IncrementByOneFrame(page, offset);
@@ -139,8 +134,8 @@ TEST_F(PageRangeTest, SilenceIsTheReservedPagesOrAllZeroBytes) {
     EXPECT_TRUE(Range(36, 100, 72, 50).IsSilent());
     // An all-zero page is stored as a silent page (324); the raw page after it
     // (360) is zero for its first 1000 bytes.
-    Append(std::vector<int16_t>(1000, 0), 1);
-    Append(MakePcm(1000, 1, [](int i) { return i < 500 ? 0 : 7; }), 1);
+    AppendPage(store, std::vector<int16_t>(1000, 0), 1);
+    AppendPage(store, MakePcm(1000, 1, [](int i) { return i < 500 ? 0 : 7; }), 1);
     LxPCMData record;
     ASSERT_TRUE(store.ReadPageHeader(324, record));
     EXPECT_EQ(record.codec, kLxPageCodecSilent);

@@ -6,7 +6,7 @@
 #include "AssertRecorder.h"
 #include "LxPublic/LxExceptionUtils.h"
 #include "LxPublic/LxFileLock.h"
-#include "LxPublic/LxStreamUtil.h"
+#include "StoreHelpers.h"
 #include "TempDir.h"
 
 namespace {
@@ -26,25 +26,6 @@ TEST(PlatformBasics, HandlersTakeReportsWithoutText) {
     EXPECT_EQ(gLastWhat, "reader: unknown exception");
 }
 
-namespace {
-
-void WriteMarker(const LxFile& file, const char* text) {
-    auto out = LxStreamUtil::CreateFileStreamReadWrite(file, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
-    ASSERT_TRUE(out);
-    out->Write(text, static_cast<int>(std::char_traits<char>::length(text)));
-    out->Close();
-}
-
-std::string ReadMarker(const LxFile& file) {
-    auto in = LxStreamUtil::CreateFileStreamRead(file);
-    if (!in) return "";
-    std::string text(static_cast<size_t>(in->GetLength()), '\0');
-    in->Read(text.data(), static_cast<int>(text.size()));
-    return text;
-}
-
-}  // namespace
-
 // Two holders of one lock, each way it can be taken: readers share, a writer
 // holds alone, and a lock on what is at a path survives a rename over it.
 TEST(PlatformBasics, FileLocksBetweenTwoHolders) {
@@ -52,7 +33,7 @@ TEST(PlatformBasics, FileLocksBetweenTwoHolders) {
     using Result = LxFileLock::Result;
     TempDir temp;
     const LxFile file = temp.Child("project.lxp");
-    WriteMarker(file, "old");
+    WriteFileBytes(file, {'o', 'l', 'd'});
     const LxFile folder = temp.Child("folder");
     ASSERT_TRUE(folder.CreateDirectories());
 
@@ -90,7 +71,7 @@ TEST(PlatformBasics, FileLocksBetweenTwoHolders) {
     LxFileLock holder, other;
     ASSERT_EQ(holder.LockWhatIsAt(file, Mode::kExclusive), Result::kLocked);
     const LxFile saved = temp.Child("saved.lxp");
-    WriteMarker(saved, "new");
+    WriteFileBytes(saved, {'n', 'e', 'w'});
     ASSERT_TRUE(saved.RenameTo(file));
     EXPECT_EQ(holder.LockWhatIsAt(file, Mode::kExclusive), Result::kLocked);
     EXPECT_EQ(other.LockWhatIsAt(file, Mode::kShared), Result::kBusy);
@@ -107,14 +88,15 @@ TEST(PlatformBasics, ExchangeDirectoriesSwapsOrLeavesBoth) {
     const LxFile a = temp.Child("a");
     const LxFile b = temp.Child("b");
     ASSERT_TRUE(a.CreateDirectories() && b.CreateDirectories());
-    WriteMarker(a.GetChild("marker"), "a");
-    WriteMarker(b.GetChild("marker"), "b");
+    const std::vector<uint8_t> markA{'a'}, markB{'b'};
+    WriteFileBytes(a.GetChild("marker"), markA);
+    WriteFileBytes(b.GetChild("marker"), markB);
     const bool swapped = LxFileUtil::ExchangeDirectories(a, b);
 #if defined(__linux__)
     EXPECT_TRUE(swapped);
 #endif
-    EXPECT_EQ(ReadMarker(a.GetChild("marker")), swapped ? "b" : "a");
-    EXPECT_EQ(ReadMarker(b.GetChild("marker")), swapped ? "a" : "b");
+    EXPECT_EQ(FileBytes(a.GetChild("marker")), swapped ? markB : markA);
+    EXPECT_EQ(FileBytes(b.GetChild("marker")), swapped ? markA : markB);
     EXPECT_FALSE(LxFileUtil::ExchangeDirectories(a, temp.Child("missing")));
-    EXPECT_EQ(ReadMarker(a.GetChild("marker")), swapped ? "b" : "a");
+    EXPECT_EQ(FileBytes(a.GetChild("marker")), swapped ? markB : markA);
 }

@@ -13,6 +13,7 @@
 #include "LxPublic/LxMemoryStream.h"
 #include "LxPublic/LxZipUpdateInfo.h"
 #include "PcmHelpers.h"
+#include "StoreAccess.h"
 #include "StoreHelpers.h"
 #include "TempDir.h"
 
@@ -20,6 +21,8 @@ namespace {
 
 namespace fs = std::filesystem;
 using Audio = std::map<int, std::vector<int16_t>>;
+
+std::vector<int16_t> AudioOf(LxAudioFile& store, int id) { return ClipAudio(store, id, 2); }
 
 // Four clips: a compressed mono clip, a raw stereo clip that fills two chunks
 // of "raw.lxa", a short raw clip, and an edit that shares pages with the
@@ -36,16 +39,8 @@ Audio Fill(LxAudioFile& store) {
     edit->AppendDeciSecondsOfSilence(5, added, false);
     ids.push_back(edit->WriteToAudioFile());
     Audio audio;
-    for (int id : ids) {
-        LxAudioClip clip(store, id);
-        audio[id] = ReadAll(clip, 2);
-    }
+    for (int id : ids) audio[id] = AudioOf(store, id);
     return audio;
-}
-
-std::vector<int16_t> AudioOf(LxAudioFile& store, int id) {
-    LxAudioClip clip(store, id);
-    return ReadAll(clip, 2);
 }
 
 struct SweepCounts {

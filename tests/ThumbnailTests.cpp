@@ -16,7 +16,7 @@ int16_t Max(uint32_t point) { return static_cast<int16_t>(point >> 16); }
 
 }  // namespace
 
-TEST(Thumbnail, PointsFollowTheClipsRangesAcrossPages) {
+TEST(Thumbnail, PointsFollowTheClipsRangesAcrossPagesAndAverageStereo) {
     TempDir tmp;
     LxAudioFile store(tmp.Dir());
     // Mono, 2.5 pages: group g of 90 samples peaks at +g and dips to -2g.
@@ -52,16 +52,13 @@ TEST(Thumbnail, PointsFollowTheClipsRangesAcrossPages) {
     ASSERT_EQ(part.GetNumberOfFramesInThumbnail(), 830);
     // In this order: walking backwards through the segments works as well as forwards.
     for (int n : {0, 779, 780, 3}) EXPECT_EQ(Max(static_cast<uint32_t>(part.GetNthFrameInThumbnail(n))), 200 + n) << n;
-}
 
-TEST(Thumbnail, ShortClipsAndStereoRounding) {
-    TempDir tmp;
-    LxAudioFile store(tmp.Dir());
+    // A short stereo clip: each point averages the channels' extremes.
     LxAudioClip stereo(store, StoreClip(store, MakePcm(900, 2, [](int i) { return i % 2 ? 100 : -300; }), 2));
     EXPECT_EQ(stereo.ThumbnailWorthInFrames(), 10);
     stereo.LoadThumbnail();
     ASSERT_EQ(stereo.GetNumberOfFramesInThumbnail(), 10);
-    // Each point averages the channels' extremes: min (-300 + 0) / 2, max (0 + 100) / 2.
+    // min (-300 + 0) / 2, max (0 + 100) / 2.
     EXPECT_EQ(Min(static_cast<uint32_t>(stereo.GetNthFrameInThumbnail(3))), -150);
     EXPECT_EQ(Max(static_cast<uint32_t>(stereo.GetNthFrameInThumbnail(3))), 50);
 }

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <numbers>
 #include <random>
 #include <string>
 #include "AssertRecorder.h"
@@ -16,14 +15,14 @@
 #include "ProgressRecorder.h"
 #include "StoreHelpers.h"
 #include "TempDir.h"
+#include "TestEnvironment.h"
+#include "VoiceSignal.h"
 #include "VorbisEncoder.h"
 #include "WavWriter.h"
 
 namespace {
 
 const char* const kVorbisFile = "source/components/audiocore/LxNvVorbisImporter";
-
-double Tone(double f, double a, double rate, int i) { return a * std::sin(2.0 * std::numbers::pi * f * i / rate); }
 
 // seconds of 440 Hz at half scale in channel 0, 1000 Hz at 0.3 in channel 1.
 std::vector<float> Tones(double seconds, int channels, int rate) {
@@ -34,15 +33,6 @@ std::vector<float> Tones(double seconds, int channels, int rate) {
         for (int c = 0; c < channels; ++c) out[static_cast<size_t>(i * channels + c)] = static_cast<float>(Tone(f[c], a[c], rate, i));
     }
     return out;
-}
-
-bool HaveOggTools() {
-#if defined(_WIN32)
-    return false;
-#else
-    return std::system("oggenc --version > /dev/null 2>&1") == 0 && std::system("oggdec --version > /dev/null 2>&1") == 0 &&
-           std::system("sox --version > /dev/null 2>&1") == 0;
-#endif
 }
 
 }  // namespace
@@ -215,7 +205,7 @@ TEST(NvVorbisImporter, DamagedFilesGiveAReportAndNoClip) {
 }
 
 TEST(NvVorbisImporter, DecodesFilesOfOggencLikeOggdec) {
-    if (!HaveOggTools()) GTEST_SKIP() << "needs oggenc and oggdec (vorbis-tools) and sox (Linux)";
+    if (!TestEnvironment::HavePrograms({"oggenc", "oggdec", "sox"})) GTEST_SKIP() << "needs oggenc and oggdec (vorbis-tools) and sox (Linux)";
     TempDir tmp;
     LxAudioController controller;
     const std::string wav = tmp.Child("in.wav").GetPath().str(), ogg = tmp.Child("in.ogg").GetPath().str(),

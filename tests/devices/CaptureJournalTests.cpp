@@ -24,13 +24,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::vector<unsigned char> Signal(int frames, int seed) { return AsBytes(MakeRamp(frames, 1, seed)); }
-
-std::vector<unsigned char> ClipBytes(LxAudioController& controller, int clipID) {
-    auto clip = controller.GetClip(clipID);
-    return AsBytes(ReadAll(*clip, 1));
-}
-
 fs::path Native(const LxFile& file) { return fs::path(file.GetPath().str()); }
 
 // The journals in a controller's working directory.
@@ -57,9 +50,7 @@ std::vector<unsigned char> Recovered(const LxAudioLeftover& leftover, std::vecto
     const int added = LxAudioRecovery::RecoverRecordings(into, leftover, clipIDs);
     EXPECT_EQ(added, static_cast<int>(clipIDs.size()));
     if (ids != nullptr) *ids = clipIDs;
-    if (clipIDs.size() != 1) return {};
-    auto clip = into.GetClip(clipIDs[0]);
-    return AsBytes(ReadAll(*clip, 1));
+    return clipIDs.size() == 1 ? ClipBytes(into, clipIDs[0]) : std::vector<unsigned char>{};
 }
 
 }  // namespace
@@ -78,10 +69,9 @@ TEST_F(CaptureJournal, WhatARunningCaptureHasOnDiskRebuildsItsRecording) {
     EXPECT_TRUE(LxAudioRecovery::FindLeftovers(scratch.Child("work")).empty());
 
     // 3.5 s and 33 frames, captured and not stopped: a kill now loses nothing.
-    std::vector<unsigned char> input = Signal(154350 + 33, 5);
+    std::vector<unsigned char> input = MonoBytes(154350 + 33, 5);
     ASSERT_TRUE(controller.StartCapture(0, -1.0f, true, nullptr, nullptr));
-    LxSimulatedWaveDriver::Instance().FeedInput(input.data(), input.size());
-    ASSERT_TRUE(LxSimulatedWaveDriver::Instance().WaitUntilInputConsumed(kGuardMilliseconds));
+    ASSERT_NO_FATAL_FAILURE(Feed(input));
     std::vector<LxFile> journals = Journals(controller);
     ASSERT_EQ(journals.size(), 1u);
     // The journal thread writes each buffer as it passes it on; once the
@@ -139,13 +129,12 @@ TEST_F(CaptureJournal, WhatARunningCaptureHasOnDiskRebuildsItsRecording) {
 TEST_F(CaptureJournal, EndedRecordingsStayUntilASaveCommitsThem) {
     TempDir scratch;
     const LxFile parent = scratch.Child("work");
-    std::vector<unsigned char> input = Signal(44100 + 900, 9);
+    std::vector<unsigned char> input = MonoBytes(44100 + 900, 9);
     std::vector<unsigned char> stored;
     {
         LxAudioController controller(parent);
         ASSERT_TRUE(controller.StartCapture(0, -1.0f, true, nullptr, nullptr));
-        LxSimulatedWaveDriver::Instance().FeedInput(input.data(), input.size());
-        ASSERT_TRUE(LxSimulatedWaveDriver::Instance().WaitUntilInputConsumed(kGuardMilliseconds));
+        ASSERT_NO_FATAL_FAILURE(Feed(input));
         const int clipID = controller.StopCapture();
         stored = ClipBytes(controller, clipID);
         EXPECT_EQ(controller.GetUncommittedRecordingCount(), 1);
@@ -171,8 +160,7 @@ TEST_F(CaptureJournal, EndedRecordingsStayUntilASaveCommitsThem) {
     {
         LxAudioController controller(parent);
         ASSERT_TRUE(controller.StartCapture(0, -1.0f, true, nullptr, nullptr));
-        LxSimulatedWaveDriver::Instance().FeedInput(input.data(), input.size());
-        ASSERT_TRUE(LxSimulatedWaveDriver::Instance().WaitUntilInputConsumed(kGuardMilliseconds));
+        ASSERT_NO_FATAL_FAILURE(Feed(input));
         ASSERT_NE(controller.StopCapture(), -1);
         auto out = LxStreamUtil::CreateFileStreamReadWrite(scratch.Child("saved.lxp"), kLxStreamWrite, 0x3f3f3f3f,
                                                            0x3f3f3f3f);
@@ -188,8 +176,7 @@ TEST_F(CaptureJournal, EndedRecordingsStayUntilASaveCommitsThem) {
         LxAudioController controller;
         temporary = controller.GetTemporaryDirectory();
         ASSERT_TRUE(controller.StartCapture(0, -1.0f, true, nullptr, nullptr));
-        LxSimulatedWaveDriver::Instance().FeedInput(input.data(), input.size());
-        ASSERT_TRUE(LxSimulatedWaveDriver::Instance().WaitUntilInputConsumed(kGuardMilliseconds));
+        ASSERT_NO_FATAL_FAILURE(Feed(input));
     }
     EXPECT_FALSE(temporary.Exists());
 }
@@ -221,7 +208,7 @@ TEST_F(CaptureJournal, ACaptureEndsItselfBeforeTheDiskFills) {
     // StopCapture would, and tells the host; StopCapture then returns its clip once.
     controller.SetCaptureDiskReserve(0);
     LxSimulatedWaveDriver::Instance().SetSpeed(4.0);
-    std::vector<unsigned char> input = Signal(20 * 44100, 3);
+    std::vector<unsigned char> input = MonoBytes(20 * 44100, 3);
     LxSimulatedWaveDriver::Instance().FeedInput(input.data(), input.size());
     ASSERT_TRUE(controller.StartCapture(0, -1.0f, true, &CallbackRecorder::Record, &recorder));
     ASSERT_TRUE(recorder.WaitFor(kLxCallBackCaptureEnded));
@@ -244,7 +231,7 @@ TEST_F(CaptureJournal, ACaptureEndsItselfBeforeTheDiskFills) {
 TEST_F(CaptureJournal, DamageEndsARecordingWhereItIsAndIsNamed) {
     TempDir scratch;
     const LxFile journalFile = scratch.Child("capture-000001.lxcj");
-    const std::vector<unsigned char> signal = Signal(4 * 4410, 2);
+    const std::vector<unsigned char> signal = MonoBytes(4 * 4410, 2);
     {
         LxAudioCaptureJournalFile journal;
         ASSERT_TRUE(journal.Create(journalFile, 1700000000000));

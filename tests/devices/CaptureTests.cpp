@@ -15,18 +15,6 @@ namespace {
 constexpr int kBufferBytes = 8820;
 const char* const kWaveSource = "source/components/audiocore/WLxAudioMMIO";
 
-std::vector<unsigned char> MonoBytes(int frames, int seed) { return AsBytes(MakeRamp(frames, 1, seed)); }
-
-void Feed(const std::vector<unsigned char>& bytes) {
-    LxSimulatedWaveDriver::Instance().FeedInput(bytes.data(), bytes.size());
-    ASSERT_TRUE(LxSimulatedWaveDriver::Instance().WaitUntilInputConsumed(kGuardMilliseconds));
-}
-
-std::vector<unsigned char> ClipBytes(LxAudioController& controller, int clipID) {
-    auto clip = controller.GetClip(clipID);
-    return AsBytes(ReadAll(*clip, 1));
-}
-
 std::vector<unsigned char> Concat(std::initializer_list<const std::vector<unsigned char>*> parts) {
     std::vector<unsigned char> all;
     for (const auto* part : parts) all.insert(all.end(), part->begin(), part->end());

@@ -19,6 +19,7 @@
 #include "LxAudioFile.h"
 #include "LxPublic/LxCallBack.h"
 #include "LxPublic/wave/LxSimulatedWaveDriver.h"
+#include "PcmHelpers.h"
 #include "StoreHelpers.h"
 #include "TestEnvironment.h"
 
@@ -103,11 +104,19 @@ inline std::vector<unsigned char> AsBytes(const std::vector<int16_t>& samples) {
     return bytes;
 }
 
-// Mono samples as the stereo a playback device gets: each one on both sides.
-inline std::vector<int16_t> BothSides(const std::vector<int16_t>& mono) {
-    std::vector<int16_t> stereo;
-    for (int16_t s : mono) stereo.insert(stereo.end(), {s, s});
-    return stereo;
+// A mono ramp as the bytes a microphone delivers.
+inline std::vector<unsigned char> MonoBytes(int frames, int seed) { return AsBytes(MakeRamp(frames, 1, seed)); }
+
+// Everything a (mono) clip of the controller plays, as bytes.
+inline std::vector<unsigned char> ClipBytes(LxAudioController& controller, int clipID) {
+    auto clip = controller.GetClip(clipID);
+    return AsBytes(ReadAll(*clip, 1));
+}
+
+// Feeds bytes to the simulated microphone and waits until the capture took them.
+inline void Feed(const std::vector<unsigned char>& bytes) {
+    LxSimulatedWaveDriver::Instance().FeedInput(bytes.data(), bytes.size());
+    ASSERT_TRUE(LxSimulatedWaveDriver::Instance().WaitUntilInputConsumed(kGuardMilliseconds));
 }
 
 // What a playback device got: the audio, then only whole 100 ms buffers of

@@ -18,6 +18,13 @@ inline std::vector<int16_t> MakeRamp(int frames, int channels, int seed = 1) {
     return MakePcm(frames, channels, [seed](int i) { return ((i * 7 + seed * 13) % 20001) - 10000 + (i % 2); });
 }
 
+// Mono samples as stereo: each one on both sides.
+inline std::vector<int16_t> BothSides(const std::vector<int16_t>& mono) {
+    std::vector<int16_t> stereo;
+    for (int16_t s : mono) stereo.insert(stereo.end(), {s, s});
+    return stereo;
+}
+
 // Rising zero crossings of one channel per second, leaving out 0.1 s at each end.
 inline double Frequency(const std::vector<int16_t>& pcm, int channels, int channel) {
     const size_t frames = pcm.size() / static_cast<size_t>(channels), from = 4410, to = frames - 4410;

@@ -1,8 +1,10 @@
 #pragma once
 // Sets and clears process environment variables from a test, the same way on
 // POSIX and on Windows (where the engine's DLLs read them through the shared C
-// runtime's getenv).
+// runtime's getenv); and whether outside programs a test runs are installed.
 #include <cstdlib>
+#include <initializer_list>
+#include <string>
 
 class TestEnvironment {
 public:
@@ -19,6 +21,17 @@ public:
         _putenv_s(name, "");
 #else
         unsetenv(name);
+#endif
+    }
+    // Whether each program answers --version (never on Windows: the tests run them through a POSIX shell).
+    static bool HavePrograms(std::initializer_list<const char*> programs) {
+#if defined(_WIN32)
+        (void)programs;
+        return false;
+#else
+        for (const char* program : programs)
+            if (std::system((std::string(program) + " --version > /dev/null 2>&1").c_str()) != 0) return false;
+        return true;
 #endif
     }
 };

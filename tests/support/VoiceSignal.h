@@ -1,9 +1,14 @@
 #pragma once
-// Voice-like test audio for the lossy codec, and how close a decode came to it.
+// Test audio for the lossy codec and the resampler (voice-like sound, pure
+// tones), and how close a decode came to it.
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <numbers>
 #include <vector>
+
+// Sample i of a tone of frequency f and amplitude a (of full scale) at rate r.
+inline double Tone(double f, double a, double r, int i) { return a * std::sin(2.0 * std::numbers::pi * f * i / r); }
 
 // A fundamental gliding around 200 Hz with sixteen harmonics falling 12 dB per
 // octave, as a glottal source does, under about four syllables a second.
