@@ -147,15 +147,7 @@ bool LxStorePersistence::ReadFrom(const LxFile& directoryIn) {
     store.Pcm()->LoadChunks(directoryIn);
     store.Clip()->LoadChunks(directoryIn);
     store.Map()->LoadWhole(directoryIn);
-    store.Pcm()->SetCompressCursor(0);
-    store.PagesReplaced();
-    if (store.MemberFailures(true) + store.MemberFailures(false) != writeFailures) {
-        LxAssertFailed("disk failure while loading the store", kSourceFile, __LINE__);
-        store.Clear();
-        return false;
-    }
-    store.MarkIntact();
-    return true;
+    return FinishLoad(writeFailures);
 }
 
 bool LxStorePersistence::FinishLoad(int64_t failuresBefore) {
