@@ -14,7 +14,6 @@ public:
     // Waits at most milliseconds; false when the time ran out.
     bool Wait(LxLock& lock, int milliseconds);
     void Signal() { cv_.notify_one(); }
-    void Broadcast() { cv_.notify_all(); }
     void notify_one() { cv_.notify_one(); }
     void notify_all() { cv_.notify_all(); }
 
