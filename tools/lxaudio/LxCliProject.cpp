@@ -211,36 +211,17 @@ std::string LxCliProject::DamageLine() const {
     return line;
 }
 
-// The store's own load checks that the members fit the stream; this checks
-// that what they hold makes sense: the reserved silent pages are where every
-// store has them, and every clip lists pages that exist.
+// The store's own load checks that the members fit the stream; the
+// controller's Verify checks that what they hold makes sense: the reserved
+// silent pages are where every store has them, and every clip lists pages that
+// exist. Any report the engine raised on the way is damage too.
 void LxCliProject::Verify() {
     auto damaged = [this](const std::string& why) {
         throw LxCliFailure("cannot open project", path_, "the project is damaged (" + why + ")");
     };
-    LxAudioFile* store = controller_->GetAudioFile();
-    int sizes[5] = {0, 0, 0, 0, 0};
-    store->GetMemberSizes(sizes);
-    const int pcmBytes = sizes[2];
-    if (pcmBytes < kLxFirstOrdinaryPage || pcmBytes % kLxPageRecordBytes != 0) damaged("page table has a bad size");
     size_t mark = log_.Mark();
-    LxPCMData record;
-    for (int page = 0; page < kLxFirstOrdinaryPage; page += kLxPageRecordBytes) {
-        if (!store->ReadPageHeader(page, record) || record.codec != kLxPageCodecSilent)
-            damaged("reserved silent page " + std::to_string(page) + " is missing");
-    }
-    std::list<int> ids;
-    controller_->GetListOfClipIDs(ids);
-    for (int id : ids) {
-        auto clip = controller_->GetClipBase(id);
-        if (!clip || log_.CountSince(mark) > 0) damaged("clip " + std::to_string(id) + " cannot be read");
-        for (const LxPageRange& range : clip->GetPageRanges()) {
-            bool inside = range.startPage >= 0 && range.endPage >= range.startPage && range.endPage < pcmBytes &&
-                          range.startPage % kLxPageRecordBytes == 0 && range.endPage % kLxPageRecordBytes == 0;
-            if (!inside || !range.IsValid())
-                damaged("clip " + std::to_string(id) + " refers to pages that do not exist");
-        }
-    }
+    std::string problem;
+    if (!controller_->Verify(problem)) damaged(problem);
     if (log_.CountSince(mark) > 0) damaged(log_.Summary(mark));
 }
 
