@@ -6,7 +6,9 @@
 #include <thread>
 
 LxCliSaveStream::LxCliSaveStream(std::unique_ptr<ILxReadWriteStream> target)
-    : target_(std::move(target)), pauseAfter_(PausePoint()) {}
+    : target_(std::move(target)),
+      pauseAfter_(PausePoint()),
+      targetFailures_([this] { return target_ ? target_->GetWriteFailures() : 0; }) {}
 
 int64_t LxCliSaveStream::PausePoint() {
     const char* pause = std::getenv("LXAUDIO_TEST_SAVE_PAUSE_BYTES");

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include "LxAudioCore.h"
+#include "LxPublic/LxFailureWatch.h"
 
 class LxCliSaveStream : public ILxStream {
 public:
@@ -24,8 +25,10 @@ public:
     bool Sync() override;
     void Close() override;
 
-    // True once any write came back short (a full disk, an I/O error).
-    bool WriteFailed() const { return writeFailed_; }
+    // True once any write came back short (a full disk, an I/O error), or the
+    // file counted a failed write that no return value showed (a buffered
+    // write-back on a flush).
+    bool WriteFailed() const { return writeFailed_ || targetFailures_.Failed(); }
 
     // The test pause point in bytes, -1 when none is asked for.
     static int64_t PausePoint();
@@ -38,4 +41,5 @@ private:
     int64_t written_ = 0;
     int64_t pauseAfter_ = -1;
     bool writeFailed_ = false;
+    LxFailureWatch targetFailures_;
 };

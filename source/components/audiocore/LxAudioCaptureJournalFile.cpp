@@ -4,6 +4,7 @@
 #include <cstring>
 #include "LxAudioConstants.h"
 #include "LxAudioCaptureData.h"
+#include "LxPublic/LxFailureWatch.h"
 #include "LxPublic/LxStreamUtil.h"
 
 namespace {
@@ -141,6 +142,7 @@ bool LxAudioCaptureJournalFile::Read(const LxFile& file, LxAudioInterruptedRecor
         return false;
     }
     info.startTimeMS = static_cast<int64_t>(U64At(header + 8));
+    const LxFailureWatch readFailures(*in, LxFailureWatch::kReads);
     const int64_t length = in->GetLength();
     int64_t position = static_cast<int64_t>(kHeaderBytes);
     int64_t audioBytes = 0;
@@ -197,6 +199,9 @@ bool LxAudioCaptureJournalFile::Read(const LxFile& file, LxAudioInterruptedRecor
         if (visit) visit(buffer);
         position += static_cast<int64_t>(kBufferHeadBytes + bytes);
     }
+    // A read the disk refused looks like the end of the file to the loop; it
+    // is damage where it happened, not the end a kill leaves.
+    if (damageOffset < 0 && readFailures.Failed()) damageOffset = position;
     // A recording keeps whole multiples of 180 bytes, as every capture does.
     info.frames = (audioBytes / kLxWholeFrameBlockBytes * kLxWholeFrameBlockBytes) / (2 * info.channels);
     return true;

@@ -61,7 +61,8 @@ public:
     // intact buffer record in order, handing each to visit (when set) and
     // counting its frames into info. damageOffset receives the byte position
     // where the intact records end when something other than a clean end or a
-    // record cut short at the end of the file stops the reading (-1 otherwise).
+    // record cut short at the end of the file stops the reading (a read that
+    // failed included; -1 otherwise).
     // False when the header itself cannot be read (info.readable is then false).
     static bool Read(const LxFile& file, LxAudioInterruptedRecording& info,
                      const std::function<void(const Buffer&)>& visit, int64_t& damageOffset);
