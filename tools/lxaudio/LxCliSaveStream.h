@@ -11,7 +11,7 @@
 
 class LxCliSaveStream : public ILxStream {
 public:
-    explicit LxCliSaveStream(std::unique_ptr<ILxReadWriteStream> target);
+    explicit LxCliSaveStream(std::unique_ptr<ILxReadWriteStream> file);
     ~LxCliSaveStream() override;
 
     bool IsOpen() const override;
@@ -28,7 +28,7 @@ public:
     // True once any write came back short (a full disk, an I/O error), or the
     // file counted a failed write that no return value showed (a buffered
     // write-back on a flush).
-    bool WriteFailed() const { return writeFailed_ || targetFailures_.Failed(); }
+    bool WriteFailed() const { return writeFailed || targetFailures.Failed(); }
 
     // The test pause point in bytes, -1 when none is asked for.
     static int64_t PausePoint();
@@ -37,9 +37,9 @@ public:
 
 private:
 
-    std::unique_ptr<ILxReadWriteStream> target_;
-    int64_t written_ = 0;
-    int64_t pauseAfter_ = -1;
-    bool writeFailed_ = false;
-    LxFailureWatch targetFailures_;
+    std::unique_ptr<ILxReadWriteStream> target;
+    int64_t written = 0;
+    int64_t pauseAfter = -1;
+    bool writeFailed = false;
+    LxFailureWatch targetFailures;
 };

@@ -45,16 +45,16 @@ public:
 
     // --- writing ------------------------------------------------------------------
     // Creates the file with its header, forced to disk. False when it cannot.
-    bool Create(const LxFile& file, int64_t startTimeMS);
+    bool Create(const LxFile& journalFile, int64_t startTimeMS);
     // Appends one buffer record and hands it to the operating system.
     bool AppendBuffer(const LxAudioCaptureData& item);
     bool AppendEnd(int clipID);
     // Forces what was appended to stable storage.
     bool Sync();
     void Close();
-    const LxFile& GetFile() const { return file_; }
+    const LxFile& GetFile() const { return file; }
     // Audio bytes appended so far.
-    int64_t GetAudioBytes() const { return audioBytes_; }
+    int64_t GetAudioBytes() const { return audioBytes; }
 
     // --- reading ------------------------------------------------------------------
     // Reads a journal: its header into info (start time, ended), then every
@@ -70,7 +70,7 @@ public:
 private:
     bool WriteRecord(const std::vector<unsigned char>& bytes);
 
-    LxFile file_;
-    std::unique_ptr<ILxReadWriteStream> stream_;
-    int64_t audioBytes_ = 0;
+    LxFile file;
+    std::unique_ptr<ILxReadWriteStream> stream;
+    int64_t audioBytes = 0;
 };
