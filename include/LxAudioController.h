@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <string>
 #include <vector>
 #include "LxAudioClip.h"
 #include "LxAudioDamageReport.h"
@@ -116,6 +117,18 @@ public:
     // comes back with their new IDs. True when the store changed.
     bool Compact(std::list<int>& clipIDs, ILxGeneralProgressCallBack* progress);
     void GetListOfClipIDs(std::list<int>& clipIDs);
+    // Checks that what the store holds makes sense, beyond what a load checks
+    // (that the members fit their stream, or the integrity record): the page
+    // table is a whole number of page records, at least the reserved ones;
+    // the reserved pages are silent; every clip can be read, and each of its
+    // page ranges is valid and lies on page records inside the page table.
+    // True when all of that holds; otherwise false, and problem names the
+    // first thing found: "page table has a bad size", "reserved silent page
+    // 36 is missing", "clip 7 cannot be read", "clip 7 refers to pages that do
+    // not exist". Raises no assertion report of its own; reading a damaged
+    // clip raises the store's usual reports, which reach the host's handler,
+    // and a clip whose reading reported on this thread cannot be read.
+    bool Verify(std::string& problem);
 
     // --- clips -----------------------------------------------------------------------
     // An empty clip with no ID yet; it gets one when stored.

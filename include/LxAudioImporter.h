@@ -86,6 +86,10 @@ public:
     static short FloatToSample(float f);
 
 protected:
+    // Whether fileName ends in "." and one of GetSupportedFormats(), in any
+    // case: what every importer's CanImport(fileName) checks.
+    bool HasSupportedExtension(const LxString& fileName);
+
     ILxStream* stream = nullptr;
     int channels = 0;
     int sampleRate = 0;

@@ -8,8 +8,8 @@
 
 class LXPUBLIC_API ILxReadWriteStream : public ILxStream {
 public:
-    void SetWriting(bool writing) { writing_ = writing; }
-    bool IsWriting() const { return writing_; }
+    void SetWriting(bool toWrite) { writing = toWrite; }
+    bool IsWriting() const { return writing; }
 
     // Each returns false on a short transfer; a failed read leaves the value 0.
     bool Xfer(int32_t& value);
@@ -18,5 +18,5 @@ public:
     bool Xfer(double& value);
 
 private:
-    bool writing_ = false;
+    bool writing = false;
 };

@@ -17,14 +17,15 @@ enum LxCallBackEnum : int {
 
 class LXPUBLIC_API LxCallBack {
 public:
-    explicit LxCallBack(LxCallBackEnum kind, float value = 0.0f) : kind_(kind), value_(value) {}
-    LxCallBackEnum GetKind() const { return kind_; }
-    float GetValue() const { return value_; }
-    void SetValue(float value) { value_ = value; }
+    explicit LxCallBack(LxCallBackEnum callBackKind, float callBackValue = 0.0f)
+        : kind(callBackKind), value(callBackValue) {}
+    LxCallBackEnum GetKind() const { return kind; }
+    float GetValue() const { return value; }
+    void SetValue(float newValue) { value = newValue; }
 
 private:
-    LxCallBackEnum kind_;
-    float value_;
+    LxCallBackEnum kind;
+    float value;
 };
 
 // A host callback: a plain function with a context pointer that the host chose.

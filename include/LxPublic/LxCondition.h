@@ -10,14 +10,13 @@ public:
     LxCondition& operator=(const LxCondition&) = delete;
 
     // Waits until signalled (spurious wake-ups possible: callers re-check their predicate).
-    void Wait(LxLock& lock) { cv_.wait(lock.Native()); }
+    void Wait(LxLock& lock) { cv.wait(lock.Native()); }
     // Waits at most milliseconds; false when the time ran out.
     bool Wait(LxLock& lock, int milliseconds);
-    void Signal() { cv_.notify_one(); }
-    void Broadcast() { cv_.notify_all(); }
-    void notify_one() { cv_.notify_one(); }
-    void notify_all() { cv_.notify_all(); }
+    void Signal() { cv.notify_one(); }
+    void notify_one() { cv.notify_one(); }
+    void notify_all() { cv.notify_all(); }
 
 private:
-    std::condition_variable cv_;
+    std::condition_variable cv;
 };

@@ -7,9 +7,9 @@
 class LXPUBLIC_API LxFile {
 public:
     LxFile() = default;
-    explicit LxFile(const LxString& path) : path_(path) {}
+    explicit LxFile(const LxString& filePath) : path(filePath) {}
 
-    const LxString& GetPath() const { return path_; }
+    const LxString& GetPath() const { return path; }
     // The child "name" of this directory.
     LxFile GetChild(const LxString& name) const;
     // The final component of the path.
@@ -27,5 +27,5 @@ public:
     bool RenameTo(const LxFile& target) const;
 
 private:
-    LxString path_;
+    LxString path;
 };

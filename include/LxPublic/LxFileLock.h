@@ -54,8 +54,8 @@ public:
 
 private:
 #if defined(_WIN32)
-    void* handle_ = nullptr;
+    void* handle = nullptr;
 #else
-    int fd_ = -1;
+    int fd = -1;
 #endif
 };

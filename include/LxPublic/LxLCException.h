@@ -5,17 +5,17 @@
 
 class LXPUBLIC_API LxLCException : public LxException {
 public:
-    LxLCException(const LxString& errorName, const char* sourceFile, int line)
-        : LxException(errorName), errorName_(errorName), sourceFile_(sourceFile ? sourceFile : ""), line_(line) {}
-    explicit LxLCException(const LxString& errorName) : LxLCException(errorName, "", 0) {}
+    LxLCException(const LxString& name, const char* raisedIn, int raisedAt)
+        : LxException(name), errorName(name), sourceFile(raisedIn ? raisedIn : ""), line(raisedAt) {}
+    explicit LxLCException(const LxString& name) : LxLCException(name, "", 0) {}
     ~LxLCException() override;
 
-    const LxString& GetErrorName() const { return errorName_; }
-    const LxString& GetSourceFile() const { return sourceFile_; }
-    int GetLine() const { return line_; }
+    const LxString& GetErrorName() const { return errorName; }
+    const LxString& GetSourceFile() const { return sourceFile; }
+    int GetLine() const { return line; }
 
 private:
-    LxString errorName_;
-    LxString sourceFile_;
-    int line_;
+    LxString errorName;
+    LxString sourceFile;
+    int line;
 };

@@ -5,14 +5,14 @@
 
 class LXPUBLIC_API LxLock {
 public:
-    explicit LxLock(LxMutex& mutex) : lock_(mutex.Native()) {}
+    explicit LxLock(LxMutex& mutex) : lock(mutex.Native()) {}
     LxLock(const LxLock&) = delete;
     LxLock& operator=(const LxLock&) = delete;
 
-    void Unlock() { lock_.unlock(); }
-    void Relock() { lock_.lock(); }
-    std::unique_lock<std::mutex>& Native() { return lock_; }
+    void Unlock() { lock.unlock(); }
+    void Relock() { lock.lock(); }
+    std::unique_lock<std::mutex>& Native() { return lock; }
 
 private:
-    std::unique_lock<std::mutex> lock_;
+    std::unique_lock<std::mutex> lock;
 };

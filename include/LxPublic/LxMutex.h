@@ -9,11 +9,11 @@ public:
     LxMutex(const LxMutex&) = delete;
     LxMutex& operator=(const LxMutex&) = delete;
 
-    void Lock() { mutex_.lock(); }
-    void Unlock() { mutex_.unlock(); }
-    bool TryLock() { return mutex_.try_lock(); }
-    std::mutex& Native() { return mutex_; }
+    void Lock() { mutex.lock(); }
+    void Unlock() { mutex.unlock(); }
+    bool TryLock() { return mutex.try_lock(); }
+    std::mutex& Native() { return mutex; }
 
 private:
-    std::mutex mutex_;
+    std::mutex mutex;
 };

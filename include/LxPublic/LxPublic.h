@@ -10,6 +10,7 @@
 #include "ILxStream.h"
 #include "ILxReadWriteStream.h"
 #include "LxStreamUtil.h"
+#include "LxFailureWatch.h"
 #include "LxMemoryStream.h"
 #include "LxMutex.h"
 #include "LxLock.h"

@@ -6,15 +6,15 @@
 
 class LXPUBLIC_API LxRecursiveLock {
 public:
-    explicit LxRecursiveLock(LxRecursiveMutex& mutex) : mutex_(mutex) { mutex_.Lock(); }
-    ~LxRecursiveLock() { if (held_) mutex_.Unlock(); }
+    explicit LxRecursiveLock(LxRecursiveMutex& toLock) : mutex(toLock) { mutex.Lock(); }
+    ~LxRecursiveLock() { if (held) mutex.Unlock(); }
     LxRecursiveLock(const LxRecursiveLock&) = delete;
     LxRecursiveLock& operator=(const LxRecursiveLock&) = delete;
 
-    void Unlock() { if (held_) { held_ = false; mutex_.Unlock(); } }
-    void Relock() { if (!held_) { mutex_.Lock(); held_ = true; } }
+    void Unlock() { if (held) { held = false; mutex.Unlock(); } }
+    void Relock() { if (!held) { mutex.Lock(); held = true; } }
 
 private:
-    LxRecursiveMutex& mutex_;
-    bool held_ = true;
+    LxRecursiveMutex& mutex;
+    bool held = true;
 };

@@ -9,10 +9,10 @@ public:
     LxRecursiveMutex(const LxRecursiveMutex&) = delete;
     LxRecursiveMutex& operator=(const LxRecursiveMutex&) = delete;
 
-    void Lock() { mutex_.lock(); }
-    void Unlock() { mutex_.unlock(); }
-    bool TryLock() { return mutex_.try_lock(); }
+    void Lock() { mutex.lock(); }
+    void Unlock() { mutex.unlock(); }
+    bool TryLock() { return mutex.try_lock(); }
 
 private:
-    std::recursive_mutex mutex_;
+    std::recursive_mutex mutex;
 };

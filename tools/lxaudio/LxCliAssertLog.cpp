@@ -3,31 +3,31 @@
 #include <cstdio>
 #include "LxAudioCore.h"
 
-LxCliAssertLog* LxCliAssertLog::active_ = nullptr;
+LxCliAssertLog* LxCliAssertLog::active = nullptr;
 
-LxCliAssertLog::LxCliAssertLog(bool verbose) : verbose_(verbose) {
-    active_ = this;
+LxCliAssertLog::LxCliAssertLog(bool printEach) : verbose(printEach) {
+    active = this;
     LxSetAssertHandler(&LxCliAssertLog::Handler);
 }
 
 LxCliAssertLog::~LxCliAssertLog() {
     LxSetAssertHandler(nullptr);
-    active_ = nullptr;
+    active = nullptr;
 }
 
 void LxCliAssertLog::Handler(const char* message, const char* sourceFile, int line) {
-    LxCliAssertLog* log = active_;
+    LxCliAssertLog* log = active;
     if (!log) return;
     Report report{message ? message : "", sourceFile ? sourceFile : "", line};
     // Device and compressor threads report too: keep the list and stderr consistent.
-    std::lock_guard<std::mutex> guard(log->mutex_);
-    if (log->verbose_) std::fprintf(stderr, "lxaudio: engine: %s\n", Describe(report).c_str());
-    log->reports_.push_back(std::move(report));
+    std::lock_guard<std::mutex> guard(log->mutex);
+    if (log->verbose) std::fprintf(stderr, "lxaudio: engine: %s\n", Describe(report).c_str());
+    log->reports.push_back(std::move(report));
 }
 
 size_t LxCliAssertLog::Count() const {
-    std::lock_guard<std::mutex> guard(mutex_);
-    return reports_.size();
+    std::lock_guard<std::mutex> guard(mutex);
+    return reports.size();
 }
 
 std::string LxCliAssertLog::Describe(const Report& report) {
@@ -40,14 +40,14 @@ std::string LxCliAssertLog::Describe(const Report& report) {
 }
 
 std::string LxCliAssertLog::Summary(size_t since) const {
-    std::lock_guard<std::mutex> guard(mutex_);
-    if (since >= reports_.size()) return "";
-    size_t n = reports_.size() - since;
+    std::lock_guard<std::mutex> guard(mutex);
+    if (since >= reports.size()) return "";
+    size_t n = reports.size() - since;
     std::string text = "engine reported " + std::to_string(n) + (n == 1 ? " problem: " : " problems, first: ");
-    return text + Describe(reports_[since]);
+    return text + Describe(reports[since]);
 }
 
 void LxCliAssertLog::Forget(size_t mark) {
-    std::lock_guard<std::mutex> guard(mutex_);
-    if (mark < reports_.size()) reports_.resize(mark);
+    std::lock_guard<std::mutex> guard(mutex);
+    if (mark < reports.size()) reports.resize(mark);
 }

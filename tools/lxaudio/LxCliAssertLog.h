@@ -9,7 +9,7 @@
 class LxCliAssertLog {
 public:
     // Installs the handler for the life of the object (one at a time).
-    explicit LxCliAssertLog(bool verbose);
+    explicit LxCliAssertLog(bool printEach);
     ~LxCliAssertLog();
     LxCliAssertLog(const LxCliAssertLog&) = delete;
     LxCliAssertLog& operator=(const LxCliAssertLog&) = delete;
@@ -33,8 +33,8 @@ private:
     static void Handler(const char* message, const char* sourceFile, int line);
     static std::string Describe(const Report& report);
 
-    bool verbose_;
-    mutable std::mutex mutex_;
-    std::vector<Report> reports_;
-    static LxCliAssertLog* active_;
+    bool verbose;
+    mutable std::mutex mutex;
+    std::vector<Report> reports;
+    static LxCliAssertLog* active;
 };

@@ -18,7 +18,7 @@
 
 class LxCliDeviceSession {
 public:
-    explicit LxCliDeviceSession(LxAudioController& controller) : controller_(controller) {}
+    explicit LxCliDeviceSession(LxAudioController& owner) : controller(owner) {}
     ~LxCliDeviceSession();
     LxCliDeviceSession(const LxCliDeviceSession&) = delete;
     LxCliDeviceSession& operator=(const LxCliDeviceSession&) = delete;
@@ -29,33 +29,33 @@ public:
     int StopCapture();
     void StartPlayBack(int clipID, int startFrame, int endFrame);
 
-    float Level() const { return level_.load(); }
-    int CapturedBuffers() const { return buffers_.load(); }
-    bool Full() const { return full_.load(); }
-    bool Started() const { return started_.load(); }
-    bool Stopped() const { return stopped_.load(); }
-    long long Position() const { return position_.load(); }
+    float Level() const { return level.load(); }
+    int CapturedBuffers() const { return buffers.load(); }
+    bool Full() const { return full.load(); }
+    bool Started() const { return started.load(); }
+    bool Stopped() const { return stopped.load(); }
+    long long Position() const { return position.load(); }
     // The capture ended itself (the disk was nearly full, or its journal could
     // not be written); its clip ID, or -1 when nothing was captured.
-    bool EndedItself() const { return endedItself_.load(); }
-    int EndedClipID() const { return endedClipID_.load(); }
+    bool EndedItself() const { return endedItself.load(); }
+    int EndedClipID() const { return endedClipID.load(); }
 
 private:
     static void OnDevice(LxCallBack& callBack, void* context);
     void Release();
 
-    LxAudioController& controller_;
-    bool capturing_ = false;
-    std::atomic<float> level_{0.0f};
-    std::atomic<int> buffers_{0};
-    std::atomic<bool> started_{false};
-    std::atomic<bool> stopped_{false};
-    std::atomic<long long> position_{0};
-    std::atomic<bool> endedItself_{false};
-    std::atomic<int> endedClipID_{-1};
-    int targetBuffers_ = 0;
-    std::atomic<bool> full_{false};
-    std::mutex mutex_;
-    std::condition_variable release_;
-    bool released_ = false;
+    LxAudioController& controller;
+    bool capturing = false;
+    std::atomic<float> level{0.0f};
+    std::atomic<int> buffers{0};
+    std::atomic<bool> started{false};
+    std::atomic<bool> stopped{false};
+    std::atomic<long long> position{0};
+    std::atomic<bool> endedItself{false};
+    std::atomic<int> endedClipID{-1};
+    int targetBuffers = 0;
+    std::atomic<bool> full{false};
+    std::mutex mutex;
+    std::condition_variable release;
+    bool released = false;
 };

@@ -19,9 +19,9 @@ std::string Join(const std::string& name, const std::vector<std::string>& args) 
 
 }  // namespace
 
-LxCliEditor::LxCliEditor(LxCliProject& project, LxCliAssertLog& log, int clipID)
-    : project_(project), log_(log), clipID_(clipID) {
-    clip_ = project_.LoadClip(clipID);
+LxCliEditor::LxCliEditor(LxCliProject& edited, LxCliAssertLog& reports, int startClipID)
+    : project(edited), log(reports), clipID(startClipID) {
+    clip = project.LoadClip(clipID);
 }
 
 LxCliEditor::~LxCliEditor() = default;
@@ -91,48 +91,48 @@ std::vector<std::string> LxCliEditor::Run(const std::vector<std::string>& tokens
                                "", "see lxaudio edit --help", LxCliFailure::kExitUsage);
         std::vector<std::string> args(tokens.begin() + static_cast<std::ptrdiff_t>(i + 1),
                                       tokens.begin() + static_cast<std::ptrdiff_t>(i + 1 + count));
-        current_ = Join(name, args);
+        current = Join(name, args);
         // What the operation starts from: the clip's length, and the engine's
         // reports from here on (an edit the engine refused names them).
-        const Step step{name, args, Length(), log_.Mark()};
-        lines.push_back(current_ + ": " + (this->*operation->apply)(step));
+        const Step step{name, args, Length(), log.Mark()};
+        lines.push_back(current + ": " + (this->*operation->apply)(step));
         i += 1 + static_cast<size_t>(count);
     }
     return lines;
 }
 
-int LxCliEditor::Length() const { return clip_->WorthInFrames(); }
+int LxCliEditor::Length() const { return clip->WorthInFrames(); }
 
 void LxCliEditor::CheckStretch(int start, int end, int length, const std::string& what) const {
     if (start >= end)
-        throw LxCliFailure("cannot apply '" + current_ + "'", "", "the stretch is empty (its start is not before its end)");
+        throw LxCliFailure("cannot apply '" + current + "'", "", "the stretch is empty (its start is not before its end)");
     if (end > length)
-        throw LxCliFailure("cannot apply '" + current_ + "'", "",
+        throw LxCliFailure("cannot apply '" + current + "'", "",
                            "the stretch ends past the end of " + what + " (" + std::to_string(length) + " frames, " +
                                LxCliUnits::Seconds(length) + ")");
 }
 
 void LxCliEditor::CheckPosition(int position, int length) const {
     if (position > length)
-        throw LxCliFailure("cannot apply '" + current_ + "'", "",
+        throw LxCliFailure("cannot apply '" + current + "'", "",
                            "the position lies past the end of the clip (" + std::to_string(length) + " frames)");
 }
 
 void LxCliEditor::EngineRefused(size_t mark) const {
-    std::string detail = log_.Summary(mark);
-    throw LxCliFailure("cannot apply '" + current_ + "'", "", detail.empty() ? "the engine refused the edit" : detail);
+    std::string detail = log.Summary(mark);
+    throw LxCliFailure("cannot apply '" + current + "'", "", detail.empty() ? "the engine refused the edit" : detail);
 }
 
 int LxCliEditor::Store() {
-    clipID_ = clip_->WriteToAudioFile();
-    if (clipID_ < 1) throw LxCliFailure("cannot apply '" + current_ + "'", "", "the edited clip could not be stored");
-    return clipID_;
+    clipID = clip->WriteToAudioFile();
+    if (clipID < 1) throw LxCliFailure("cannot apply '" + current + "'", "", "the edited clip could not be stored");
+    return clipID;
 }
 
 std::unique_ptr<LxAudioClip> LxCliEditor::RenderFade(int start, int end, LxAudioEffectEnum effect) {
-    LxAudioController& controller = project_.Controller();
-    std::unique_ptr<LxAudioClipBase> piece = clip_->SubClip(clip_->Translate(start + 1), clip_->Translate(end + 1));
-    if (!piece) throw LxCliFailure("cannot apply '" + current_ + "'", "", "the clip cannot be cut there");
+    LxAudioController& controller = project.Controller();
+    std::unique_ptr<LxAudioClipBase> piece = clip->SubClip(clip->Translate(start + 1), clip->Translate(end + 1));
+    if (!piece) throw LxCliFailure("cannot apply '" + current + "'", "", "the clip cannot be cut there");
     const int frames = end - start;
     const int durationMS = std::max(1, static_cast<int>((static_cast<long long>(frames) * 1000 + kLxFrameRate / 2) / kLxFrameRate));
     LxAudioEffectClip faded(*piece, effect, 0, durationMS);
@@ -166,13 +166,13 @@ std::string LxCliEditor::ApplyRemoveOrCopy(const Step& step) {
     int b = LxCliUnits::ParseFrames(step.args[1], length);
     CheckStretch(a, b, length, "the clip");
     if (name != "delete") {
-        clipboard_ = clip_->GetPageRanges();
-        clipboardStart_ = a;
-        clipboardEnd_ = b;
+        clipboard = clip->GetPageRanges();
+        clipboardStart = a;
+        clipboardEnd = b;
         if (name == "copy") return "copied " + std::to_string(b - a) + " frames (clip " +
-                                   std::to_string(clipID_) + " unchanged)";
+                                   std::to_string(clipID) + " unchanged)";
     }
-    LxAudioEditableClip editable(*clip_);
+    LxAudioEditableClip editable(*clip);
     int deleted = 0;
     if (!editable.Delete(a, b, deleted, true)) EngineRefused(step.mark);
     return Stored("removed " + std::to_string(deleted) + " frames");
@@ -180,13 +180,13 @@ std::string LxCliEditor::ApplyRemoveOrCopy(const Step& step) {
 
 std::string LxCliEditor::ApplyPaste(const Step& step) {
     const int length = step.length;
-    if (clipboardStart_ < 0)
-        throw LxCliFailure("cannot apply '" + current_ + "'", "", "nothing was copied (use copy or cut first)");
+    if (clipboardStart < 0)
+        throw LxCliFailure("cannot apply '" + current + "'", "", "nothing was copied (use copy or cut first)");
     int position = LxCliUnits::ParseFrames(step.args[0], length);
     CheckPosition(position, length);
-    LxAudioEditableClip editable(*clip_);
+    LxAudioEditableClip editable(*clip);
     int inserted = 0;
-    if (!editable.InsertAt(position, clipboard_, clipboardStart_, clipboardEnd_, inserted)) EngineRefused(step.mark);
+    if (!editable.InsertAt(position, clipboard, clipboardStart, clipboardEnd, inserted)) EngineRefused(step.mark);
     return Stored("inserted " + std::to_string(inserted) + " frames");
 }
 
@@ -196,12 +196,12 @@ std::string LxCliEditor::ApplyInsert(const Step& step) {
     int position = LxCliUnits::ParseFrames(args[0], length);
     int sourceID = LxCliUnits::ParseInt(args[1], "clip ID");
     CheckPosition(position, length);
-    std::unique_ptr<LxAudioClip> source = project_.LoadClip(sourceID);
+    std::unique_ptr<LxAudioClip> source = project.LoadClip(sourceID);
     const int sourceLength = source->WorthInFrames();
     int a = LxCliUnits::ParseFrames(args[2], sourceLength);
     int b = LxCliUnits::ParseFrames(args[3], sourceLength);
     CheckStretch(a, b, sourceLength, "clip " + std::to_string(sourceID));
-    LxAudioEditableClip editable(*clip_);
+    LxAudioEditableClip editable(*clip);
     int inserted = 0;
     if (!editable.InsertAt(position, inserted, *source, a, b)) EngineRefused(step.mark);
     return Stored("inserted " + std::to_string(inserted) + " frames");
@@ -212,8 +212,8 @@ std::string LxCliEditor::ApplySilence(const Step& step) {
     int position = LxCliUnits::ParseFrames(step.args[0], length);
     int frames = LxCliUnits::ParseFrames(step.args[1]);
     CheckPosition(position, length);
-    if (frames < 1) throw LxCliFailure("cannot apply '" + current_ + "'", "", "the silence has no length");
-    LxAudioEditableClip editable(*clip_);
+    if (frames < 1) throw LxCliFailure("cannot apply '" + current + "'", "", "the silence has no length");
+    LxAudioEditableClip editable(*clip);
     int inserted = 0;
     // Inside the clip the engine inserts the stretch (1, n) of its silence,
     // n - 1 frames; near the end it appends n frames. Ask for what gives LEN.
@@ -228,7 +228,7 @@ std::string LxCliEditor::ApplyLevel(const Step& step) {
     int a = LxCliUnits::ParseFrames(step.args[0], length);
     int b = LxCliUnits::ParseFrames(step.args[1], length);
     CheckStretch(a, b, length, "the clip");
-    LxAudioEditableClip editable(*clip_);
+    LxAudioEditableClip editable(*clip);
     std::ostringstream result;
     if (step.name == "gain") {
         float gain = LxCliUnits::ParseGain(step.args[2]);
@@ -236,8 +236,8 @@ std::string LxCliEditor::ApplyLevel(const Step& step) {
         if (!editable.AddEffect(a, b, effect)) EngineRefused(step.mark);
         result << "gain " << gain;
     } else {
-        clip_->LoadThumbnail();
-        float gain = clip_->GetBestVolume(a, b);
+        clip->LoadThumbnail();
+        float gain = clip->GetBestVolume(a, b);
         if (!editable.Normalize(a, b)) EngineRefused(step.mark);
         result << "gain " << gain;
     }
@@ -246,11 +246,11 @@ std::string LxCliEditor::ApplyLevel(const Step& step) {
 
 // fadein and fadeout.
 std::string LxCliEditor::ApplyFade(const Step& step) {
-    LxAudioController& controller = project_.Controller();
+    LxAudioController& controller = project.Controller();
     const int length = step.length;
     int ms = LxCliUnits::ParseMilliseconds(step.args[0]);
     int frames = std::min(LxCliUnits::MillisecondsToFrames(ms), length);
-    if (frames < 1) throw LxCliFailure("cannot apply '" + current_ + "'", "", "the fade has no length");
+    if (frames < 1) throw LxCliFailure("cannot apply '" + current + "'", "", "the fade has no length");
     const bool in = step.name == "fadein";
     const int start = in ? 0 : length - frames;
     const int end = in ? frames : length;
@@ -258,8 +258,8 @@ std::string LxCliEditor::ApplyFade(const Step& step) {
     std::unique_ptr<LxAudioClip> joined = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_OTHER);
     // The untouched part keeps pointing at the old pages.
     std::unique_ptr<LxAudioClipBase> rest;
-    if (in && end < length) rest = clip_->SubClip(clip_->Translate(end + 1), clip_->Translate(length + 1));
-    if (!in && start > 0) rest = clip_->SubClip(clip_->Translate(1), clip_->Translate(start + 1));
+    if (in && end < length) rest = clip->SubClip(clip->Translate(end + 1), clip->Translate(length + 1));
+    if (!in && start > 0) rest = clip->SubClip(clip->Translate(1), clip->Translate(start + 1));
     if (in) {
         joined->AppendClip(*faded);
         if (rest) joined->AppendClip(*rest);
@@ -267,19 +267,19 @@ std::string LxCliEditor::ApplyFade(const Step& step) {
         if (rest) joined->AppendClip(*rest);
         joined->AppendClip(*faded);
     }
-    if (log_.CountSince(step.mark) > 0) EngineRefused(step.mark);
-    clip_ = std::move(joined);
+    if (log.CountSince(step.mark) > 0) EngineRefused(step.mark);
+    clip = std::move(joined);
     return Stored(std::to_string(frames) + " frames faded");
 }
 
 std::string LxCliEditor::ApplyTrim(const Step& step) {
     float leading = 0;
-    std::unique_ptr<LxAudioClipBase> trimmed = clip_->TrimSilence(leading);
+    std::unique_ptr<LxAudioClipBase> trimmed = clip->TrimSilence(leading);
     if (!trimmed || trimmed->IsEmpty())
-        throw LxCliFailure("cannot apply '" + current_ + "'", "", "the clip is silent throughout");
-    std::unique_ptr<LxAudioClip> kept = project_.Controller().GetNewClip(LX_AUDIO_CLIP_SOURCE_OTHER);
+        throw LxCliFailure("cannot apply '" + current + "'", "", "the clip is silent throughout");
+    std::unique_ptr<LxAudioClip> kept = project.Controller().GetNewClip(LX_AUDIO_CLIP_SOURCE_OTHER);
     kept->AppendClip(*trimmed);
-    clip_ = std::move(kept);
+    clip = std::move(kept);
     int removed = step.length - Length();
     return Stored("removed " + std::to_string(removed) + " frames of silence (" +
                   LxCliUnits::Seconds(LxCliUnits::MillisecondsToFrames(leading * 1000.0)) + " at the start)");
@@ -289,24 +289,24 @@ std::string LxCliEditor::ApplySplit(const Step& step) {
     std::list<int> points;
     std::stringstream list(step.args[0]);
     std::string item;
-    const int total = clip_->WorthInDeciSeconds();
+    const int total = clip->WorthInDeciSeconds();
     int previous = 0;
     while (std::getline(list, item, ',')) {
         int frames = LxCliUnits::ParseFrames(item, step.length);
         int ds = (frames + 2205) / 4410;
         if (ds <= previous || ds >= total)
-            throw LxCliFailure("cannot apply '" + current_ + "'", "",
+            throw LxCliFailure("cannot apply '" + current + "'", "",
                                "split points must increase and lie inside the clip (rounded to tenths of a second)");
         points.push_back(ds);
         previous = ds;
     }
     std::list<int> ids;
-    clip_->Split(points, ids);
-    if (log_.CountSince(step.mark) > 0) EngineRefused(step.mark);
+    clip->Split(points, ids);
+    if (log.CountSince(step.mark) > 0) EngineRefused(step.mark);
     std::string text = "pieces";
     for (int id : ids) {
-        auto piece = project_.Controller().GetClipBase(id);
+        auto piece = project.Controller().GetClipBase(id);
         text += " clip " + std::to_string(id) + " (" + LxCliUnits::Seconds(piece->WorthInFrames()) + ")";
     }
-    return text + "; clip " + std::to_string(clipID_) + " unchanged";
+    return text + "; clip " + std::to_string(clipID) + " unchanged";
 }

@@ -17,7 +17,7 @@ class LxCliProject;
 
 class LxCliEditor {
 public:
-    LxCliEditor(LxCliProject& project, LxCliAssertLog& log, int clipID);
+    LxCliEditor(LxCliProject& edited, LxCliAssertLog& reports, int startClipID);
     ~LxCliEditor();
 
     // Parses and applies every operation; throws LxCliFailure on the first that
@@ -25,7 +25,7 @@ public:
     std::vector<std::string> Run(const std::vector<std::string>& tokens);
 
     // The clip that the last operation produced (the starting clip when none changed it).
-    int CurrentClipID() const { return clipID_; }
+    int CurrentClipID() const { return clipID; }
 
     // The operation names and their arguments, for --help.
     static std::string Usage();
@@ -73,13 +73,13 @@ private:
     std::unique_ptr<LxAudioClip> RenderFade(int start, int end, LxAudioEffectEnum effect);
     [[noreturn]] void EngineRefused(size_t mark) const;
 
-    LxCliProject& project_;
-    LxCliAssertLog& log_;
-    int clipID_;
-    std::unique_ptr<LxAudioClip> clip_;
-    std::string current_;  // the operation being applied, for messages
+    LxCliProject& project;
+    LxCliAssertLog& log;
+    int clipID;
+    std::unique_ptr<LxAudioClip> clip;
+    std::string current;  // the operation being applied, for messages
     // What `copy` or `cut` took: the whole range list at that moment and the stretch.
-    std::vector<LxPageRange> clipboard_;
-    int clipboardStart_ = -1;
-    int clipboardEnd_ = -1;
+    std::vector<LxPageRange> clipboard;
+    int clipboardStart = -1;
+    int clipboardEnd = -1;
 };

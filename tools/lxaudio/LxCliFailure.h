@@ -15,10 +15,10 @@ public:
     static constexpr int kExitDamaged = 4;
 
     LxCliFailure(const std::string& what, const std::string& file, const std::string& why,
-                 int exitCode = kExitFailure)
-        : std::runtime_error(Compose(what, file, why)), exitCode_(exitCode) {}
+                 int exitWith = kExitFailure)
+        : std::runtime_error(Compose(what, file, why)), exitCode(exitWith) {}
 
-    int ExitCode() const { return exitCode_; }
+    int ExitCode() const { return exitCode; }
 
 private:
     static std::string Compose(const std::string& what, const std::string& file, const std::string& why) {
@@ -28,5 +28,5 @@ private:
         return line;
     }
 
-    int exitCode_;
+    int exitCode;
 };

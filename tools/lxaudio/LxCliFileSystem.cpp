@@ -53,71 +53,71 @@ int RemoveStalePartFiles(const std::string& folder) {
 
 }  // namespace LxCliFileSystem
 
-LxCliOutputFile::LxCliOutputFile(std::string path, std::string what) : path_(std::move(path)) {
+LxCliOutputFile::LxCliOutputFile(std::string outputPath, std::string what) : path(std::move(outputPath)) {
     const std::string name = "." + std::to_string(LxProcess::CurrentID()) + kSuffix;
     // A device is written through the name given: the system follows links
     // that a path cannot spell (/dev/stdout leads to "pipe:[...]").
-    if (LxFileUtil::IsDeviceOrPipe(LxFile(LxString(path_)))) {
-        device_ = true;
-        target_ = path_;
+    if (LxFileUtil::IsDeviceOrPipe(LxFile(LxString(path)))) {
+        device = true;
+        target = path;
         const std::string problem = LxCliFileSafety::TemporaryFolderProblem();
         if (!problem.empty())
-            throw LxCliFailure(what, path_, "a device or a pipe is written from a finished copy, but " + problem);
+            throw LxCliFailure(what, path, "a device or a pipe is written from a finished copy, but " + problem);
         const std::string temporary = LxFileUtil::GetTemporaryDirectoryName().str();
-        part_ = (fs::path(temporary) / (fs::path(target_).filename().string() + name)).string();
+        part = (fs::path(temporary) / (fs::path(target).filename().string() + name)).string();
         LxCliFileSystem::RemoveStalePartFiles(temporary);
         return;
     }
-    target_ = LxFileUtil::ResolveSymbolicLinks(LxFile(LxString(path_))).GetPath().str();
-    const LxFile target{LxString(target_)};
-    if (target.IsDirectory()) throw LxCliFailure(what, path_, "it is a folder");
-    if (LxFileUtil::IsReadOnly(target)) throw LxCliFailure(what, path_, "read-only; not replaced");
-    const std::string folder = LxCliFileSystem::FolderOf(target_);
+    target = LxFileUtil::ResolveSymbolicLinks(LxFile(LxString(path))).GetPath().str();
+    const LxFile targetFile{LxString(target)};
+    if (targetFile.IsDirectory()) throw LxCliFailure(what, path, "it is a folder");
+    if (LxFileUtil::IsReadOnly(targetFile)) throw LxCliFailure(what, path, "read-only; not replaced");
+    const std::string folder = LxCliFileSystem::FolderOf(target);
     const LxFile folderFile{LxString(folder)};
-    if (!folderFile.IsDirectory()) throw LxCliFailure(what, path_, "its folder '" + folder + "' does not exist");
+    if (!folderFile.IsDirectory()) throw LxCliFailure(what, path, "its folder '" + folder + "' does not exist");
     if (!LxFileUtil::IsWritableDirectory(folderFile))
-        throw LxCliFailure(what, path_, "its folder '" + folder + "' cannot be written");
-    part_ = target_ + name;
+        throw LxCliFailure(what, path, "its folder '" + folder + "' cannot be written");
+    part = target + name;
     // Part files of this name left by writers that are gone.
     LxCliFileSystem::RemoveStalePartFiles(folder);
 }
 
 LxCliOutputFile::~LxCliOutputFile() {
-    if (committed_) return;
+    if (committed) return;
     std::error_code ignored;
-    fs::remove(fs::path(part_), ignored);
+    fs::remove(fs::path(part), ignored);
 }
 
 bool LxCliOutputFile::Commit(std::string& why) {
     std::error_code error;
-    if (device_) {
-        const bool written = LxFileUtil::CopyFileIntoDevice(LxFile(LxString(part_)), LxFile(LxString(target_)));
-        fs::remove(fs::path(part_), error);
+    if (device) {
+        const bool written = LxFileUtil::CopyFileIntoDevice(LxFile(LxString(part)), LxFile(LxString(target)));
+        fs::remove(fs::path(part), error);
         if (!written) {
             why = "writing into it failed";
             return false;
         }
-        committed_ = true;
+        committed = true;
         return true;
     }
     {
-        auto file = LxStreamUtil::CreateFileStreamReadWrite(LxFile(LxString(part_)), kLxStreamReadWrite,
+        auto file = LxStreamUtil::CreateFileStreamReadWrite(LxFile(LxString(part)), kLxStreamReadWrite,
                                                             kLxStreamBufferArgument, kLxStreamBufferArgument);
         if (!file || !file->Sync()) {
             why = "the file could not be forced to disk";
-            fs::remove(fs::path(part_), error);
+            fs::remove(fs::path(part), error);
             return false;
         }
     }
     // A file written over keeps the permissions and owner it had.
-    const LxFile target{LxString(target_)};
-    if (target.Exists()) LxFileUtil::CopyOwnerAndMode(target, LxFile(LxString(part_)));
-    if (!LxFile(LxString(part_)).RenameTo(target)) {
+    const LxFile targetFile{LxString(target)};
+    if (targetFile.Exists()) LxFileUtil::CopyOwnerAndMode(targetFile, LxFile(LxString(part)));
+    if (!LxFile(LxString(part)).RenameTo(targetFile)) {
         why = "the finished file could not take its name";
-        fs::remove(fs::path(part_), error);
+        fs::remove(fs::path(part), error);
         return false;
     }
-    committed_ = true;
-    LxFileUtil::SyncDirectory(LxFile(LxString(LxCliFileSystem::FolderOf(target_))));
+    committed = true;
+    LxFileUtil::SyncDirectory(LxFile(LxString(LxCliFileSystem::FolderOf(target))));
     return true;
 }

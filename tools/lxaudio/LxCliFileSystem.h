@@ -33,15 +33,15 @@ int RemoveStalePartFiles(const std::string& folder);
 class LxCliOutputFile {
 public:
     // what begins the messages ("cannot export to"). Throws LxCliFailure when
-    // path cannot take an output: it is a folder, or read-only, or its folder
-    // is missing or cannot be written (for a device: the temporary folder).
-    LxCliOutputFile(std::string path, std::string what);
+    // outputPath cannot take an output: it is a folder, or read-only, or its
+    // folder is missing or cannot be written (for a device: the temporary folder).
+    LxCliOutputFile(std::string outputPath, std::string what);
     ~LxCliOutputFile();
     LxCliOutputFile(const LxCliOutputFile&) = delete;
     LxCliOutputFile& operator=(const LxCliOutputFile&) = delete;
 
     // Where the writer writes.
-    const std::string& PartPath() const { return part_; }
+    const std::string& PartPath() const { return part; }
     // Forces the part file to disk and renames it to the final name (or writes
     // it into the device); false (with why) when that fails, and the part file
     // is gone then.
@@ -50,9 +50,9 @@ public:
     static constexpr const char* kSuffix = ".lxpart";
 
 private:
-    std::string path_;    // as the user named it
-    std::string target_;  // where the output lands: path_ with its symbolic links followed
-    std::string part_;
-    bool device_ = false;
-    bool committed_ = false;
+    std::string path;    // as the user named it
+    std::string target;  // where the output lands: path with its symbolic links followed
+    std::string part;
+    bool device = false;
+    bool committed = false;
 };

@@ -26,36 +26,36 @@ std::string LxCliJsonWriter::Escape(const std::string& value) {
 }
 
 void LxCliJsonWriter::BeforeValue() {
-    if (afterKey_) {
-        afterKey_ = false;
+    if (afterKey) {
+        afterKey = false;
         return;
     }
-    if (levels_.empty()) return;
-    if (!levels_.back().first) text_ += ",";
-    levels_.back().first = false;
-    text_ += "\n" + std::string(levels_.size() * 2, ' ');
+    if (levels.empty()) return;
+    if (!levels.back().first) text += ",";
+    levels.back().first = false;
+    text += "\n" + std::string(levels.size() * 2, ' ');
 }
 
 LxCliJsonWriter& LxCliJsonWriter::BeginObject() {
     BeforeValue();
-    text_ += "{";
-    levels_.push_back({});
+    text += "{";
+    levels.push_back({});
     return *this;
 }
 
 LxCliJsonWriter& LxCliJsonWriter::BeginArray() {
     BeforeValue();
-    text_ += "[";
-    levels_.push_back({});
+    text += "[";
+    levels.push_back({});
     return *this;
 }
 
 void LxCliJsonWriter::Close(char bracket) {
-    bool empty = levels_.empty() || levels_.back().first;
-    if (!levels_.empty()) levels_.pop_back();
-    if (!empty) text_ += "\n" + std::string(levels_.size() * 2, ' ');
-    text_ += bracket;
-    if (levels_.empty()) text_ += "\n";
+    bool empty = levels.empty() || levels.back().first;
+    if (!levels.empty()) levels.pop_back();
+    if (!empty) text += "\n" + std::string(levels.size() * 2, ' ');
+    text += bracket;
+    if (levels.empty()) text += "\n";
 }
 
 LxCliJsonWriter& LxCliJsonWriter::EndObject() {
@@ -70,37 +70,37 @@ LxCliJsonWriter& LxCliJsonWriter::EndArray() {
 
 LxCliJsonWriter& LxCliJsonWriter::Key(const std::string& name) {
     BeforeValue();
-    text_ += Escape(name) + ": ";
-    afterKey_ = true;
+    text += Escape(name) + ": ";
+    afterKey = true;
     return *this;
 }
 
 LxCliJsonWriter& LxCliJsonWriter::String(const std::string& value) {
     BeforeValue();
-    text_ += Escape(value);
+    text += Escape(value);
     return *this;
 }
 
 LxCliJsonWriter& LxCliJsonWriter::Int(int64_t value) {
     BeforeValue();
-    text_ += std::to_string(value);
+    text += std::to_string(value);
     return *this;
 }
 
 LxCliJsonWriter& LxCliJsonWriter::Double(double value, int decimals) {
     BeforeValue();
     if (!std::isfinite(value)) {
-        text_ += "null";
+        text += "null";
         return *this;
     }
     char number[64];
     std::snprintf(number, sizeof number, "%.*f", decimals, value);
-    text_ += number;
+    text += number;
     return *this;
 }
 
 LxCliJsonWriter& LxCliJsonWriter::Bool(bool value) {
     BeforeValue();
-    text_ += value ? "true" : "false";
+    text += value ? "true" : "false";
     return *this;
 }

@@ -19,7 +19,7 @@ public:
     LxCliJsonWriter& Double(double value, int decimals = 6);
     LxCliJsonWriter& Bool(bool value);
 
-    const std::string& Text() const { return text_; }
+    const std::string& Text() const { return text; }
     static std::string Escape(const std::string& value);
 
 private:
@@ -29,7 +29,7 @@ private:
     struct Level {
         bool first = true;
     };
-    std::string text_;
-    std::vector<Level> levels_;
-    bool afterKey_ = false;
+    std::string text;
+    std::vector<Level> levels;
+    bool afterKey = false;
 };

@@ -5,8 +5,8 @@
 #include <cstdio>
 #include "LxCliInterrupt.h"
 
-LxCliProgressBar::LxCliProgressBar(std::string label, bool quiet)
-    : label_(std::move(label)), quiet_(quiet), terminal_(LxStandardError::IsTerminal()) {}
+LxCliProgressBar::LxCliProgressBar(std::string lineLabel, bool silent)
+    : label(std::move(lineLabel)), quiet(silent), terminal(LxStandardError::IsTerminal()) {}
 
 LxCliProgressBar::~LxCliProgressBar() { FinishLine(); }
 
@@ -27,57 +27,57 @@ std::string LxCliProgressBar::TaskName(const std::string& taskKey) {
     return words;
 }
 
-void LxCliProgressBar::BeginTask(const LxString& taskKey, int total, int) { BeginNextTask(taskKey, total); }
+void LxCliProgressBar::BeginTask(const LxString& taskKey, int steps, int) { BeginNextTask(taskKey, steps); }
 
-void LxCliProgressBar::BeginNextTask(const LxString& taskKey, int total) {
+void LxCliProgressBar::BeginNextTask(const LxString& taskKey, int steps) {
     FinishLine();
-    task_ = TaskName(taskKey.str());
-    total_ = std::max(total, 0);
-    done_ = 0;
-    drawnPercent_ = -1;
+    task = TaskName(taskKey.str());
+    total = std::max(steps, 0);
+    done = 0;
+    drawnPercent = -1;
     Draw(true);
 }
 
-void LxCliProgressBar::ReportProgress(int done) {
-    done_ = std::clamp(done, 0, std::max(total_, 0));
+void LxCliProgressBar::ReportProgress(int stepsDone) {
+    done = std::clamp(stepsDone, 0, std::max(total, 0));
     Draw(false);
 }
 
 bool LxCliProgressBar::IsCancelled() { return LxCliInterrupt::Requested(); }
 
 void LxCliProgressBar::EndTask() {
-    done_ = total_;
+    done = total;
     Draw(true);
     FinishLine();
 }
 
 void LxCliProgressBar::Draw(bool force) {
-    if (quiet_ || task_.empty()) return;
-    int percent = total_ > 0 ? static_cast<int>(100LL * done_ / total_) : 100;
-    if (!force && percent == drawnPercent_) return;
-    drawnPercent_ = percent;
-    if (!terminal_) {
+    if (quiet || task.empty()) return;
+    int percent = total > 0 ? static_cast<int>(100LL * done / total) : 100;
+    if (!force && percent == drawnPercent) return;
+    drawnPercent = percent;
+    if (!terminal) {
         // Pipes and logs get the finished line only (FinishLine).
-        lineOpen_ = true;
+        lineOpen = true;
         return;
     }
     constexpr int kWidth = 30;
     int filled = percent * kWidth / 100;
     std::string bar(static_cast<size_t>(filled), '#');
     bar.append(static_cast<size_t>(kWidth - filled), '.');
-    std::fprintf(stderr, "\r%s: %-22s [%s] %3d%%", label_.c_str(), task_.c_str(), bar.c_str(), percent);
+    std::fprintf(stderr, "\r%s: %-22s [%s] %3d%%", label.c_str(), task.c_str(), bar.c_str(), percent);
     std::fflush(stderr);
-    lineOpen_ = true;
+    lineOpen = true;
 }
 
 void LxCliProgressBar::FinishLine() {
-    if (!lineOpen_) return;
-    lineOpen_ = false;
-    if (terminal_) {
+    if (!lineOpen) return;
+    lineOpen = false;
+    if (terminal) {
         std::fprintf(stderr, "\n");
     } else {
-        int percent = total_ > 0 ? static_cast<int>(100LL * done_ / total_) : 100;
-        std::fprintf(stderr, "%s: %s %d%%\n", label_.c_str(), task_.c_str(), percent);
+        int percent = total > 0 ? static_cast<int>(100LL * done / total) : 100;
+        std::fprintf(stderr, "%s: %s %d%%\n", label.c_str(), task.c_str(), percent);
     }
     std::fflush(stderr);
 }

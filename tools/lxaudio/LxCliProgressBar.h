@@ -8,13 +8,13 @@
 
 class LxCliProgressBar : public ILxGeneralProgressCallBack {
 public:
-    // label prefixes every line ("import lecture.wav"); quiet prints nothing.
-    LxCliProgressBar(std::string label, bool quiet);
+    // lineLabel prefixes every line ("import lecture.wav"); silent prints nothing.
+    LxCliProgressBar(std::string lineLabel, bool silent);
     ~LxCliProgressBar() override;
 
-    void BeginTask(const LxString& taskKey, int total, int options) override;
-    void BeginNextTask(const LxString& taskKey, int total) override;
-    void ReportProgress(int done) override;
+    void BeginTask(const LxString& taskKey, int steps, int options) override;
+    void BeginNextTask(const LxString& taskKey, int steps) override;
+    void ReportProgress(int stepsDone) override;
     bool IsCancelled() override;
     void EndTask() override;
 
@@ -25,12 +25,12 @@ private:
     void Draw(bool force);
     void FinishLine();
 
-    std::string label_;
-    bool quiet_;
-    bool terminal_;
-    std::string task_;
-    int total_ = 0;
-    int done_ = 0;
-    int drawnPercent_ = -1;
-    bool lineOpen_ = false;
+    std::string label;
+    bool quiet;
+    bool terminal;
+    std::string task;
+    int total = 0;
+    int done = 0;
+    int drawnPercent = -1;
+    bool lineOpen = false;
 };

@@ -35,17 +35,17 @@ void KeepOwnerAndMode(const fs::path& old, const fs::path& replacement) {
 
 }  // namespace
 
-LxCliProject::LxCliProject(LxCliAssertLog& log) : log_(log) {}
+LxCliProject::LxCliProject(LxCliAssertLog& reports) : log(reports) {}
 
 LxCliProject::~LxCliProject() {
     // The controller (and any device it runs) goes before the lock. It deletes
     // its working directory, or keeps it with recordings no save committed.
-    controller_.reset();
-    if (inWorkingFolder_) {
+    controller.reset();
+    if (inWorkingFolder) {
         // The folder goes when nothing is left in it (remove takes only an
         // empty folder; another command's directory keeps it).
         std::error_code ignored;
-        fs::remove(fs::path(WorkingFolder(path_)), ignored);
+        fs::remove(fs::path(WorkingFolder(path)), ignored);
     }
     Unlock();
 }
@@ -57,29 +57,29 @@ std::string LxCliProject::WorkingFolder(const std::string& projectPath) {
 }
 
 void LxCliProject::MakeController() {
-    const std::string folder = WorkingFolder(path_);
+    const std::string folder = WorkingFolder(path);
     try {
-        controller_ = std::make_unique<LxAudioController>(LxFile(LxString(folder)));
-        inWorkingFolder_ = true;
+        controller = std::make_unique<LxAudioController>(LxFile(LxString(folder)));
+        inWorkingFolder = true;
     } catch (const std::exception&) {
         // A folder that cannot be written: a reader still works from the
         // system's temporary folder (record refuses, its save could not succeed).
-        controller_ = std::make_unique<LxAudioController>();
-        inWorkingFolder_ = false;
+        controller = std::make_unique<LxAudioController>();
+        inWorkingFolder = false;
     }
     // A save is safe only once the new project has taken its name: Save
     // commits the recordings itself then.
-    controller_->SetCommitRecordingsOnSave(false);
+    controller->SetCommitRecordingsOnSave(false);
 }
 
 void LxCliProject::RemoveLeftovers() {
     RemoveStaleTemporaries();
-    LxCliFileSystem::RemoveStalePartFiles(LxCliFileSystem::FolderOf(path_));
-    interrupted_.clear();
-    for (LxAudioLeftover& leftover : LxAudioRecovery::FindLeftovers(LxFile(LxString(WorkingFolder(path_))))) {
+    LxCliFileSystem::RemoveStalePartFiles(LxCliFileSystem::FolderOf(path));
+    interrupted.clear();
+    for (LxAudioLeftover& leftover : LxAudioRecovery::FindLeftovers(LxFile(LxString(WorkingFolder(path))))) {
         if (LxCliRecordings::NeedsRecovery(leftover)) {
-            interrupted_.push_back(std::move(leftover));
-        } else if (access_ == Access::kWrite) {
+            interrupted.push_back(std::move(leftover));
+        } else if (access == Access::kWrite) {
             // Nothing in it that the project lacks. Only a command that holds
             // the project alone deletes it: then no other command of this
             // project can be making its own working directory in there.
@@ -91,18 +91,18 @@ void LxCliProject::RemoveLeftovers() {
 void LxCliProject::Lock() {
     // The lock stands for what is at the path now (after a save, the new
     // project): see LxFileLock::LockWhatIsAt for how each system does it.
-    const LxFileLock::Mode mode = access_ == Access::kWrite ? LxFileLock::Mode::kExclusive : LxFileLock::Mode::kShared;
+    const LxFileLock::Mode mode = access == Access::kWrite ? LxFileLock::Mode::kExclusive : LxFileLock::Mode::kShared;
     // Unavailable: a missing project (Open reports it itself), or a folder
     // that cannot be written (Windows): it is used unlocked, as a reader.
-    if (lock_.LockWhatIsAt(LxFile(LxString(path_)), mode) == LxFileLock::Result::kBusy)
-        throw LxCliFailure("project in use", path_,
+    if (lock.LockWhatIsAt(LxFile(LxString(path)), mode) == LxFileLock::Result::kBusy)
+        throw LxCliFailure("project in use", path,
                            "another lxaudio command is working on it; try again when it has finished");
 }
 
-void LxCliProject::Unlock() { lock_.Unlock(); }
+void LxCliProject::Unlock() { lock.Unlock(); }
 
 std::string LxCliProject::SaveTarget() const {
-    fs::path p(path_);
+    fs::path p(path);
     if (!p.has_filename() && p.has_parent_path()) p = p.parent_path();  // "talk/": the folder "talk"
     return LxFileUtil::ResolveSymbolicLinks(LxFile(LxString(p.string()))).GetPath().str();
 }
@@ -116,14 +116,14 @@ std::string LxCliProject::TemporaryPath() const {
 // Where the old directory waits while a new one takes its name, on systems
 // that cannot swap two directories in one step.
 std::string LxCliProject::ParkingPath() const {
-    fs::path p(path_);
+    fs::path p(path);
     return (p.parent_path() / ("." + p.filename().string() + ".old")).string();
 }
 
-void LxCliProject::Create(const std::string& path, Form form) {
-    path_ = path;
-    form_ = form;
-    access_ = Access::kWrite;
+void LxCliProject::Create(const std::string& projectPath, Form projectForm) {
+    path = projectPath;
+    form = projectForm;
+    access = Access::kWrite;
     std::error_code error;
     if (fs::exists(fs::path(path), error)) throw LxCliFailure("cannot create project", path, "it already exists");
     fs::path parent = fs::path(path).parent_path();
@@ -133,9 +133,9 @@ void LxCliProject::Create(const std::string& path, Form form) {
     Save();
 }
 
-void LxCliProject::Open(const std::string& path, Access access, bool announce) {
-    path_ = path;
-    access_ = access;
+void LxCliProject::Open(const std::string& projectPath, Access wanted, bool announce) {
+    path = projectPath;
+    access = wanted;
     std::error_code error;
     fs::path p(path);
     if (!fs::exists(p, error)) {
@@ -150,31 +150,31 @@ void LxCliProject::Open(const std::string& path, Access access, bool announce) {
     }
     Lock();
     RemoveLeftovers();
-    if (announce && !interrupted_.empty())
-        std::fprintf(stderr, "lxaudio: %s\n", LxCliRecordings::Notice(path_, interrupted_).c_str());
+    if (announce && !interrupted.empty())
+        std::fprintf(stderr, "lxaudio: %s\n", LxCliRecordings::Notice(path, interrupted).c_str());
     MakeController();
-    size_t mark = log_.Mark();
+    size_t mark = log.Mark();
     if (fs::is_directory(p, error)) {
-        form_ = Form::kDirectory;
+        form = Form::kDirectory;
         if (!fs::exists(p / "pcm.lxa1", error) && !fs::exists(p / "integrity.lxi", error))
             throw LxCliFailure("cannot open project", path, "the folder holds no lxaudio project");
-        controller_->ReadVerifiedFrom(LxFile(LxString(path)), damage_);
+        controller->ReadVerifiedFrom(LxFile(LxString(path)), damage);
     } else {
-        form_ = Form::kFile;
+        form = Form::kFile;
         auto in = LxStreamUtil::CreateFileStreamRead(LxFile(LxString(path)));
         if (!in) throw LxCliFailure("cannot open project", path, std::strerror(errno));
         if (in->GetLength() == 0) throw LxCliFailure("cannot open project", path, "the file is empty");
-        controller_->ReadVerifiedFrom(in.get(), damage_);
+        controller->ReadVerifiedFrom(in.get(), damage);
     }
-    if (!damage_.loaded) {
+    if (!damage.loaded) {
         std::string why = "the project is damaged or is not an lxaudio project";
-        if (!damage_.damage.empty()) why += " (" + LxAudioDamageReport::Describe(damage_.damage.front()) + ")";
+        if (!damage.damage.empty()) why += " (" + LxAudioDamageReport::Describe(damage.damage.front()) + ")";
         throw LxCliFailure("cannot open project", path, why);
     }
-    if (damage_.IsDamaged()) {
+    if (damage.IsDamaged()) {
         // What the engine said while reading damaged bytes is in the report.
-        log_.Forget(mark);
-        if (access_ == Access::kWrite) {
+        log.Forget(mark);
+        if (access == Access::kWrite) {
             throw LxCliFailure("project", path,
                                "damaged; not changed (" + DamageLine() +
                                    "); 'lxaudio info' lists the damage, 'lxaudio salvage' copies what is intact",
@@ -185,23 +185,23 @@ void LxCliProject::Open(const std::string& path, Access access, bool announce) {
                          path.c_str(), DamageLine().c_str());
         return;
     }
-    if (log_.CountSince(mark) > 0) {
+    if (log.CountSince(mark) > 0) {
         throw LxCliFailure("cannot open project", path,
-                           "the project is damaged or is not an lxaudio project (" + log_.Summary(mark) + ")");
+                           "the project is damaged or is not an lxaudio project (" + log.Summary(mark) + ")");
     }
     Verify();
 }
 
 std::string LxCliProject::DamageLine() const {
     std::string line;
-    const size_t shown = std::min<size_t>(damage_.damage.size(), 2);
+    const size_t shown = std::min<size_t>(damage.damage.size(), 2);
     for (size_t i = 0; i < shown; ++i)
-        line += (i ? "; " : "") + LxAudioDamageReport::Describe(damage_.damage[i]);
-    if (damage_.damage.size() > shown) line += "; " + std::to_string(damage_.damage.size() - shown) + " more";
-    if (!damage_.damagedClips.empty()) {
-        line += "; damaged clip" + std::string(damage_.damagedClips.size() > 1 ? "s" : "");
+        line += (i ? "; " : "") + LxAudioDamageReport::Describe(damage.damage[i]);
+    if (damage.damage.size() > shown) line += "; " + std::to_string(damage.damage.size() - shown) + " more";
+    if (!damage.damagedClips.empty()) {
+        line += "; damaged clip" + std::string(damage.damagedClips.size() > 1 ? "s" : "");
         bool first = true;
-        for (const auto& entry : damage_.damagedClips) {
+        for (const auto& entry : damage.damagedClips) {
             line += (first ? " " : ", ") + std::to_string(entry.first);
             first = false;
         }
@@ -211,52 +211,33 @@ std::string LxCliProject::DamageLine() const {
     return line;
 }
 
-// The store's own load checks that the members fit the stream; this checks
-// that what they hold makes sense: the reserved silent pages are where every
-// store has them, and every clip lists pages that exist.
+// The store's own load checks that the members fit the stream; the
+// controller's Verify checks that what they hold makes sense: the reserved
+// silent pages are where every store has them, and every clip lists pages that
+// exist. Any report the engine raised on the way is damage too.
 void LxCliProject::Verify() {
     auto damaged = [this](const std::string& why) {
-        throw LxCliFailure("cannot open project", path_, "the project is damaged (" + why + ")");
+        throw LxCliFailure("cannot open project", path, "the project is damaged (" + why + ")");
     };
-    LxAudioFile* store = controller_->GetAudioFile();
-    int sizes[5] = {0, 0, 0, 0, 0};
-    store->GetMemberSizes(sizes);
-    const int pcmBytes = sizes[2];
-    if (pcmBytes < kLxFirstOrdinaryPage || pcmBytes % kLxPageRecordBytes != 0) damaged("page table has a bad size");
-    size_t mark = log_.Mark();
-    LxPCMData record;
-    for (int page = 0; page < kLxFirstOrdinaryPage; page += kLxPageRecordBytes) {
-        if (!store->ReadPageHeader(page, record) || record.codec != kLxPageCodecSilent)
-            damaged("reserved silent page " + std::to_string(page) + " is missing");
-    }
-    std::list<int> ids;
-    controller_->GetListOfClipIDs(ids);
-    for (int id : ids) {
-        auto clip = controller_->GetClipBase(id);
-        if (!clip || log_.CountSince(mark) > 0) damaged("clip " + std::to_string(id) + " cannot be read");
-        for (const LxPageRange& range : clip->GetPageRanges()) {
-            bool inside = range.startPage >= 0 && range.endPage >= range.startPage && range.endPage < pcmBytes &&
-                          range.startPage % kLxPageRecordBytes == 0 && range.endPage % kLxPageRecordBytes == 0;
-            if (!inside || !range.IsValid())
-                damaged("clip " + std::to_string(id) + " refers to pages that do not exist");
-        }
-    }
-    if (log_.CountSince(mark) > 0) damaged(log_.Summary(mark));
+    size_t mark = log.Mark();
+    std::string problem;
+    if (!controller->Verify(problem)) damaged(problem);
+    if (log.CountSince(mark) > 0) damaged(log.Summary(mark));
 }
 
 void LxCliProject::Save() {
     // Renaming over a file needs no write permission on it: a project its owner
     // made read-only is protected here.
-    LxCliFileSafety::RefuseReadOnly(path_);
+    LxCliFileSafety::RefuseReadOnly(path);
     RemoveStaleTemporaries();
-    if (form_ == Form::kFile) {
+    if (form == Form::kFile) {
         SaveAsFile();
     } else {
         SaveAsDirectory();
     }
     // Hold the new project as the old one was held, until the command ends
     // (the save itself is done: a reader that got in first only ends that early).
-    if (lock_.IsLocked()) {
+    if (lock.IsLocked()) {
         try {
             Lock();
         } catch (const LxCliFailure&) {
@@ -270,16 +251,16 @@ void LxCliProject::SaveAsFile() {
     LxFile temporaryFile{LxString(temporary)};
     auto fail = [&](const std::string& why) {
         temporaryFile.Delete();
-        throw LxCliFailure("cannot save project", path_, why + "; the previous version is unchanged");
+        throw LxCliFailure("cannot save project", path, why + "; the previous version is unchanged");
     };
-    size_t mark = log_.Mark();
+    size_t mark = log.Mark();
     {
         auto out = LxStreamUtil::CreateFileStreamReadWrite(temporaryFile, kLxStreamWrite, kLxStreamBufferArgument, kLxStreamBufferArgument);
         if (!out) fail(std::string("cannot write next to it (") + std::strerror(errno) + ")");
         LxCliSaveStream stream(std::move(out));
-        bool written = controller_->WriteVerifiedTo(&stream);
+        bool written = controller->WriteVerifiedTo(&stream);
         if (!written || stream.WriteFailed()) {
-            std::string detail = log_.Summary(mark);
+            std::string detail = log.Summary(mark);
             fail("writing failed (disk full?)" + (detail.empty() ? std::string() : " (" + detail + ")"));
         }
         if (!stream.Sync()) fail("the new file could not be forced to disk");
@@ -289,7 +270,7 @@ void LxCliProject::SaveAsFile() {
     KeepOwnerAndMode(target, temporary);
     if (!temporaryFile.RenameTo(LxFile(LxString(target)))) fail("the new file could not replace the old one");
     SyncDirectory(fs::path(target).parent_path());
-    controller_->CommitRecordings();
+    controller->CommitRecordings();
 }
 
 void LxCliProject::SaveAsDirectory() {
@@ -299,14 +280,14 @@ void LxCliProject::SaveAsDirectory() {
     auto fail = [&](const std::string& why) {
         std::error_code ignored;
         fs::remove_all(temporary, ignored);
-        throw LxCliFailure("cannot save project", path_, why + "; the previous version is unchanged");
+        throw LxCliFailure("cannot save project", path, why + "; the previous version is unchanged");
     };
     fs::remove_all(temporary, error);
     if (!fs::create_directory(temporary, error)) fail("cannot write next to it (" + Why(error) + ")");
-    size_t mark = log_.Mark();
-    if (!controller_->WriteVerifiedTo(LxFile(LxString(temporary.string())), false, nullptr) ||
-        log_.CountSince(mark) > 0) {
-        std::string detail = log_.Summary(mark);
+    size_t mark = log.Mark();
+    if (!controller->WriteVerifiedTo(LxFile(LxString(temporary.string())), false, nullptr) ||
+        log.CountSince(mark) > 0) {
+        std::string detail = log.Summary(mark);
         fail("writing failed (disk full?)" + (detail.empty() ? std::string() : " (" + detail + ")"));
     }
     // Force every chunk file to disk before the new folder takes the name, with
@@ -344,7 +325,7 @@ void LxCliProject::SaveAsDirectory() {
         fs::remove_all(parking, error);
     }
     SyncDirectory(target.parent_path());
-    controller_->CommitRecordings();
+    controller->CommitRecordings();
 }
 
 void LxCliProject::RemoveStaleTemporaries() const {
@@ -366,7 +347,7 @@ void LxCliProject::RemoveStaleTemporaries() const {
 
 bool LxCliProject::HasClip(int clipID) {
     std::list<int> ids;
-    controller_->GetListOfClipIDs(ids);
+    controller->GetListOfClipIDs(ids);
     for (int id : ids) {
         if (id == clipID) return true;
     }
@@ -375,18 +356,18 @@ bool LxCliProject::HasClip(int clipID) {
 
 void LxCliProject::RequireClip(int clipID) {
     // In a damaged project only the clips the check found intact are used.
-    const std::vector<int>& intact = damage_.intactClips;
-    if (damage_.IsDamaged() && std::find(intact.begin(), intact.end(), clipID) == intact.end()) {
-        auto damaged = damage_.damagedClips.find(clipID);
+    const std::vector<int>& intact = damage.intactClips;
+    if (damage.IsDamaged() && std::find(intact.begin(), intact.end(), clipID) == intact.end()) {
+        auto damaged = damage.damagedClips.find(clipID);
         const std::string why =
-            damaged != damage_.damagedClips.end() ? damaged->second : "it is not among the project's intact clips";
-        throw LxCliFailure("clip " + std::to_string(clipID) + " is damaged in project", path_,
+            damaged != damage.damagedClips.end() ? damaged->second : "it is not among the project's intact clips";
+        throw LxCliFailure("clip " + std::to_string(clipID) + " is damaged in project", path,
                            why + "; 'lxaudio salvage' copies what is intact", LxCliFailure::kExitDamaged);
     }
-    if (!HasClip(clipID)) throw LxCliFailure("no clip " + std::to_string(clipID) + " in project", path_, "");
+    if (!HasClip(clipID)) throw LxCliFailure("no clip " + std::to_string(clipID) + " in project", path, "");
 }
 
 std::unique_ptr<LxAudioClip> LxCliProject::LoadClip(int clipID) {
     RequireClip(clipID);
-    return controller_->GetClip(clipID);
+    return controller->GetClip(clipID);
 }

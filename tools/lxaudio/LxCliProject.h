@@ -32,15 +32,15 @@ public:
     // once, so that two commands never save over each other's work.
     enum class Access { kRead, kWrite };
 
-    // log receives the engine's reports while the project loads and saves; its
-    // summary goes into the error line when one of them fails.
-    explicit LxCliProject(LxCliAssertLog& log);
+    // reports receives the engine's reports while the project loads and saves;
+    // its summary goes into the error line when one of them fails.
+    explicit LxCliProject(LxCliAssertLog& reports);
     ~LxCliProject();
     LxCliProject(const LxCliProject&) = delete;
     LxCliProject& operator=(const LxCliProject&) = delete;
 
-    // A new, empty project, saved at once. Fails when path exists.
-    void Create(const std::string& path, Form form);
+    // A new, empty project, saved at once. Fails when projectPath exists.
+    void Create(const std::string& projectPath, Form projectForm);
     // Loads an existing project (the form is what is found on disk) and checks
     // it against its integrity record (or, for a project saved without one,
     // its structure). A damaged project is refused for writing ("damaged; not
@@ -50,7 +50,7 @@ public:
     // Before it loads, it removes what killed commands left beside the project
     // (see RemoveLeftovers) and, unless announce is false, prints one line on
     // stderr when interrupted recordings wait to be recovered.
-    void Open(const std::string& path, Access access, bool announce = true);
+    void Open(const std::string& projectPath, Access wanted, bool announce = true);
     // Writes the project atomically (see above); once the new project is in
     // place, the recordings it holds are committed (their journals go).
     void Save();
@@ -58,13 +58,13 @@ public:
     // The hidden folder beside a project where its controllers work.
     static std::string WorkingFolder(const std::string& projectPath);
     // False when the controller had to work in the system's temporary folder.
-    bool HasWorkingFolder() const { return inWorkingFolder_; }
+    bool HasWorkingFolder() const { return inWorkingFolder; }
     // Leftovers with recordings to recover, as found when the project was opened.
-    const std::vector<LxAudioLeftover>& Interrupted() const { return interrupted_; }
+    const std::vector<LxAudioLeftover>& Interrupted() const { return interrupted; }
 
-    LxAudioController& Controller() { return *controller_; }
-    const std::string& Path() const { return path_; }
-    Form GetForm() const { return form_; }
+    LxAudioController& Controller() { return *controller; }
+    const std::string& Path() const { return path; }
+    Form GetForm() const { return form; }
 
     // The clip with this ID, or a failure naming the project ("no clip 7 in
     // ...", or "clip 7 is damaged" with why).
@@ -73,7 +73,7 @@ public:
     // Throws the failure LoadClip would when the clip is missing or damaged.
     void RequireClip(int clipID);
     // What the load found; no damage when the project is intact.
-    const LxAudioDamageReport& Damage() const { return damage_; }
+    const LxAudioDamageReport& Damage() const { return damage; }
     // The first findings and the damaged clips, in one line.
     std::string DamageLine() const;
 
@@ -92,18 +92,18 @@ private:
     // link stays a link). The new project is made beside it.
     std::string SaveTarget() const;
     std::string TemporaryPath() const;
-    // Takes the lock of what is at path_ now (again after a save replaced it).
+    // Takes the lock of what is at path now (again after a save replaced it).
     void Lock();
     void Unlock();
     std::string ParkingPath() const;
 
-    LxCliAssertLog& log_;
-    std::unique_ptr<LxAudioController> controller_;
-    std::string path_;
-    Form form_ = Form::kFile;
-    Access access_ = Access::kRead;
-    LxFileLock lock_;
-    bool inWorkingFolder_ = false;
-    std::vector<LxAudioLeftover> interrupted_;
-    LxAudioDamageReport damage_;
+    LxCliAssertLog& log;
+    std::unique_ptr<LxAudioController> controller;
+    std::string path;
+    Form form = Form::kFile;
+    Access access = Access::kRead;
+    LxFileLock lock;
+    bool inWorkingFolder = false;
+    std::vector<LxAudioLeftover> interrupted;
+    LxAudioDamageReport damage;
 };

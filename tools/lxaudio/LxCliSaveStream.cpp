@@ -5,8 +5,10 @@
 #include <cstdlib>
 #include <thread>
 
-LxCliSaveStream::LxCliSaveStream(std::unique_ptr<ILxReadWriteStream> target)
-    : target_(std::move(target)), pauseAfter_(PausePoint()) {}
+LxCliSaveStream::LxCliSaveStream(std::unique_ptr<ILxReadWriteStream> file)
+    : target(std::move(file)),
+      pauseAfter(PausePoint()),
+      targetFailures([this] { return target ? target->GetWriteFailures() : 0; }) {}
 
 int64_t LxCliSaveStream::PausePoint() {
     const char* pause = std::getenv("LXAUDIO_TEST_SAVE_PAUSE_BYTES");
@@ -24,37 +26,37 @@ void LxCliSaveStream::Pause(int64_t bytesWritten) {
 
 LxCliSaveStream::~LxCliSaveStream() { Close(); }
 
-bool LxCliSaveStream::IsOpen() const { return target_ && target_->IsOpen(); }
+bool LxCliSaveStream::IsOpen() const { return target && target->IsOpen(); }
 
-int LxCliSaveStream::Read(void* buffer, int bytes) { return target_ ? target_->Read(buffer, bytes) : 0; }
+int LxCliSaveStream::Read(void* buffer, int bytes) { return target ? target->Read(buffer, bytes) : 0; }
 
 int LxCliSaveStream::Write(const void* buffer, int bytes) {
-    if (!target_) return 0;
-    int done = target_->Write(buffer, bytes);
-    if (done > 0) written_ += done;
-    if (done != bytes) writeFailed_ = true;
-    if (pauseAfter_ >= 0 && written_ >= pauseAfter_) {
-        pauseAfter_ = -1;
+    if (!target) return 0;
+    int done = target->Write(buffer, bytes);
+    if (done > 0) written += done;
+    if (done != bytes) writeFailed = true;
+    if (pauseAfter >= 0 && written >= pauseAfter) {
+        pauseAfter = -1;
         // Put the half-written bytes on disk, as a crash after a partial
         // write-back would leave them.
-        target_->Flush();
-        Pause(written_);
+        target->Flush();
+        Pause(written);
     }
     return done;
 }
 
-bool LxCliSaveStream::Seek(int64_t offset, LxSeekOrigin origin) { return target_ && target_->Seek(offset, origin); }
+bool LxCliSaveStream::Seek(int64_t offset, LxSeekOrigin origin) { return target && target->Seek(offset, origin); }
 
-int64_t LxCliSaveStream::GetPosition() const { return target_ ? target_->GetPosition() : 0; }
+int64_t LxCliSaveStream::GetPosition() const { return target ? target->GetPosition() : 0; }
 
-int64_t LxCliSaveStream::GetLength() const { return target_ ? target_->GetLength() : 0; }
+int64_t LxCliSaveStream::GetLength() const { return target ? target->GetLength() : 0; }
 
-bool LxCliSaveStream::Truncate() { return target_ && target_->Truncate(); }
+bool LxCliSaveStream::Truncate() { return target && target->Truncate(); }
 
-bool LxCliSaveStream::Flush() { return target_ && target_->Flush(); }
+bool LxCliSaveStream::Flush() { return target && target->Flush(); }
 
-bool LxCliSaveStream::Sync() { return target_ && target_->Sync(); }
+bool LxCliSaveStream::Sync() { return target && target->Sync(); }
 
 void LxCliSaveStream::Close() {
-    if (target_) target_->Close();
+    if (target) target->Close();
 }

@@ -7,10 +7,11 @@
 #include <cstdint>
 #include <memory>
 #include "LxAudioCore.h"
+#include "LxPublic/LxFailureWatch.h"
 
 class LxCliSaveStream : public ILxStream {
 public:
-    explicit LxCliSaveStream(std::unique_ptr<ILxReadWriteStream> target);
+    explicit LxCliSaveStream(std::unique_ptr<ILxReadWriteStream> file);
     ~LxCliSaveStream() override;
 
     bool IsOpen() const override;
@@ -24,8 +25,10 @@ public:
     bool Sync() override;
     void Close() override;
 
-    // True once any write came back short (a full disk, an I/O error).
-    bool WriteFailed() const { return writeFailed_; }
+    // True once any write came back short (a full disk, an I/O error), or the
+    // file counted a failed write that no return value showed (a buffered
+    // write-back on a flush).
+    bool WriteFailed() const { return writeFailed || targetFailures.Failed(); }
 
     // The test pause point in bytes, -1 when none is asked for.
     static int64_t PausePoint();
@@ -34,8 +37,9 @@ public:
 
 private:
 
-    std::unique_ptr<ILxReadWriteStream> target_;
-    int64_t written_ = 0;
-    int64_t pauseAfter_ = -1;
-    bool writeFailed_ = false;
+    std::unique_ptr<ILxReadWriteStream> target;
+    int64_t written = 0;
+    int64_t pauseAfter = -1;
+    bool writeFailed = false;
+    LxFailureWatch targetFailures;
 };

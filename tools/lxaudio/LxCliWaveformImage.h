@@ -14,7 +14,7 @@ public:
     static constexpr uint8_t kZeroLine[3] = {190, 190, 190};
     static constexpr uint8_t kWave[3] = {30, 90, 200};
 
-    LxCliWaveformImage(int width, int height);
+    LxCliWaveformImage(int imageWidth, int imageHeight);
 
     // points: the thumbnail, low 16 bits the minimum, high 16 bits the maximum.
     void Draw(const std::vector<uint32_t>& points);
@@ -23,12 +23,12 @@ public:
 
     // Row of a sample value: 32767 at the top row, -32768 at the bottom row.
     int RowOf(int sample) const;
-    const std::vector<uint8_t>& Pixels() const { return pixels_; }
+    const std::vector<uint8_t>& Pixels() const { return pixels; }
 
 private:
     void Put(int x, int y, const uint8_t colour[3]);
 
-    int width_;
-    int height_;
-    std::vector<uint8_t> pixels_;
+    int width;
+    int height;
+    std::vector<uint8_t> pixels;
 };

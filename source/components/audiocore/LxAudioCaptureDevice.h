@@ -35,7 +35,6 @@ public:
     // While capturing is false the device keeps recording (and reporting the
     // level) but queues nothing.
     void SetCapturing(bool value) { capturing = value; }
-    bool IsCapturing() const { return capturing; }
     float GetAppliedVolume() const { return appliedVolume; }
 
 protected:

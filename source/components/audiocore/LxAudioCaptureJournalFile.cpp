@@ -4,6 +4,7 @@
 #include <cstring>
 #include "LxAudioConstants.h"
 #include "LxAudioCaptureData.h"
+#include "LxPublic/LxFailureWatch.h"
 #include "LxPublic/LxStreamUtil.h"
 
 namespace {
@@ -18,22 +19,22 @@ const unsigned char kEndMagic[4] = {'L', 'X', 'C', 'E'};
 
 class Writer {
 public:
-    explicit Writer(std::vector<unsigned char>& out) : out_(out) {}
+    explicit Writer(std::vector<unsigned char>& target) : out(target) {}
     void Bytes(const void* data, size_t n) {
         const auto* p = static_cast<const unsigned char*>(data);
-        out_.insert(out_.end(), p, p + n);
+        out.insert(out.end(), p, p + n);
     }
     void U16(uint32_t v) {
-        for (int i = 0; i < 2; ++i) out_.push_back(static_cast<unsigned char>(v >> (8 * i)));
+        for (int i = 0; i < 2; ++i) out.push_back(static_cast<unsigned char>(v >> (8 * i)));
     }
     void U32(uint32_t v) {
-        for (int i = 0; i < 4; ++i) out_.push_back(static_cast<unsigned char>(v >> (8 * i)));
+        for (int i = 0; i < 4; ++i) out.push_back(static_cast<unsigned char>(v >> (8 * i)));
     }
     void U64(uint64_t v) {
-        for (int i = 0; i < 8; ++i) out_.push_back(static_cast<unsigned char>(v >> (8 * i)));
+        for (int i = 0; i < 8; ++i) out.push_back(static_cast<unsigned char>(v >> (8 * i)));
     }
     // CRC-32 of everything from offset `from` on, appended.
-    void Crc(size_t from) { U32(Checksum(out_.data() + from, out_.size() - from, 0)); }
+    void Crc(size_t from) { U32(Checksum(out.data() + from, out.size() - from, 0)); }
     static uint32_t Checksum(const unsigned char* data, size_t n, uint32_t crc) {
         uLong value = crc;
         while (n > 0) {
@@ -46,7 +47,7 @@ public:
     }
 
 private:
-    std::vector<unsigned char>& out_;
+    std::vector<unsigned char>& out;
 };
 
 uint32_t U16At(const unsigned char* p) { return p[0] | (static_cast<uint32_t>(p[1]) << 8); }
@@ -65,12 +66,12 @@ bool ReadExactly(ILxStream& in, void* buffer, size_t n) {
 
 LxAudioCaptureJournalFile::~LxAudioCaptureJournalFile() { Close(); }
 
-bool LxAudioCaptureJournalFile::Create(const LxFile& file, int64_t startTimeMS) {
+bool LxAudioCaptureJournalFile::Create(const LxFile& journalFile, int64_t startTimeMS) {
     Close();
-    file_ = file;
-    audioBytes_ = 0;
-    stream_ = LxStreamUtil::CreateFileStreamReadWrite(file, kLxStreamWrite, kLxStreamBufferArgument, kLxStreamBufferArgument);
-    if (!stream_) return false;
+    file = journalFile;
+    audioBytes = 0;
+    stream = LxStreamUtil::CreateFileStreamReadWrite(journalFile, kLxStreamWrite, kLxStreamBufferArgument, kLxStreamBufferArgument);
+    if (!stream) return false;
     std::vector<unsigned char> header;
     Writer out(header);
     out.Bytes(kJournalMagic, 4);
@@ -82,7 +83,7 @@ bool LxAudioCaptureJournalFile::Create(const LxFile& file, int64_t startTimeMS) 
 }
 
 bool LxAudioCaptureJournalFile::AppendBuffer(const LxAudioCaptureData& item) {
-    if (!stream_ || item.data == nullptr || item.byteCount <= 0) return false;
+    if (!stream || item.data == nullptr || item.byteCount <= 0) return false;
     std::vector<unsigned char> record;
     record.reserve(kBufferHeadBytes + static_cast<size_t>(item.byteCount));
     Writer out(record);
@@ -100,12 +101,12 @@ bool LxAudioCaptureJournalFile::AppendBuffer(const LxAudioCaptureData& item) {
     out.U32(crc);
     out.Bytes(item.data, static_cast<size_t>(item.byteCount));
     if (!WriteRecord(record)) return false;
-    audioBytes_ += item.byteCount;
+    audioBytes += item.byteCount;
     return true;
 }
 
 bool LxAudioCaptureJournalFile::AppendEnd(int clipID) {
-    if (!stream_) return false;
+    if (!stream) return false;
     std::vector<unsigned char> record;
     Writer out(record);
     out.Bytes(kEndMagic, 4);
@@ -117,15 +118,15 @@ bool LxAudioCaptureJournalFile::AppendEnd(int clipID) {
 bool LxAudioCaptureJournalFile::WriteRecord(const std::vector<unsigned char>& bytes) {
     // Flushed at once: the record is the operating system's to keep from here
     // on, whatever happens to this process.
-    return stream_->Write(bytes.data(), static_cast<int>(bytes.size())) == static_cast<int>(bytes.size()) &&
-           stream_->Flush();
+    return stream->Write(bytes.data(), static_cast<int>(bytes.size())) == static_cast<int>(bytes.size()) &&
+           stream->Flush();
 }
 
-bool LxAudioCaptureJournalFile::Sync() { return stream_ && stream_->Sync(); }
+bool LxAudioCaptureJournalFile::Sync() { return stream && stream->Sync(); }
 
 void LxAudioCaptureJournalFile::Close() {
-    if (stream_) stream_->Close();
-    stream_.reset();
+    if (stream) stream->Close();
+    stream.reset();
 }
 
 bool LxAudioCaptureJournalFile::Read(const LxFile& file, LxAudioInterruptedRecording& info,
@@ -141,6 +142,7 @@ bool LxAudioCaptureJournalFile::Read(const LxFile& file, LxAudioInterruptedRecor
         return false;
     }
     info.startTimeMS = static_cast<int64_t>(U64At(header + 8));
+    const LxFailureWatch readFailures(*in, LxFailureWatch::kReads);
     const int64_t length = in->GetLength();
     int64_t position = static_cast<int64_t>(kHeaderBytes);
     int64_t audioBytes = 0;
@@ -197,6 +199,9 @@ bool LxAudioCaptureJournalFile::Read(const LxFile& file, LxAudioInterruptedRecor
         if (visit) visit(buffer);
         position += static_cast<int64_t>(kBufferHeadBytes + bytes);
     }
+    // A read the disk refused looks like the end of the file to the loop; it
+    // is damage where it happened, not the end a kill leaves.
+    if (damageOffset < 0 && readFailures.Failed()) damageOffset = position;
     // A recording keeps whole multiples of 180 bytes, as every capture does.
     info.frames = (audioBytes / kLxWholeFrameBlockBytes * kLxWholeFrameBlockBytes) / (2 * info.channels);
     return true;

@@ -45,23 +45,24 @@ public:
 
     // --- writing ------------------------------------------------------------------
     // Creates the file with its header, forced to disk. False when it cannot.
-    bool Create(const LxFile& file, int64_t startTimeMS);
+    bool Create(const LxFile& journalFile, int64_t startTimeMS);
     // Appends one buffer record and hands it to the operating system.
     bool AppendBuffer(const LxAudioCaptureData& item);
     bool AppendEnd(int clipID);
     // Forces what was appended to stable storage.
     bool Sync();
     void Close();
-    const LxFile& GetFile() const { return file_; }
+    const LxFile& GetFile() const { return file; }
     // Audio bytes appended so far.
-    int64_t GetAudioBytes() const { return audioBytes_; }
+    int64_t GetAudioBytes() const { return audioBytes; }
 
     // --- reading ------------------------------------------------------------------
     // Reads a journal: its header into info (start time, ended), then every
     // intact buffer record in order, handing each to visit (when set) and
     // counting its frames into info. damageOffset receives the byte position
     // where the intact records end when something other than a clean end or a
-    // record cut short at the end of the file stops the reading (-1 otherwise).
+    // record cut short at the end of the file stops the reading (a read that
+    // failed included; -1 otherwise).
     // False when the header itself cannot be read (info.readable is then false).
     static bool Read(const LxFile& file, LxAudioInterruptedRecording& info,
                      const std::function<void(const Buffer&)>& visit, int64_t& damageOffset);
@@ -69,7 +70,7 @@ public:
 private:
     bool WriteRecord(const std::vector<unsigned char>& bytes);
 
-    LxFile file_;
-    std::unique_ptr<ILxReadWriteStream> stream_;
-    int64_t audioBytes_ = 0;
+    LxFile file;
+    std::unique_ptr<ILxReadWriteStream> stream;
+    int64_t audioBytes = 0;
 };

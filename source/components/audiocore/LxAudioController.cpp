@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <string>
 #include "LxReportSites.h"
 #include "LxAudioConstants.h"
 #include "LxAudioCaptureConsumer.h"
@@ -476,4 +477,44 @@ void LxAudioController::HandleStopPlayBackCalledFromDevice(int clipID) {
 
 void LxHandleStopPlayBackCalledFromDevice(int clipID, void* controller) {
     if (controller != nullptr) static_cast<LxAudioController*>(controller)->HandleStopPlayBackCalledFromDevice(clipID);
+}
+
+bool LxAudioController::Verify(std::string& problem) {
+    problem.clear();
+    int sizes[5] = {0, 0, 0, 0, 0};
+    audioFile->GetMemberSizes(sizes);
+    const int pageTableBytes = sizes[2];
+    if (pageTableBytes < kLxFirstOrdinaryPage || pageTableBytes % kLxPageRecordBytes != 0) {
+        problem = "page table has a bad size";
+        return false;
+    }
+    // A report on the way (a page record or a clip that reads wrongly) means
+    // the clips cannot be trusted, even when the call still gave a result.
+    const int64_t reportsBefore = LxAssertReportCount();
+    LxPCMData record;
+    for (int page = 0; page < kLxFirstOrdinaryPage; page += kLxPageRecordBytes) {
+        if (!audioFile->ReadPageHeader(page, record) || record.codec != kLxPageCodecSilent) {
+            problem = "reserved silent page " + std::to_string(page) + " is missing";
+            return false;
+        }
+    }
+    std::list<int> ids;
+    GetListOfClipIDs(ids);
+    for (int id : ids) {
+        std::unique_ptr<LxAudioClipBase> clip = GetClipBase(id);
+        if (!clip || LxAssertReportCount() != reportsBefore) {
+            problem = "clip " + std::to_string(id) + " cannot be read";
+            return false;
+        }
+        for (const LxPageRange& range : clip->GetPageRanges()) {
+            const bool inside = range.startPage >= 0 && range.endPage >= range.startPage &&
+                                range.endPage < pageTableBytes && range.startPage % kLxPageRecordBytes == 0 &&
+                                range.endPage % kLxPageRecordBytes == 0;
+            if (!inside || !range.IsValid()) {
+                problem = "clip " + std::to_string(id) + " refers to pages that do not exist";
+                return false;
+            }
+        }
+    }
+    return true;
 }

@@ -1,6 +1,8 @@
 #include "LxAudioImporter.h"
 
 #include <algorithm>
+#include <cctype>
+#include <string>
 #include "LxReportSites.h"
 #include "LxAudioConstants.h"
 #include "LxAudioClip.h"
@@ -51,6 +53,20 @@ int LxAudioImporter::Import(ILxStream* source) {
         LxReportAt("Import Failed.", LxReportSites::kImportFailed);
         return -1;
     }
+}
+
+bool LxAudioImporter::HasSupportedExtension(const LxString& fileName) {
+    const std::string& name = fileName.str();
+    auto sameLetter = [](char a, char b) {
+        return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
+    };
+    for (const LxString& format : GetSupportedFormats()) {
+        const std::string suffix = "." + format.str();
+        if (name.size() >= suffix.size() &&
+            std::equal(suffix.begin(), suffix.end(), name.end() - static_cast<std::ptrdiff_t>(suffix.size()), sameLetter))
+            return true;
+    }
+    return false;
 }
 
 short LxAudioImporter::FloatToSample(float f) {

@@ -22,7 +22,6 @@ public:
     virtual bool Stop() = 0;
 
     void SetSource(std::unique_ptr<LxAudioPlaybackSource> newSource) { source = std::move(newSource); }
-    LxAudioPlaybackSource* GetSource() const { return source.get(); }
     int GetFramesWritten() const { return framesWritten; }
 
 protected:

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -113,13 +112,7 @@ bool LxNvVorbisImporter::CanImport(const LxFile& file) {
     return source && CanImport(source.get());
 }
 
-bool LxNvVorbisImporter::CanImport(const LxString& fileName) {
-    const std::string& name = fileName.str();
-    if (name.size() < 4) return false;
-    std::string suffix = name.substr(name.size() - 4);
-    std::transform(suffix.begin(), suffix.end(), suffix.begin(), [](unsigned char c) { return std::tolower(c); });
-    return suffix == ".ogg" || suffix == ".oga";
-}
+bool LxNvVorbisImporter::CanImport(const LxString& fileName) { return HasSupportedExtension(fileName); }
 
 unsigned int LxNvVorbisImporter::GetAudioDataSize(ILxStream* source) {
     if (source == nullptr || !source->IsOpen()) return 0;

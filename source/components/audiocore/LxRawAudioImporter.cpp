@@ -1,7 +1,6 @@
 #include "LxRawAudioImporter.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 #include "LxPublic/ILxStream.h"
 #include "LxPublic/LxAssert.h"
@@ -61,13 +60,7 @@ bool LxRawAudioImporter::CanImport(const LxFile& file) {
     return source && CanImport(source.get());
 }
 
-bool LxRawAudioImporter::CanImport(const LxString& fileName) {
-    const std::string& name = fileName.str();
-    if (name.size() < 4) return false;
-    std::string suffix = name.substr(name.size() - 4);
-    std::transform(suffix.begin(), suffix.end(), suffix.begin(), [](unsigned char c) { return std::tolower(c); });
-    return suffix == ".raw";
-}
+bool LxRawAudioImporter::CanImport(const LxString& fileName) { return HasSupportedExtension(fileName); }
 
 bool LxRawAudioImporter::Initialize() {
     if (stream == nullptr || !stream->IsOpen()) return false;

@@ -21,21 +21,21 @@ uint32_t Get32(const unsigned char* p) { return LxStreamUtil::GetLe32(p); }
 // Reads little-endian words from a section, never past its end.
 class Reader {
 public:
-    Reader(const unsigned char* bytes, size_t size) : p_(bytes), left_(size) {}
+    Reader(const unsigned char* bytes, size_t size) : p(bytes), left(size) {}
     bool Word(uint32_t& value) {
-        if (left_ < 4) return false;
-        value = Get32(p_);
-        p_ += 4;
-        left_ -= 4;
+        if (left < 4) return false;
+        value = Get32(p);
+        p += 4;
+        left -= 4;
         return true;
     }
     // Whether count items of itemBytes each still fit.
-    bool Holds(uint32_t count, size_t itemBytes) const { return count <= left_ / itemBytes; }
-    bool Done() const { return left_ == 0; }
+    bool Holds(uint32_t count, size_t itemBytes) const { return count <= left / itemBytes; }
+    bool Done() const { return left == 0; }
 
 private:
-    const unsigned char* p_;
-    size_t left_;
+    const unsigned char* p;
+    size_t left;
 };
 
 void PutSection(std::vector<unsigned char>& out, const unsigned char tag[4], const std::vector<unsigned char>& body) {

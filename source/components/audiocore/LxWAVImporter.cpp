@@ -56,15 +56,7 @@ bool LxWAVImporter::CanImport(const LxFile& file) {
     return source && StartsWithRiffWave(source.get());
 }
 
-bool LxWAVImporter::CanImport(const LxString& fileName) {
-    std::string name = fileName.str();
-    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
-    auto endsWith = [&](const char* suffix) {
-        size_t n = std::strlen(suffix);
-        return name.size() >= n && name.compare(name.size() - n, n, suffix) == 0;
-    };
-    return endsWith(".wav") || endsWith(".wave");
-}
+bool LxWAVImporter::CanImport(const LxString& fileName) { return HasSupportedExtension(fileName); }
 
 bool LxWAVImporter::ReadWAVEheaderFromStream(ILxStream* source, WAVEheader& header) {
     unsigned char bytes[16];

@@ -12,9 +12,12 @@ void DefaultAssertHandler(const char* message, const char* sourceFile, int line)
 
 std::atomic<LxAssertHandler> gHandler{&DefaultAssertHandler};
 
+thread_local int64_t tReportCount = 0;
+
 }  // namespace
 
 void LxAssertFailed(const char* message, const char* sourceFile, int line) {
+    ++tReportCount;
     LxAssertHandler handler = gHandler.load();
     handler(message ? message : "", sourceFile ? sourceFile : "", line);
 }
@@ -23,3 +26,5 @@ LxAssertHandler LxSetAssertHandler(LxAssertHandler handler) {
     LxAssertHandler previous = gHandler.exchange(handler ? handler : &DefaultAssertHandler);
     return previous;
 }
+
+int64_t LxAssertReportCount() { return tReportCount; }

@@ -3,5 +3,5 @@
 #include <chrono>
 
 bool LxCondition::Wait(LxLock& lock, int milliseconds) {
-    return cv_.wait_for(lock.Native(), std::chrono::milliseconds(milliseconds)) == std::cv_status::no_timeout;
+    return cv.wait_for(lock.Native(), std::chrono::milliseconds(milliseconds)) == std::cv_status::no_timeout;
 }

@@ -40,13 +40,13 @@ LxFileLock::~LxFileLock() { Unlock(); }
 
 bool LxFileLock::TryLock(const LxFile& file, Mode mode) {
     Unlock();
-    int fd = OpenRetrying(file.GetPath().c_str(), O_RDWR | O_CREAT, 0600);
-    if (fd < 0) return false;
-    if (!FlockWithoutWaiting(fd, mode)) {
-        ::close(fd);
+    int opened = OpenRetrying(file.GetPath().c_str(), O_RDWR | O_CREAT, 0600);
+    if (opened < 0) return false;
+    if (!FlockWithoutWaiting(opened, mode)) {
+        ::close(opened);
         return false;
     }
-    fd_ = fd;
+    fd = opened;
     return true;
 }
 
@@ -55,35 +55,35 @@ LxFileLock::Result LxFileLock::LockWhatIsAt(const LxFile& path, Mode mode) {
     // Each round that finds another file at path once locked is a rename that
     // came in between; a few rounds outlast any sequence of saves.
     for (int attempt = 0; attempt < 10; ++attempt) {
-        int fd = OpenRetrying(name, O_RDONLY);
-        if (fd < 0) return Result::kUnavailable;
-        if (!FlockWithoutWaiting(fd, mode)) {
-            ::close(fd);
+        int opened = OpenRetrying(name, O_RDONLY);
+        if (opened < 0) return Result::kUnavailable;
+        if (!FlockWithoutWaiting(opened, mode)) {
+            ::close(opened);
             return Result::kBusy;
         }
-        if (StillAt(fd, name)) {
+        if (StillAt(opened, name)) {
             Unlock();
-            fd_ = fd;
+            fd = opened;
             return Result::kLocked;
         }
-        ::close(fd);
+        ::close(opened);
     }
     return Result::kUnavailable;
 }
 
 void LxFileLock::Unlock() {
-    if (fd_ >= 0) {
-        ::close(fd_);
-        fd_ = -1;
+    if (fd >= 0) {
+        ::close(fd);
+        fd = -1;
     }
 }
 
-bool LxFileLock::IsLocked() const { return fd_ >= 0; }
+bool LxFileLock::IsLocked() const { return fd >= 0; }
 
 bool LxFileLock::IsHeld(const LxFile& file) {
-    int fd = OpenRetrying(file.GetPath().c_str(), O_RDONLY);
-    if (fd < 0) return false;
-    bool held = ::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-    ::close(fd);
+    int probe = OpenRetrying(file.GetPath().c_str(), O_RDONLY);
+    if (probe < 0) return false;
+    bool held = ::flock(probe, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    ::close(probe);
     return held;
 }

@@ -34,49 +34,49 @@ LxFileLock::~LxFileLock() { Unlock(); }
 
 bool LxFileLock::TryLock(const LxFile& file, Mode mode) {
     Unlock();
-    HANDLE handle = OpenLockFile(file, OPEN_ALWAYS);
-    if (handle == INVALID_HANDLE_VALUE) return false;
-    if (!LockFirstByte(handle, mode)) {
-        CloseHandle(handle);
+    HANDLE opened = OpenLockFile(file, OPEN_ALWAYS);
+    if (opened == INVALID_HANDLE_VALUE) return false;
+    if (!LockFirstByte(opened, mode)) {
+        CloseHandle(opened);
         return false;
     }
-    handle_ = handle;
+    handle = opened;
     return true;
 }
 
 LxFileLock::Result LxFileLock::LockWhatIsAt(const LxFile& path, Mode mode) {
     // The lock file outlives every rename over path: a lock held is still the
     // lock of what is there now.
-    if (handle_ != nullptr) return Result::kLocked;
+    if (handle != nullptr) return Result::kLocked;
     const std::filesystem::path target = LxPathUtil::ToNative(path.GetPath());
     std::error_code error;
     if (!std::filesystem::exists(target, error)) return Result::kUnavailable;
     const std::filesystem::path lockPath = target.parent_path() / (L"." + target.filename().wstring() + L".lock");
-    HANDLE handle = OpenLockFile(lockPath, OPEN_ALWAYS, FILE_ATTRIBUTE_HIDDEN);
+    HANDLE opened = OpenLockFile(lockPath, OPEN_ALWAYS, FILE_ATTRIBUTE_HIDDEN);
     // A folder this process may not write: nothing can be locked there.
-    if (handle == INVALID_HANDLE_VALUE) return Result::kUnavailable;
-    if (!LockFirstByte(handle, mode)) {
-        CloseHandle(handle);
+    if (opened == INVALID_HANDLE_VALUE) return Result::kUnavailable;
+    if (!LockFirstByte(opened, mode)) {
+        CloseHandle(opened);
         return Result::kBusy;
     }
-    handle_ = handle;
+    handle = opened;
     return Result::kLocked;
 }
 
 void LxFileLock::Unlock() {
-    if (handle_ != nullptr) {
+    if (handle != nullptr) {
         // Closing the handle releases its locks.
-        CloseHandle(static_cast<HANDLE>(handle_));
-        handle_ = nullptr;
+        CloseHandle(static_cast<HANDLE>(handle));
+        handle = nullptr;
     }
 }
 
-bool LxFileLock::IsLocked() const { return handle_ != nullptr; }
+bool LxFileLock::IsLocked() const { return handle != nullptr; }
 
 bool LxFileLock::IsHeld(const LxFile& file) {
-    HANDLE handle = OpenLockFile(file, OPEN_EXISTING);
-    if (handle == INVALID_HANDLE_VALUE) return false;
-    bool held = !LockFirstByte(handle, Mode::kExclusive);
-    CloseHandle(handle);
+    HANDLE probe = OpenLockFile(file, OPEN_EXISTING);
+    if (probe == INVALID_HANDLE_VALUE) return false;
+    bool held = !LockFirstByte(probe, Mode::kExclusive);
+    CloseHandle(probe);
     return held;
 }

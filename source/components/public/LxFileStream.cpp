@@ -9,33 +9,33 @@ LxFileStream::~LxFileStream() { Close(); }
 int64_t LxFileStream::WriteToDisk(int64_t offset, const void* buffer, int64_t bytes) {
     const int64_t allowed = LxFaultInjection::AllowDiskBytes(bytes);
     if (allowed <= 0) return 0;
-    return native_.WriteAt(offset, buffer, allowed);
+    return native.WriteAt(offset, buffer, allowed);
 }
 
 bool LxFileStream::Open(const LxFile& file, LxNativeFile::OpenMode mode) {
-    if (!native_.Open(file, mode)) return false;
-    writable_ = mode != LxNativeFile::kOpenRead;
-    window_.assign(static_cast<size_t>(kBufferBytes), 0);
-    windowStart_ = windowBytes_ = dirtyLo_ = dirtyHi_ = position_ = 0;
-    size_ = native_.Size();
-    if (size_ < 0) {
-        native_.Close();
+    if (!native.Open(file, mode)) return false;
+    writable = mode != LxNativeFile::kOpenRead;
+    window.assign(static_cast<size_t>(kBufferBytes), 0);
+    windowStart = windowBytes = dirtyLo = dirtyHi = position = 0;
+    size = native.Size();
+    if (size < 0) {
+        native.Close();
         return false;
     }
     return true;
 }
 
 bool LxFileStream::WriteBack() {
-    if (dirtyHi_ <= dirtyLo_) return true;
-    int64_t bytes = dirtyHi_ - dirtyLo_;
-    int64_t written = WriteToDisk(windowStart_ + dirtyLo_, window_.data() + dirtyLo_, bytes);
-    dirtyLo_ = dirtyHi_ = 0;
+    if (dirtyHi <= dirtyLo) return true;
+    int64_t bytes = dirtyHi - dirtyLo;
+    int64_t written = WriteToDisk(windowStart + dirtyLo, window.data() + dirtyLo, bytes);
+    dirtyLo = dirtyHi = 0;
     if (written != bytes) {
-        ++writeFailures_;
+        ++writeFailures;
         // The file holds less than the stream reported; make the length honest.
-        int64_t fileSize = native_.Size();
-        if (fileSize >= 0) size_ = fileSize;
-        windowBytes_ = 0;
+        int64_t fileSize = native.Size();
+        if (fileSize >= 0) size = fileSize;
+        windowBytes = 0;
         return false;
     }
     return true;
@@ -43,39 +43,39 @@ bool LxFileStream::WriteBack() {
 
 int LxFileStream::Read(void* buffer, int bytes) {
     if (!IsOpen() || bytes <= 0) return 0;
-    if (lostPosition_ || LxFaultInjection::ShouldFail(LxFaultInjection::kRead)) {
-        ++readFailures_;
+    if (lostPosition || LxFaultInjection::ShouldFail(LxFaultInjection::kRead)) {
+        ++readFailures;
         return 0;
     }
-    if (position_ >= size_) return 0;
-    int64_t wanted = std::min<int64_t>(bytes, size_ - position_);
+    if (position >= size) return 0;
+    int64_t wanted = std::min<int64_t>(bytes, size - position);
     auto* out = static_cast<unsigned char*>(buffer);
     int64_t done = 0;
     while (done < wanted) {
-        if (position_ >= windowStart_ && position_ < windowStart_ + windowBytes_) {
-            int64_t n = std::min(wanted - done, windowStart_ + windowBytes_ - position_);
-            std::memcpy(out + done, window_.data() + (position_ - windowStart_), static_cast<size_t>(n));
+        if (position >= windowStart && position < windowStart + windowBytes) {
+            int64_t n = std::min(wanted - done, windowStart + windowBytes - position);
+            std::memcpy(out + done, window.data() + (position - windowStart), static_cast<size_t>(n));
             done += n;
-            position_ += n;
+            position += n;
             continue;
         }
         if (!WriteBack()) break;
         int64_t remaining = wanted - done;
         if (remaining >= kBufferBytes) {
-            int64_t got = native_.ReadAt(position_, out + done, remaining);
+            int64_t got = native.ReadAt(position, out + done, remaining);
             if (got <= 0) {
-                ++readFailures_;
+                ++readFailures;
                 break;
             }
             done += got;
-            position_ += got;
+            position += got;
             continue;
         }
-        windowStart_ = position_;
-        windowBytes_ = native_.ReadAt(position_, window_.data(), kBufferBytes);
-        if (windowBytes_ <= 0) {
-            windowBytes_ = 0;
-            ++readFailures_;
+        windowStart = position;
+        windowBytes = native.ReadAt(position, window.data(), kBufferBytes);
+        if (windowBytes <= 0) {
+            windowBytes = 0;
+            ++readFailures;
             break;
         }
     }
@@ -83,49 +83,49 @@ int LxFileStream::Read(void* buffer, int bytes) {
 }
 
 int LxFileStream::Write(const void* buffer, int bytes) {
-    if (!IsOpen() || !writable_ || bytes <= 0) return 0;
-    if (lostPosition_ || LxFaultInjection::ShouldFail(LxFaultInjection::kWrite)) {
-        ++writeFailures_;
+    if (!IsOpen() || !writable || bytes <= 0) return 0;
+    if (lostPosition || LxFaultInjection::ShouldFail(LxFaultInjection::kWrite)) {
+        ++writeFailures;
         return 0;
     }
     const auto* in = static_cast<const unsigned char*>(buffer);
     int64_t done = 0;
     while (done < bytes) {
         int64_t remaining = bytes - done;
-        bool inWindow = windowBytes_ > 0 && position_ >= windowStart_ && position_ <= windowStart_ + windowBytes_ &&
-                        position_ < windowStart_ + kBufferBytes;
+        bool inWindow = windowBytes > 0 && position >= windowStart && position <= windowStart + windowBytes &&
+                        position < windowStart + kBufferBytes;
         if (!inWindow) {
             if (!WriteBack()) break;
-            windowBytes_ = 0;
+            windowBytes = 0;
             if (remaining >= kBufferBytes) {
-                int64_t written = WriteToDisk(position_, in + done, remaining);
+                int64_t written = WriteToDisk(position, in + done, remaining);
                 if (written > 0) {
                     done += written;
-                    position_ += written;
-                    size_ = std::max(size_, position_);
+                    position += written;
+                    size = std::max(size, position);
                 }
                 if (written != remaining) {
-                    ++writeFailures_;
+                    ++writeFailures;
                     break;
                 }
                 continue;
             }
-            windowStart_ = position_;
+            windowStart = position;
         }
-        int64_t offset = position_ - windowStart_;
+        int64_t offset = position - windowStart;
         int64_t n = std::min(remaining, kBufferBytes - offset);
-        std::memcpy(window_.data() + offset, in + done, static_cast<size_t>(n));
-        if (dirtyHi_ <= dirtyLo_) {
-            dirtyLo_ = offset;
-            dirtyHi_ = offset + n;
+        std::memcpy(window.data() + offset, in + done, static_cast<size_t>(n));
+        if (dirtyHi <= dirtyLo) {
+            dirtyLo = offset;
+            dirtyHi = offset + n;
         } else {
-            dirtyLo_ = std::min(dirtyLo_, offset);
-            dirtyHi_ = std::max(dirtyHi_, offset + n);
+            dirtyLo = std::min(dirtyLo, offset);
+            dirtyHi = std::max(dirtyHi, offset + n);
         }
-        windowBytes_ = std::max(windowBytes_, offset + n);
+        windowBytes = std::max(windowBytes, offset + n);
         done += n;
-        position_ += n;
-        size_ = std::max(size_, position_);
+        position += n;
+        size = std::max(size, position);
     }
     return static_cast<int>(done);
 }
@@ -133,32 +133,32 @@ int LxFileStream::Write(const void* buffer, int bytes) {
 bool LxFileStream::Seek(int64_t offset, LxSeekOrigin origin) {
     if (!IsOpen()) return false;
     if (LxFaultInjection::ShouldFail(LxFaultInjection::kSeek)) {
-        lostPosition_ = true;
+        lostPosition = true;
         return false;
     }
-    int64_t base = origin == kLxSeekBegin ? 0 : origin == kLxSeekCurrent ? position_ : size_;
+    int64_t base = origin == kLxSeekBegin ? 0 : origin == kLxSeekCurrent ? position : size;
     int64_t target = base + offset;
     if (target < 0) return false;
-    position_ = target;
-    lostPosition_ = false;
+    position = target;
+    lostPosition = false;
     return true;
 }
 
 bool LxFileStream::Truncate() {
-    if (!IsOpen() || !writable_) return false;
-    if (lostPosition_ || !WriteBack() || !native_.Truncate(position_)) {
-        ++writeFailures_;
+    if (!IsOpen() || !writable) return false;
+    if (lostPosition || !WriteBack() || !native.Truncate(position)) {
+        ++writeFailures;
         return false;
     }
-    size_ = position_;
-    if (windowStart_ + windowBytes_ > position_) windowBytes_ = std::max<int64_t>(0, position_ - windowStart_);
+    size = position;
+    if (windowStart + windowBytes > position) windowBytes = std::max<int64_t>(0, position - windowStart);
     return true;
 }
 
 bool LxFileStream::Flush() {
     if (!IsOpen()) return false;
     if (LxFaultInjection::ShouldFail(LxFaultInjection::kFlush)) {
-        ++writeFailures_;
+        ++writeFailures;
         return false;
     }
     return WriteBack();
@@ -166,14 +166,14 @@ bool LxFileStream::Flush() {
 
 bool LxFileStream::Sync() {
     if (!Flush()) return false;
-    if (native_.Sync()) return true;
-    ++writeFailures_;
+    if (native.Sync()) return true;
+    ++writeFailures;
     return false;
 }
 
 void LxFileStream::Close() {
     if (!IsOpen()) return;
     WriteBack();
-    native_.Close();
-    windowBytes_ = 0;
+    native.Close();
+    windowBytes = 0;
 }

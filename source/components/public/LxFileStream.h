@@ -16,18 +16,18 @@ public:
 
     bool Open(const LxFile& file, LxNativeFile::OpenMode mode);
 
-    bool IsOpen() const override { return native_.IsOpen(); }
+    bool IsOpen() const override { return native.IsOpen(); }
     int Read(void* buffer, int bytes) override;
     int Write(const void* buffer, int bytes) override;
     bool Seek(int64_t offset, LxSeekOrigin origin) override;
-    int64_t GetPosition() const override { return position_; }
-    int64_t GetLength() const override { return size_; }
+    int64_t GetPosition() const override { return position; }
+    int64_t GetLength() const override { return size; }
     bool Truncate() override;
     bool Flush() override;
     bool Sync() override;
     void Close() override;
-    int64_t GetReadFailures() const override { return readFailures_; }
-    int64_t GetWriteFailures() const override { return writeFailures_; }
+    int64_t GetReadFailures() const override { return readFailures; }
+    int64_t GetWriteFailures() const override { return writeFailures; }
 
 private:
     // Writes the dirty part of the window to the file.
@@ -35,18 +35,18 @@ private:
     // The one door to the disk for writes: a full disk (or an injected one) cuts them short.
     int64_t WriteToDisk(int64_t offset, const void* buffer, int64_t bytes);
 
-    LxNativeFile native_;
-    bool writable_ = false;
-    std::vector<unsigned char> window_;
-    int64_t windowStart_ = 0;  // file offset of window_[0]
-    int64_t windowBytes_ = 0;  // valid bytes from windowStart_
-    int64_t dirtyLo_ = 0;      // dirty span inside the window, empty when equal
-    int64_t dirtyHi_ = 0;
-    int64_t position_ = 0;
-    int64_t size_ = 0;         // logical size, counting bytes not yet written back
-    int64_t readFailures_ = 0;
-    int64_t writeFailures_ = 0;
+    LxNativeFile native;
+    bool writable = false;
+    std::vector<unsigned char> window;
+    int64_t windowStart = 0;  // file offset of window[0]
+    int64_t windowBytes = 0;  // valid bytes from windowStart
+    int64_t dirtyLo = 0;      // dirty span inside the window, empty when equal
+    int64_t dirtyHi = 0;
+    int64_t position = 0;
+    int64_t size = 0;         // logical size, counting bytes not yet written back
+    int64_t readFailures = 0;
+    int64_t writeFailures = 0;
     // After a failed seek the position is not where the caller believes: every
     // transfer fails until a seek succeeds, rather than touching the wrong bytes.
-    bool lostPosition_ = false;
+    bool lostPosition = false;
 };

@@ -30,8 +30,8 @@ public:
 
 private:
 #if defined(_WIN32)
-    void* handle_ = nullptr;
+    void* handle = nullptr;
 #else
-    int fd_ = -1;
+    int fd = -1;
 #endif
 };

@@ -16,25 +16,25 @@ bool LxNativeFile::Open(const LxFile& file, OpenMode mode) {
         case kOpenTruncate: flags |= O_RDWR | O_CREAT | O_TRUNC; break;
     }
     do {
-        fd_ = ::open(file.GetPath().c_str(), flags, 0644);
-    } while (fd_ < 0 && errno == EINTR);
-    if (fd_ < 0) return false;
+        fd = ::open(file.GetPath().c_str(), flags, 0644);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0) return false;
     struct stat info;
-    if (::fstat(fd_, &info) != 0 || !S_ISREG(info.st_mode)) {
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
         Close();
         return false;
     }
     return true;
 }
 
-bool LxNativeFile::IsOpen() const { return fd_ >= 0; }
+bool LxNativeFile::IsOpen() const { return fd >= 0; }
 
 int64_t LxNativeFile::ReadAt(int64_t offset, void* buffer, int64_t bytes) {
-    if (fd_ < 0 || offset < 0) return 0;
+    if (fd < 0 || offset < 0) return 0;
     auto* out = static_cast<char*>(buffer);
     int64_t done = 0;
     while (done < bytes) {
-        ssize_t got = ::pread(fd_, out + done, static_cast<size_t>(bytes - done), static_cast<off_t>(offset + done));
+        ssize_t got = ::pread(fd, out + done, static_cast<size_t>(bytes - done), static_cast<off_t>(offset + done));
         if (got < 0 && errno == EINTR) continue;
         if (got <= 0) break;
         done += got;
@@ -43,11 +43,11 @@ int64_t LxNativeFile::ReadAt(int64_t offset, void* buffer, int64_t bytes) {
 }
 
 int64_t LxNativeFile::WriteAt(int64_t offset, const void* buffer, int64_t bytes) {
-    if (fd_ < 0 || offset < 0) return 0;
+    if (fd < 0 || offset < 0) return 0;
     const auto* in = static_cast<const char*>(buffer);
     int64_t done = 0;
     while (done < bytes) {
-        ssize_t put = ::pwrite(fd_, in + done, static_cast<size_t>(bytes - done), static_cast<off_t>(offset + done));
+        ssize_t put = ::pwrite(fd, in + done, static_cast<size_t>(bytes - done), static_cast<off_t>(offset + done));
         if (put < 0 && errno == EINTR) continue;
         if (put <= 0) break;
         done += put;
@@ -56,26 +56,26 @@ int64_t LxNativeFile::WriteAt(int64_t offset, const void* buffer, int64_t bytes)
 }
 
 int64_t LxNativeFile::Size() {
-    if (fd_ < 0) return -1;
+    if (fd < 0) return -1;
     struct stat info;
-    if (::fstat(fd_, &info) != 0) return -1;
+    if (::fstat(fd, &info) != 0) return -1;
     return static_cast<int64_t>(info.st_size);
 }
 
 bool LxNativeFile::Truncate(int64_t size) {
-    if (fd_ < 0 || size < 0) return false;
+    if (fd < 0 || size < 0) return false;
     int rc;
     do {
-        rc = ::ftruncate(fd_, static_cast<off_t>(size));
+        rc = ::ftruncate(fd, static_cast<off_t>(size));
     } while (rc != 0 && errno == EINTR);
     return rc == 0;
 }
 
-bool LxNativeFile::Sync() { return fd_ >= 0 && ::fsync(fd_) == 0; }
+bool LxNativeFile::Sync() { return fd >= 0 && ::fsync(fd) == 0; }
 
 void LxNativeFile::Close() {
-    if (fd_ >= 0) {
-        ::close(fd_);
-        fd_ = -1;
+    if (fd >= 0) {
+        ::close(fd);
+        fd = -1;
     }
 }

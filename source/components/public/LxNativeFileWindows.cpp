@@ -47,22 +47,22 @@ bool LxNativeFile::Open(const LxFile& file, OpenMode mode) {
             disposition = CREATE_ALWAYS;
             break;
     }
-    HANDLE handle = CreateFileW(name.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+    HANDLE opened = CreateFileW(name.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                 nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (handle == INVALID_HANDLE_VALUE) return false;
-    handle_ = handle;
+    if (opened == INVALID_HANDLE_VALUE) return false;
+    handle = opened;
     // Only regular files: not a console, a pipe or a device name such as "NUL".
-    if (GetFileType(handle) != FILE_TYPE_DISK) {
+    if (GetFileType(opened) != FILE_TYPE_DISK) {
         Close();
         return false;
     }
     return true;
 }
 
-bool LxNativeFile::IsOpen() const { return handle_ != nullptr; }
+bool LxNativeFile::IsOpen() const { return handle != nullptr; }
 
 int64_t LxNativeFile::ReadAt(int64_t offset, void* buffer, int64_t bytes) {
-    if (handle_ == nullptr || offset < 0) return 0;
+    if (handle == nullptr || offset < 0) return 0;
     auto* out = static_cast<char*>(buffer);
     int64_t done = 0;
     while (done < bytes) {
@@ -70,46 +70,46 @@ int64_t LxNativeFile::ReadAt(int64_t offset, void* buffer, int64_t bytes) {
         DWORD got = 0;
         OVERLAPPED at = OffsetOf(offset + done);
         // Reading at or past the end fails with ERROR_HANDLE_EOF: a short read, as with pread.
-        if (!ReadFile(AsHandle(handle_), out + done, want, &got, &at) || got == 0) break;
+        if (!ReadFile(AsHandle(handle), out + done, want, &got, &at) || got == 0) break;
         done += got;
     }
     return done;
 }
 
 int64_t LxNativeFile::WriteAt(int64_t offset, const void* buffer, int64_t bytes) {
-    if (handle_ == nullptr || offset < 0) return 0;
+    if (handle == nullptr || offset < 0) return 0;
     const auto* in = static_cast<const char*>(buffer);
     int64_t done = 0;
     while (done < bytes) {
         DWORD want = static_cast<DWORD>(std::min(bytes - done, kMaxChunk));
         DWORD put = 0;
         OVERLAPPED at = OffsetOf(offset + done);
-        if (!WriteFile(AsHandle(handle_), in + done, want, &put, &at) || put == 0) break;
+        if (!WriteFile(AsHandle(handle), in + done, want, &put, &at) || put == 0) break;
         done += put;
     }
     return done;
 }
 
 int64_t LxNativeFile::Size() {
-    if (handle_ == nullptr) return -1;
+    if (handle == nullptr) return -1;
     LARGE_INTEGER size;
-    if (!GetFileSizeEx(AsHandle(handle_), &size)) return -1;
+    if (!GetFileSizeEx(AsHandle(handle), &size)) return -1;
     return static_cast<int64_t>(size.QuadPart);
 }
 
 bool LxNativeFile::Truncate(int64_t size) {
-    if (handle_ == nullptr || size < 0) return false;
+    if (handle == nullptr || size < 0) return false;
     // Sets the end of file without moving the file pointer (all transfers are positional).
     FILE_END_OF_FILE_INFO end{};
     end.EndOfFile.QuadPart = size;
-    return SetFileInformationByHandle(AsHandle(handle_), FileEndOfFileInfo, &end, sizeof(end)) != 0;
+    return SetFileInformationByHandle(AsHandle(handle), FileEndOfFileInfo, &end, sizeof(end)) != 0;
 }
 
-bool LxNativeFile::Sync() { return handle_ != nullptr && FlushFileBuffers(AsHandle(handle_)) != 0; }
+bool LxNativeFile::Sync() { return handle != nullptr && FlushFileBuffers(AsHandle(handle)) != 0; }
 
 void LxNativeFile::Close() {
-    if (handle_ != nullptr) {
-        CloseHandle(AsHandle(handle_));
-        handle_ = nullptr;
+    if (handle != nullptr) {
+        CloseHandle(AsHandle(handle));
+        handle = nullptr;
     }
 }

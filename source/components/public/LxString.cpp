@@ -1,6 +1,6 @@
 #include "LxPublic/LxString.h"
 
 LxString& LxString::AppendNumber(long long value) {
-    text_ += std::to_string(value);
+    text += std::to_string(value);
     return *this;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 #include "LxWinMMWaveDevice.h"
+#include "LxWinMMText.h"
 #include "LxWinMMWaveMixer.h"
 
 namespace {
@@ -17,15 +18,6 @@ WAVEFORMATEX NativeFormat(const LxWaveFormat& format) {
     native.nAvgBytesPerSec = static_cast<DWORD>(format.BytesPerSecond());
     native.cbSize = 0;
     return native;
-}
-
-LxString Utf8(const WCHAR* text) {
-    int bytes = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
-    if (bytes <= 1) return LxString();
-    std::string out(static_cast<size_t>(bytes), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text, -1, out.data(), bytes, nullptr, nullptr);
-    out.resize(static_cast<size_t>(bytes - 1));
-    return LxString(out);
 }
 
 }  // namespace
@@ -73,7 +65,7 @@ void LxWinMMWaveDriver::GetInputDevices(std::vector<LxWaveInputDeviceInfo>& devi
     for (UINT i = 0; i < count; ++i) {
         WAVEINCAPSW caps{};
         LxWaveInputDeviceInfo info;
-        if (waveInGetDevCapsW(i, &caps, sizeof caps) == MMSYSERR_NOERROR) info.name = Utf8(caps.szPname);
+        if (waveInGetDevCapsW(i, &caps, sizeof caps) == MMSYSERR_NOERROR) info.name = LxWinMMUtf8(caps.szPname);
         if (auto mixer = LxWinMMWaveMixer::OpenForDevice(i)) info.lines = mixer->GetRecordingLineNames();
         devices.push_back(std::move(info));
     }

@@ -2,19 +2,7 @@
 
 #include <algorithm>
 #include <string>
-
-namespace {
-
-LxString Utf8(const WCHAR* text) {
-    int bytes = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
-    if (bytes <= 1) return LxString();
-    std::string out(static_cast<size_t>(bytes), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text, -1, out.data(), bytes, nullptr, nullptr);
-    out.resize(static_cast<size_t>(bytes - 1));
-    return LxString(out);
-}
-
-}  // namespace
+#include "LxWinMMText.h"
 
 std::unique_ptr<LxWinMMWaveMixer> LxWinMMWaveMixer::Open(UINT_PTR id, DWORD flags) {
     HMIXER handle = nullptr;
@@ -73,7 +61,7 @@ std::vector<LxString> LxWinMMWaveMixer::GetRecordingLineNames() {
     if (!Destination(destination)) return names;
     for (DWORD i = 0; i < destination.cConnections; ++i) {
         MIXERLINEW source;
-        if (Source(i, source)) names.push_back(Utf8(source.szName));
+        if (Source(i, source)) names.push_back(LxWinMMUtf8(source.szName));
     }
     return names;
 }
