@@ -33,6 +33,7 @@ class LxClipDataStream;
 class LxClipMapStream;
 class LxStoreMembers;
 class LxThumbnailCache;
+class LxFailureWatch;
 
 class LXAUDIOCORE_API LxAudioFile {
 public:
@@ -204,8 +205,8 @@ private:
     // (compaction, destruction); always taken before the store's lock.
     LxMutex compressorMutex;
     std::unique_ptr<LxThumbnailCache> thumbnails;
-    // Failures that had happened when the store was last known whole.
-    int64_t damageBaseline = 0;
+    // The member files' failures since the store was last known whole.
+    std::unique_ptr<LxFailureWatch> damageWatch;
     // Set by a verified load that found damage; cleared by the next load or Clear.
     bool loadedDamaged = false;
     std::atomic<uint32_t> pageEpoch{0};

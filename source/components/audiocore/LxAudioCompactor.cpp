@@ -12,6 +12,7 @@
 #include "LxStoreMembers.h"
 #include "LxPublic/ILxGeneralProgressCallBack.h"
 #include "LxPublic/LxAssert.h"
+#include "LxPublic/LxFailureWatch.h"
 #include "LxPublic/LxFileUtil.h"
 #include "LxPublic/LxRecursiveLock.h"
 
@@ -24,31 +25,31 @@ namespace {
 // a task began.
 class Progress {
 public:
-    explicit Progress(ILxGeneralProgressCallBack* receiver) : receiver_(receiver) {}
+    explicit Progress(ILxGeneralProgressCallBack* target) : receiver(target) {}
     ~Progress() { End(); }
     void Begin(const char* key, int total) {
-        if (!receiver_) return;
-        if (!begun_) {
-            receiver_->BeginTask(key, total, 0);
-            begun_ = true;
+        if (!receiver) return;
+        if (!begun) {
+            receiver->BeginTask(key, total, 0);
+            begun = true;
         } else {
-            receiver_->BeginNextTask(key, total);
+            receiver->BeginNextTask(key, total);
         }
     }
     void Report(int done) {
-        if (receiver_ && begun_) receiver_->ReportProgress(done);
+        if (receiver && begun) receiver->ReportProgress(done);
     }
     void End() {
-        if (receiver_ && begun_ && !ended_) {
-            ended_ = true;
-            receiver_->EndTask();
+        if (receiver && begun && !ended) {
+            ended = true;
+            receiver->EndTask();
         }
     }
 
 private:
-    ILxGeneralProgressCallBack* receiver_;
-    bool begun_ = false;
-    bool ended_ = false;
+    ILxGeneralProgressCallBack* receiver;
+    bool begun = false;
+    bool ended = false;
 };
 
 }  // namespace
@@ -70,7 +71,7 @@ bool LxAudioCompactor::Run(std::list<int>& clipIDs, ILxGeneralProgressCallBack* 
     // Every stored clip is in use: nothing to gain. Only the counts are compared.
     if (static_cast<int>(clipIDs.size()) == tableCount) return false;
 
-    const int64_t readFailures = store.MemberFailures(false);
+    LxFailureWatch readWatch([this] { return store.MemberFailures(false); });
     Progress progress(receiver);
     std::list<int> tableIDs;
     store.Map()->GetClipIDs(tableIDs);
@@ -155,8 +156,8 @@ bool LxAudioCompactor::Run(std::list<int>& clipIDs, ILxGeneralProgressCallBack* 
     }
     // A page that could not be read, or a fresh member that could not be
     // written, would make the compacted store lie: keep the store as it was.
-    const int64_t freshFailures = fresh->Failures(true);
-    if (freshFailures > 0 || store.MemberFailures(false) != readFailures) {
+    // The fresh members were made by this run: any failed write of theirs counts.
+    if (fresh->Failures(true) > 0 || readWatch.Failed()) {
         LxAssertFailed("disk failure while compacting; the store is kept as it was", kSourceFile, __LINE__);
         return false;
     }

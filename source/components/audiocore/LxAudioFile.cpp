@@ -19,6 +19,7 @@
 #include "LxPublic/ILxGeneralProgressCallBack.h"
 #include "LxPublic/ILxStream.h"
 #include "LxPublic/LxAssert.h"
+#include "LxPublic/LxFailureWatch.h"
 #include "LxPublic/LxFileUtil.h"
 #include "LxPublic/LxLock.h"
 #include "LxPublic/LxRecursiveLock.h"
@@ -35,7 +36,10 @@ static const char* const kSourceFile = "source/components/audiocore/LxAudioFile"
 
 
 LxAudioFile::LxAudioFile(const LxFile& storeDirectory)
-    : directory(storeDirectory), silenceRange(this), thumbnails(std::make_unique<LxThumbnailCache>()) {
+    : directory(storeDirectory),
+      silenceRange(this),
+      thumbnails(std::make_unique<LxThumbnailCache>()),
+      damageWatch(std::make_unique<LxFailureWatch>([this] { return MemberFailures(true) + MemberFailures(false); })) {
     silenceRange.effect = LxAudioVolumeEffect(1.0f, 0.0f, 1.0f);
     LxRecursiveLock guard(lock);
     Open();
@@ -292,11 +296,11 @@ bool LxAudioFile::IsDamaged() const {
     LxRecursiveLock guard(lock);
     // Failed reads count as well: what was read wrong (a clip table, a page)
     // may have been written back in another form since.
-    return loadedDamaged || MemberFailures(true) + MemberFailures(false) > damageBaseline;
+    return loadedDamaged || damageWatch->Count() > 0;
 }
 
 void LxAudioFile::MarkIntact() {
-    damageBaseline = MemberFailures(true) + MemberFailures(false);
+    damageWatch->Restart();
     loadedDamaged = false;
 }
 

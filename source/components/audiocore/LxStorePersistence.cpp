@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include "LxAudioFile.h"
+#include "LxPublic/LxFailureWatch.h"
 #include <atomic>
 #include <memory>
 #include <system_error>
@@ -39,13 +40,13 @@ bool LxStorePersistence::WriteTo(ILxStream& out) {
     // Once every page is compressed, "raw.lxa" holds nothing still referenced.
     if (store.RawDataUnreferenced()) store.DiscardRawData();
     if (!store.Map() || store.RefuseDamagedSave()) return false;
-    const int64_t outFailures = out.GetWriteFailures();
+    LxFailureWatch outWatch(out, LxFailureWatch::kWrites);
     bool ok = store.Raw()->WriteTo(out);
     ok = store.Enc()->WriteTo(out) && ok;
     ok = store.Pcm()->WriteTo(out) && ok;
     ok = store.Clip()->WriteTo(out) && ok;
     ok = store.Map()->WriteTo(out) && ok;
-    if (out.GetWriteFailures() != outFailures || store.IsDamaged()) {
+    if (outWatch.Failed() || store.IsDamaged()) {
         LxAssertFailed("disk failure while saving the store", kSourceFile, __LINE__);
         ok = false;
     }
@@ -76,8 +77,8 @@ bool LxStorePersistence::ReadFrom(ILxStream& in) {
         position += 4 + length;
     }
     in.Seek(start, kLxSeekBegin);
-    const int64_t inFailures = in.GetReadFailures();
-    const int64_t writeFailures = store.MemberFailures(true) + store.MemberFailures(false);
+    LxFailureWatch inWatch(in, LxFailureWatch::kReads);
+    LxFailureWatch memberWatch = WatchMembers();
     bool ok = true;
     for (int i = 0; i < 5; ++i) {
         int32_t length = 0;
@@ -88,7 +89,7 @@ bool LxStorePersistence::ReadFrom(ILxStream& in) {
     store.Enc()->SetSavedLength(0);
     store.Pcm()->SetCompressCursor(0);
     store.PagesReplaced();
-    if (in.GetReadFailures() != inFailures || store.MemberFailures(true) + store.MemberFailures(false) != writeFailures) {
+    if (inWatch.Failed() || memberWatch.Failed()) {
         // Members are half replaced: better an empty store than a wrong one.
         LxAssertFailed("disk failure while loading the store", kSourceFile, __LINE__);
         store.Clear();
@@ -141,19 +142,23 @@ bool LxStorePersistence::ReadFrom(const LxFile& directoryIn) {
             return false;
         }
     }
-    const int64_t writeFailures = store.MemberFailures(true) + store.MemberFailures(false);
+    LxFailureWatch memberWatch = WatchMembers();
     store.Raw()->SetSavedLength(store.Raw()->LoadChunks(directoryIn));
     store.Enc()->SetSavedLength(store.Enc()->LoadChunks(directoryIn));
     store.Pcm()->LoadChunks(directoryIn);
     store.Clip()->LoadChunks(directoryIn);
     store.Map()->LoadWhole(directoryIn);
-    return FinishLoad(writeFailures);
+    return FinishLoad(memberWatch);
 }
 
-bool LxStorePersistence::FinishLoad(int64_t failuresBefore) {
+LxFailureWatch LxStorePersistence::WatchMembers() const {
+    return LxFailureWatch([this] { return store.MemberFailures(true) + store.MemberFailures(false); });
+}
+
+bool LxStorePersistence::FinishLoad(const LxFailureWatch& memberWatch) {
     store.Pcm()->SetCompressCursor(0);
     store.PagesReplaced();
-    if (store.MemberFailures(true) + store.MemberFailures(false) != failuresBefore) {
+    if (memberWatch.Failed()) {
         LxAssertFailed("disk failure while loading the store", kSourceFile, __LINE__);
         store.Clear();
         return false;
@@ -174,9 +179,9 @@ bool LxStorePersistence::WriteVerifiedTo(ILxStream& out) {
     LxRecursiveLock guard(store.lock);
     if (!WriteTo(out)) return false;
     const std::vector<unsigned char> bytes = LxStoreChecker(store).Digest().Serialize();
-    const int64_t failures = out.GetWriteFailures();
+    LxFailureWatch outWatch(out, LxFailureWatch::kWrites);
     const bool written = out.Write(bytes.data(), static_cast<int>(bytes.size())) == static_cast<int>(bytes.size());
-    if (!written || out.GetWriteFailures() != failures) {
+    if (!written || outWatch.Failed()) {
         LxAssertFailed("disk failure while saving the store", kSourceFile, __LINE__);
         return false;
     }
@@ -296,7 +301,7 @@ bool LxStorePersistence::ReadVerifiedFrom(ILxStream& in, LxAudioDamageReport& re
             lengths[walked] = left;
         }
     }
-    const int64_t failures = store.MemberFailures(true) + store.MemberFailures(false);
+    LxFailureWatch memberWatch = WatchMembers();
     int64_t at = start;
     for (int i = 0; i < 5; ++i) {
         const int64_t length = std::clamp<int64_t>(std::min<int64_t>(lengths[i], end - at - 4), 0, INT32_MAX);
@@ -310,7 +315,7 @@ bool LxStorePersistence::ReadVerifiedFrom(ILxStream& in, LxAudioDamageReport& re
     in.Seek(end, kLxSeekBegin);
     store.Raw()->SetSavedLength(0);
     store.Enc()->SetSavedLength(0);
-    if (!FinishLoad(failures)) {
+    if (!FinishLoad(memberWatch)) {
         report.damage.push_back({"", -1, "", "a disk failure while loading"});
         return false;
     }
@@ -339,7 +344,7 @@ bool LxStorePersistence::ReadVerifiedFrom(const LxFile& directoryIn, LxAudioDama
         report.damage.push_back({"", -1, "", "no audio store in " + directoryIn.GetPath().str()});
         return false;
     }
-    const int64_t failures = store.MemberFailures(true) + store.MemberFailures(false);
+    LxFailureWatch memberWatch = WatchMembers();
     for (int i = 0; i < 5; ++i) {
         std::vector<uint32_t> saved;
         for (const LxStoreIntegrityRecord::Chunk& chunk : record.members[i].chunks) saved.push_back(chunk.length);
@@ -348,7 +353,7 @@ bool LxStorePersistence::ReadVerifiedFrom(const LxFile& directoryIn, LxAudioDama
     store.Map()->Load();
     store.Raw()->SetSavedLength(store.Raw()->GetSize());
     store.Enc()->SetSavedLength(store.Enc()->GetSize());
-    if (!FinishLoad(failures)) {
+    if (!FinishLoad(memberWatch)) {
         report.damage.push_back({"", -1, "", "a disk failure while loading"});
         return false;
     }

@@ -11,6 +11,7 @@ class ILxStream;
 class LxAudioFile;
 class LxAudioDamageReport;
 class LxFile;
+class LxFailureWatch;
 class LxStoreIntegrityRecord;
 class LxZipUpdateInfo;
 
@@ -33,7 +34,9 @@ private:
     bool SaveChunkFiles(const LxFile& directoryOut, bool incremental, LxZipUpdateInfo* info);
     // Resets what lives only in memory after the members were replaced by a
     // load; false (store cleared) when the load failed on disk.
-    bool FinishLoad(int64_t failuresBefore);
+    bool FinishLoad(const LxFailureWatch& memberWatch);
+    // Watches the failures of all five member files.
+    LxFailureWatch WatchMembers() const;
     // Runs the checks of a verified load and takes the store as loaded damaged when they find damage.
     bool CheckLoaded(const LxStoreIntegrityRecord* record, LxAudioDamageReport& report);
 
