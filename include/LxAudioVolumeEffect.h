@@ -8,8 +8,9 @@ class LXAUDIOCORE_API LxAudioVolumeEffect : public LxAudioEffect {
 public:
     LxAudioVolumeEffect();
     LxAudioVolumeEffect(float gain, float threshold, float ratio);
-    LxAudioVolumeEffect(const LxAudioVolumeEffect& other);
-    LxAudioVolumeEffect& operator=(const LxAudioVolumeEffect& other);
+    // Copied member by member, inline: clips copy whole vectors of ranges that carry one each.
+    LxAudioVolumeEffect(const LxAudioVolumeEffect& other) = default;
+    LxAudioVolumeEffect& operator=(const LxAudioVolumeEffect& other) = default;
 
     // Parameters as three doubles: gain, threshold, ratio.
     void XferData(ILxReadWriteStream& stream) override;

@@ -56,7 +56,10 @@ public:
     void Serialize(ILxReadWriteStream& stream);
 
     LxAudioFile* GetAudioFile() const { return audioFile; }
-    void SetAudioFile(LxAudioFile* file) { audioFile = file; }
+    void SetAudioFile(LxAudioFile* file) {
+        audioFile = file;
+        kept.valid = false;
+    }
 
     // Same pages, offsets and effect parameters; the store is not compared.
     friend bool operator==(const LxPageRange& a, const LxPageRange& b) {
@@ -74,21 +77,24 @@ public:
 
 private:
     // What one check against the page records found.
+    // Small, as clips copy whole vectors of ranges (undo, redo, clipboard).
     struct Kept {
         int startPage = -1, startOffset = -1, endPage = -1, endOffset = -1;
-        const LxAudioFile* file = nullptr;
         uint32_t pageEpoch = 0;
         int frames = 0;
         int bytes = 0;
-        int channels = 1;
-        int maxChannels = 1;
-        // Frame size of every page, and lengths in bytes of the first page and
-        // of each page between the first and the last, when all pages agree on
-        // them (uniform); otherwise positions are found page record by record.
-        bool uniform = false;
-        int bytesPerFrame = 0;
+        // Lengths in bytes of the first page and of each page between the first
+        // and the last, and the frame size of every page, when all pages agree
+        // on them (uniform); otherwise positions are found record by record.
         int firstPageBytes = 0;
         int middlePageBytes = 0;
+        int8_t bytesPerFrame = 0;
+        int8_t channels = 1;
+        int8_t maxChannels = 1;
+        bool uniform : 1;
+        // Whether the rest describes the range as it was checked.
+        bool valid : 1;
+        Kept() : uniform(false), valid(false) {}
     };
     // Checks the range when what was kept does not describe it; false (and
     // nothing kept) for an invalid range, which has then been reported.
@@ -99,5 +105,4 @@ private:
 
     LxAudioFile* audioFile = nullptr;
     mutable Kept kept;
-    mutable bool hasKept = false;
 };

@@ -9,17 +9,6 @@ LxAudioVolumeEffect::LxAudioVolumeEffect(float gainValue, float thresholdValue, 
     type = LxAudioEffectVolume;
 }
 
-LxAudioVolumeEffect::LxAudioVolumeEffect(const LxAudioVolumeEffect& other)
-    : LxAudioEffect(other), gain(other.gain), threshold(other.threshold), ratio(other.ratio) {
-    type = LxAudioEffectVolume;
-}
-
-LxAudioVolumeEffect& LxAudioVolumeEffect::operator=(const LxAudioVolumeEffect& other) {
-    gain = other.gain;
-    threshold = other.threshold;
-    ratio = other.ratio;
-    return *this;
-}
 
 short LxAudioVolumeEffect::Transform(short sample) const {
     float x = static_cast<float>(sample);

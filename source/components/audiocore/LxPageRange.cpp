@@ -43,7 +43,7 @@ bool IsSpanSilent(const unsigned char* bytes, int from, int to) {
 bool LxPageRange::IsValid() const { return Check(); }
 
 bool LxPageRange::KeptIsCurrent() const {
-    return hasKept && kept.file == audioFile && kept.startPage == startPage && kept.startOffset == startOffset &&
+    return kept.valid && kept.startPage == startPage && kept.startOffset == startOffset &&
            kept.endPage == endPage && kept.endOffset == endOffset && audioFile != nullptr &&
            kept.pageEpoch == audioFile->GetPageEpoch();
 }
@@ -86,13 +86,12 @@ bool LxPageRange::CheckAgainstRecords() const {
 
 bool LxPageRange::Check() const {
     if (KeptIsCurrent()) return true;
-    hasKept = false;
+    kept.valid = false;
     if (audioFile == nullptr) return CheckAgainstRecords();
     // One pass over the page records, all under one hold of the store's lock.
     LxRecursiveLock guard(audioFile->GetLock());
     if (!CheckAgainstRecords()) return false;
     Kept found;
-    found.file = audioFile;
     found.pageEpoch = audioFile->GetPageEpoch();
     found.startPage = startPage;
     found.startOffset = startOffset;
@@ -107,7 +106,7 @@ bool LxPageRange::Check() const {
         recordsReadable = recordsReadable && readable;
         if (recordsReadable && record.channels == 2) stereoSeen = true;
         if (!channelsKnown) {
-            found.channels = readable && record.channels >= 1 ? record.channels : 1;
+            found.channels = static_cast<int8_t>(readable && record.channels >= 1 ? record.channels : 1);
             channelsKnown = true;
         }
         found.frames += FramesOnPage(*this, page, record);
@@ -122,7 +121,7 @@ bool LxPageRange::Check() const {
         }
         const int bpf = BytesPerFrame(record);
         if (page == startPage) {
-            found.bytesPerFrame = bpf;
+            found.bytesPerFrame = static_cast<int8_t>(bpf);
             found.firstPageBytes = record.pcmBytes;
         } else if (bpf != found.bytesPerFrame) {
             found.uniform = false;
@@ -142,8 +141,8 @@ bool LxPageRange::Check() const {
     }
     // The answers serve the question being asked; a closed store answers every
     // question with nothing, so nothing found in it is kept for the next one.
+    found.valid = audioFile->IsOpen();
     kept = found;
-    hasKept = audioFile->IsOpen();
     return true;
 }
 
