@@ -23,6 +23,7 @@
 #include "LxRawAudioImporter.h"
 #include "LxNvVorbisImporter.h"
 #include "ILxAudioPlaybackClip.h"
+#include "ILxClipRecord.h"
 #include "LxAudioClipSource.h"
 #include "LxAudioThumbnail.h"
 #include "LxAudioClip.h"
