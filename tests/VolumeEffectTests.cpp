@@ -1,10 +1,15 @@
 // The volume effect: gain, the symmetric compressor, saturation and truncation,
-// and its saved form.
+// its saved form, and the reads that apply it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <limits>
 #include <tuple>
+#include <utility>
+#include <vector>
 #include "LxAudioVolumeEffect.h"
+#include "LxPCMConverter.h"
 #include "LxPublic/LxMemoryStream.h"
 
 TEST(VolumeEffect, TransformsSamples) {
@@ -49,4 +54,56 @@ TEST(VolumeEffect, SavesItsParametersAsThreeDoubles) {
     LxAudioVolumeEffect loaded;
     loaded.XferData(stream);
     EXPECT_EQ(std::make_tuple(loaded.gain, loaded.threshold, loaded.ratio), std::make_tuple(0.3f, 1234.5f, 3.0f));
+}
+
+// Reads apply the effect in the PCM converter, eight samples at a time where
+// the effect is a plain gain: every 16-bit value must come out as Transform
+// gives it, taken as stored or converted to the other channel count, written
+// or mixed into what the output holds, for gains the vector path takes and
+// for those it leaves to Transform.
+TEST(VolumeEffect, ReadsScaleEverySampleAsTransformDoes) {
+    const float nan = std::numeric_limits<float>::quiet_NaN(), infinity = std::numeric_limits<float>::infinity();
+    const LxAudioVolumeEffect effects[] = {
+        {0.5f, 0, 1}, {1.5f, 0, 1}, {-2.0f, 0, 1}, {1e30f, 0, 1}, {-0.0f, 0, 1}, {3e-39f, 0, 1},
+        {1.0f, 0, 2.0f},  // not an identity, yet a plain gain
+        {1.2f, 10000, 2}, {nan, 0, 1}, {infinity, 0, 1},
+    };
+    // Every value once, in an odd count so that the last samples miss a full lane.
+    std::vector<unsigned char> stored;
+    for (int v = -32768; v <= 32767; ++v) {
+        const auto u = static_cast<uint16_t>(v);
+        stored.push_back(static_cast<unsigned char>(u));
+        stored.push_back(static_cast<unsigned char>(u >> 8));
+    }
+    stored.resize(stored.size() - 6);  // 65533 samples
+    auto sampleAt = [](const std::vector<unsigned char>& bytes, size_t i) {
+        return static_cast<int16_t>(static_cast<uint16_t>(bytes[2 * i] | (bytes[2 * i + 1] << 8)));
+    };
+    LxPCMConverter converter;
+    for (const LxAudioVolumeEffect& effect : effects) {
+        for (const auto& [storedChannels, wantedChannels] : {std::pair{1, 1}, std::pair{1, 2}, std::pair{2, 1}}) {
+            for (bool mix : {false, true}) {
+                SCOPED_TRACE(testing::Message() << "gain " << effect.gain << ", threshold " << effect.threshold
+                                                << ", " << storedChannels << " -> " << wantedChannels
+                                                << (mix ? ", mixed" : ""));
+                const int bytes = LxPCMConverter::ConvertedBytes(static_cast<int>(stored.size()), storedChannels,
+                                                                 wantedChannels);
+                std::vector<unsigned char> plain(stored.size() * 2);
+                std::copy(stored.begin(), stored.end(), plain.begin());
+                LxPCMConverter::ConvertInPlace(plain.data(), static_cast<int>(stored.size()), storedChannels,
+                                               wantedChannels);
+                std::vector<unsigned char> out(static_cast<size_t>(bytes), 0x5A);
+                converter.HandOut(stored.data(), storedChannels, wantedChannels, 0, bytes, &effect, mix, out.data());
+                int wrong = 0;
+                for (size_t i = 0; i < static_cast<size_t>(bytes) / 2 && wrong < 3; ++i) {
+                    int16_t expected = effect.Transform(sampleAt(plain, i));
+                    if (mix) expected = static_cast<int16_t>(static_cast<uint16_t>(expected) + 0x5A5Au);
+                    if (sampleAt(out, i) != expected) {
+                        ADD_FAILURE() << "sample " << i << ": " << sampleAt(out, i) << " instead of " << expected;
+                        ++wrong;
+                    }
+                }
+            }
+        }
+    }
 }
