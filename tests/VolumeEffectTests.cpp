@@ -57,16 +57,17 @@ TEST(VolumeEffect, SavesItsParametersAsThreeDoubles) {
 }
 
 // Reads apply the effect in the PCM converter, eight samples at a time where
-// the effect is a plain gain: every 16-bit value must come out as Transform
-// gives it, taken as stored or converted to the other channel count, written
-// or mixed into what the output holds, for gains the vector path takes and
-// for those it leaves to Transform.
+// its parameters allow: every 16-bit value must come out as Transform gives
+// it, taken as stored or converted to the other channel count, written or
+// mixed into what the output holds, for effects the vector path takes and for
+// those it leaves to Transform.
 TEST(VolumeEffect, ReadsScaleEverySampleAsTransformDoes) {
     const float nan = std::numeric_limits<float>::quiet_NaN(), infinity = std::numeric_limits<float>::infinity();
     const LxAudioVolumeEffect effects[] = {
         {0.5f, 0, 1}, {1.5f, 0, 1}, {-2.0f, 0, 1}, {1e30f, 0, 1}, {-0.0f, 0, 1}, {3e-39f, 0, 1},
         {1.0f, 0, 2.0f},  // not an identity, yet a plain gain
-        {1.2f, 10000, 2}, {nan, 0, 1}, {infinity, 0, 1},
+        {1.2f, 10000, 2}, {3.0f, 20000, 4}, {0.7f, -5000, 3}, {2.0f, 100, 0.25f}, {1e20f, 1e10f, 1e-20f},
+        {nan, 0, 1}, {infinity, 0, 1}, {1.0f, 1000, 0.0f}, {1.0f, nan, 2},
     };
     // Every value once, in an odd count so that the last samples miss a full lane.
     std::vector<unsigned char> stored;

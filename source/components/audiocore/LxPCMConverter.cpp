@@ -34,39 +34,52 @@ inline int16_t MixedSample(unsigned char* out, int index, int16_t sample) {
     return static_cast<int16_t>(static_cast<uint16_t>(SampleAt(out, index)) + static_cast<uint16_t>(sample));
 }
 
-// Whether the effect is a plain finite gain: no compressor, so that each sample
-// is scaled, saturated and truncated, which eight lanes can do at once with the
-// same single-precision product and the same results.
-bool IsPlainGain(const LxAudioVolumeEffect& effect) {
-    return effect.threshold == 0.0f && std::isfinite(effect.gain);
+// Whether the effect's arithmetic can run eight lanes at once with the same
+// single-precision operations as LxAudioVolumeEffect::Transform and the same
+// results: finite parameters and a ratio other than 0, so that no lane can
+// meet a NaN (which Transform maps to 0 and the vector clamp would not).
+bool IsVectorEffect(const LxAudioVolumeEffect& effect) {
+    return std::isfinite(effect.gain) && std::isfinite(effect.threshold) && std::isfinite(effect.ratio) &&
+           effect.ratio != 0.0f;
 }
 
-// Samples [0, count) of in, scaled by gain as LxAudioVolumeEffect::Transform
-// scales them, written to out, or added to out's samples (16-bit wrap-around)
-// when mix is set.
-void ScaleSamples(const unsigned char* in, int count, float gain, bool mix, unsigned char* out) {
+// Samples [0, count) of in through the effect, as LxAudioVolumeEffect::Transform
+// takes them (gain, then the compressor beyond the threshold on either side,
+// saturation, truncation toward zero), written to out, or added to out's
+// samples (16-bit wrap-around) when mix is set.
+void ApplyEffect(const unsigned char* in, int count, const LxAudioVolumeEffect& effect, bool mix,
+                 unsigned char* out) {
     int i = 0;
 #if defined(LX_CONVERTER_SSE2)
-    const __m128 factor = _mm_set1_ps(gain);
+    const __m128 gain = _mm_set1_ps(effect.gain), threshold = _mm_set1_ps(effect.threshold);
+    const __m128 ratio = _mm_set1_ps(effect.ratio);
     const __m128 highest = _mm_set1_ps(32767.0f), lowest = _mm_set1_ps(-32768.0f);
+    const bool compress = effect.threshold != 0.0f;
+    auto lanes = [&](__m128 x) {
+        if (compress) {
+            // Above the threshold, else below its negative, else as it is.
+            const __m128 above = _mm_cmpgt_ps(x, threshold);
+            const __m128 below = _mm_andnot_ps(above, _mm_cmpgt_ps(_mm_sub_ps(_mm_setzero_ps(), x), threshold));
+            const __m128 up = _mm_add_ps(_mm_div_ps(_mm_sub_ps(x, threshold), ratio), threshold);
+            const __m128 down = _mm_sub_ps(_mm_div_ps(_mm_add_ps(threshold, x), ratio), threshold);
+            x = _mm_or_ps(_mm_and_ps(above, up), _mm_andnot_ps(above, x));
+            x = _mm_or_ps(_mm_and_ps(below, down), _mm_andnot_ps(below, x));
+        }
+        return _mm_cvttps_epi32(_mm_max_ps(_mm_min_ps(x, highest), lowest));
+    };
     for (; i + 8 <= count; i += 8) {
         const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 2 * i));
-        // Sign-extended to 32 bits, as floats, scaled and held to the 16-bit range.
+        // Sign-extended to 32 bits, as floats, scaled.
         const __m128i low = _mm_srai_epi32(_mm_unpacklo_epi16(v, v), 16);
         const __m128i high = _mm_srai_epi32(_mm_unpackhi_epi16(v, v), 16);
-        __m128 a = _mm_mul_ps(_mm_cvtepi32_ps(low), factor);
-        __m128 b = _mm_mul_ps(_mm_cvtepi32_ps(high), factor);
-        a = _mm_max_ps(_mm_min_ps(a, highest), lowest);
-        b = _mm_max_ps(_mm_min_ps(b, highest), lowest);
-        __m128i scaled = _mm_packs_epi32(_mm_cvttps_epi32(a), _mm_cvttps_epi32(b));
-        if (mix) scaled = _mm_add_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(out + 2 * i)), scaled);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * i), scaled);
+        __m128i result = _mm_packs_epi32(lanes(_mm_mul_ps(_mm_cvtepi32_ps(low), gain)),
+                                         lanes(_mm_mul_ps(_mm_cvtepi32_ps(high), gain)));
+        if (mix) result = _mm_add_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(out + 2 * i)), result);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * i), result);
     }
 #endif
     for (; i < count; ++i) {
-        float x = static_cast<float>(SampleAt(in, i)) * gain;
-        x = x > 32767.0f ? 32767.0f : (x < -32768.0f ? -32768.0f : x);
-        auto sample = static_cast<int16_t>(x);
+        int16_t sample = effect.LxAudioVolumeEffect::Transform(SampleAt(in, i));
         if (mix) sample = MixedSample(out, i, sample);
         PutSample(out, i, sample);
     }
@@ -108,10 +121,10 @@ void LxPCMConverter::HandOut(const unsigned char* stored, int storedChannels, in
             std::memcpy(out, stored + from, static_cast<size_t>(count));
             return;
         }
-        if (!identity && IsPlainGain(*effect)) {
-            // Converted a block at a time (or taken as stored), then scaled in one pass.
+        if (!identity && IsVectorEffect(*effect)) {
+            // Converted a block at a time (or taken as stored), then through the effect in one pass.
             if (storedChannels == wantedChannels) {
-                ScaleSamples(stored + from, samples, effect->gain, mix, out);
+                ApplyEffect(stored + from, samples, *effect, mix, out);
                 return;
             }
             constexpr int kBlock = 1024;
@@ -121,7 +134,7 @@ void LxPCMConverter::HandOut(const unsigned char* stored, int storedChannels, in
                 for (int i = 0; i < n; ++i) {
                     PutSample(block, i, ConvertedSample(stored, storedChannels, wantedChannels, first + done + i));
                 }
-                ScaleSamples(block, n, effect->gain, mix, out + 2 * done);
+                ApplyEffect(block, n, *effect, mix, out + 2 * done);
             }
             return;
         }
