@@ -26,8 +26,8 @@ public:
     LxAudioClipBase& operator=(const LxAudioClipBase& other);
     virtual ~LxAudioClipBase();
 
-    virtual int WorthInBytes() const;
-    virtual int WorthInFrames() const;
+    int WorthInBytes() const override;
+    int WorthInFrames() const override;
     // The clip's record in "clip.lxa": its page ranges (subclasses add their own fields after them).
     void ReadFromStream(ILxReadWriteStream& stream) override;
     void WriteToStream(ILxReadWriteStream& stream) override;

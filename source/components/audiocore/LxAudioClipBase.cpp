@@ -134,17 +134,9 @@ void LxAudioClipBase::ReadFromStream(ILxReadWriteStream& stream) {
 
 void LxAudioClipBase::WriteToStream(ILxReadWriteStream& stream) { LxClipRecord::WriteRanges(stream, pageRanges); }
 
-int LxAudioClipBase::WorthInBytes() const {
-    int bytes = 0;
-    for (const LxPageRange& range : pageRanges) bytes += range.WorthInBytes();
-    return bytes;
-}
+int LxAudioClipBase::WorthInBytes() const { return LxClipRecord::BytesOf(pageRanges); }
 
-int LxAudioClipBase::WorthInFrames() const {
-    int frames = 0;
-    for (const LxPageRange& range : pageRanges) frames += range.WorthInFrames();
-    return frames;
-}
+int LxAudioClipBase::WorthInFrames() const { return LxClipRecord::FramesOf(pageRanges); }
 
 float LxAudioClipBase::WorthInSeconds() const { return static_cast<float>(WorthInFrames()) / kLxFrameRateF; }
 

@@ -42,6 +42,22 @@ void LxClipRecord::WriteRanges(ILxReadWriteStream& stream, std::vector<LxPageRan
     for (LxPageRange& range : ranges) range.Serialize(stream);
 }
 
+int LxClipRecord::BytesOf(const std::vector<LxPageRange>& ranges) {
+    int bytes = 0;
+    for (const LxPageRange& range : ranges) bytes += range.WorthInBytes();
+    return bytes;
+}
+
+int LxClipRecord::FramesOf(const std::vector<LxPageRange>& ranges) {
+    int frames = 0;
+    for (const LxPageRange& range : ranges) frames += range.WorthInFrames();
+    return frames;
+}
+
+int LxClipRecord::WorthInBytes() const { return BytesOf(ranges); }
+
+int LxClipRecord::WorthInFrames() const { return FramesOf(ranges); }
+
 void LxClipRecord::ReadFromStream(ILxReadWriteStream& stream) { ReadRanges(stream, store, ranges); }
 
 void LxClipRecord::WriteToStream(ILxReadWriteStream& stream) {

@@ -31,6 +31,12 @@ public:
     // downward shift; the shift for both ends is chosen by the start page alone.
     static void ApplyCorrection(std::vector<LxPageRange>& ranges, const std::map<int, int>& pageShift);
 
+    // Sums of the lengths of a list of ranges (a record's, a clip's).
+    static int BytesOf(const std::vector<LxPageRange>& ranges);
+    static int FramesOf(const std::vector<LxPageRange>& ranges);
+
+    int WorthInBytes() const override;
+    int WorthInFrames() const override;
     // Reads the ranges; whatever the clip stored after them is left unread.
     void ReadFromStream(ILxReadWriteStream& stream) override;
     void WriteToStream(ILxReadWriteStream& stream) override;
