@@ -158,14 +158,16 @@ void LxPageRange::Translate(int frame, int& page, int& pageOffset) const {
         LxAssertFailed("Non positive frame index in Translate", kSourceFile, __LINE__);
         return;
     }
+    if (startPage == endPage) {
+        // One page: its frame size was kept with the rest.
+        const int bpf = kept.bytesPerFrame;
+        if (bpf <= 0 || (endOffset - startOffset) / bpf < frame) return;
+        page = startPage;
+        pageOffset = (frame - 1) * bpf + startOffset;
+        return;
+    }
     if (kept.uniform) {
         const int bpf = kept.bytesPerFrame;
-        if (startPage == endPage) {
-            if ((endOffset - startOffset) / bpf < frame) return;
-            page = startPage;
-            pageOffset = (frame - 1) * bpf + startOffset;
-            return;
-        }
         const int firstFrames = (kept.firstPageBytes - startOffset) / bpf;
         if (frame <= firstFrames) {
             page = startPage;
@@ -192,14 +194,6 @@ void LxPageRange::Translate(int frame, int& page, int& pageOffset) const {
     }
     // Pages of differing lengths or formats: walked record by record.
     LxPCMData record;
-    if (startPage == endPage) {
-        audioFile->ReadPageHeader(startPage, record);
-        int bpf = BytesPerFrame(record);
-        if (bpf <= 0 || (endOffset - startOffset) / bpf < frame) return;
-        page = startPage;
-        pageOffset = (frame - 1) * bpf + startOffset;
-        return;
-    }
     int cumulative = 0;
     for (int p = startPage; p <= endPage; p += kLxPageRecordBytes) {
         audioFile->ReadPageHeader(p, record);
