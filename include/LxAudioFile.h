@@ -33,6 +33,7 @@ class LxClipDataStream;
 class LxClipMapStream;
 class LxStoreMembers;
 class LxThumbnailCache;
+class LxPageDecodeAhead;
 class LxFailureWatch;
 
 class LXAUDIOCORE_API LxAudioFile {
@@ -185,6 +186,10 @@ private:
     // go), and cached thumbnails follow their pages to the new IDs.
     void ReplaceMembers(std::unique_ptr<LxStoreMembers> fresh, const std::map<int, int>& oldToNewPage);
     void ReserveSilence();
+    static bool TwoCores();
+    // Hands the page over to be decoded ahead of the reader, when it is a
+    // compressed page not already there.
+    void DecodeAhead(int pageID);
     // True when the compressor has visited every page and no page record refers
     // to "raw.lxa" any more: a save may then leave the raw data out.
     bool RawDataUnreferenced();
@@ -210,4 +215,7 @@ private:
     // Set by a verified load that found damage; cleared by the next load or Clear.
     bool loadedDamaged = false;
     std::atomic<uint32_t> pageEpoch{0};
+    // Decodes the next compressed page while the reader handles this one;
+    // made at the first read of a compressed page.
+    std::unique_ptr<LxPageDecodeAhead> decodeAhead;
 };

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstring>
 #include <thread>
 #include "AssertRecorder.h"
 #include "ProgressRecorder.h"
@@ -84,4 +85,76 @@ TEST(Compression, CompressingOnSeveralThreadsWritesTheSameBytes) {
     for (const char* name : {"enc.lxa", "pcm.lxa"}) EXPECT_EQ(FileBytes(one.Child(name)), FileBytes(two.Child(name))) << name;
     EXPECT_EQ(Codec(parallel, 180 + 36 * 15), kLxPageCodecRaw);
     EXPECT_EQ(ClipAudio(parallel, 1, 2), ClipAudio(serial, 1, 2));
+}
+
+TEST(Compression, ClipsOfCompressedPagesReadAsEveryPageDecodedAlone) {
+    // Reading in order decodes every other page ahead on another thread. What
+    // a clip reads must be each page decoded on its own, damaged pages report
+    // once, on the reader's thread, and a reloaded store never gets a page
+    // decoded from what it held before.
+    TempDir tmp;
+    StoreFiles files;
+    LxPCMData damaged;
+    {
+        LxAudioFile store(tmp.Dir());
+        StoreClip(store, VoicePcm(5 * 44100 + 700, 2), 2);  // pages 180 to 360
+        StoreClip(store, VoicePcm(3 * 88200, 1), 1);        // 396 to 468
+        EXPECT_EQ(store.CompressAllPages(nullptr), 9);
+        store.Flush();
+        files = KeepStoreFiles(tmp.Dir());
+        damaged = PageRecord(store, 216);  // one the other thread decodes
+    }
+    for (int at = damaged.dataRange.start + 40; at < damaged.dataRange.end - 40; at += 7)
+        files["enc.lxa"][static_cast<size_t>(at)] ^= 0x5A;
+    RestoreStoreFiles(tmp.Dir(), files);
+
+    auto pageAlone = [](LxAudioFile& store, int page, std::vector<int16_t>& audio) {
+        LxPCMData record = PageRecord(store, page);
+        std::vector<int16_t> pcm(kLxMaxPageBytes / 2);
+        int got = 0;
+        store.ReadPageData(record, record.channels, pcm.data(), kLxMaxPageBytes, got);
+        audio.insert(audio.end(), pcm.begin(), pcm.begin() + got / 2);
+    };
+    LxAudioFile store(tmp.Dir());
+    std::vector<int16_t> stereo, mono;
+    AssertRecorder alone;
+    for (int page = 180; page <= 360; page += 36) pageAlone(store, page, stereo);
+    for (int page = 396; page <= 468; page += 36) pageAlone(store, page, mono);
+    const std::vector<AssertReport> expected = alone.Reports();
+    ASSERT_FALSE(expected.empty());
+    alone.Clear();
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(ClipAudio(store, 1, 2), stereo);
+        EXPECT_EQ(ClipAudio(store, 2, 1), mono);
+    }
+    const std::vector<AssertReport> reports = alone.Reports();
+    ASSERT_EQ(reports.size(), 2 * expected.size());
+    for (size_t i = 0; i < reports.size(); ++i) {
+        EXPECT_EQ(reports[i].message, expected[i % expected.size()].message);
+        EXPECT_EQ(reports[i].line, expected[i % expected.size()].line);
+    }
+
+    // A read hands the next page to the other thread; the store then takes
+    // other contents, whose page of that ID must be the one read.
+    LxPCMData record;
+    std::vector<unsigned char> page(kLxMaxPageBytes);
+    int got = 0;
+    ASSERT_TRUE(store.ReadPage(216, record, page.data(), kLxMaxPageBytes, got));
+    TempDir other;
+    std::vector<int16_t> otherAudio;
+    {
+        LxAudioFile source(other.Dir());
+        std::vector<int16_t> pcm = VoicePcm(3 * 44100, 2);
+        for (int16_t& s : pcm) s = static_cast<int16_t>(-s / 2);
+        StoreClip(source, pcm, 2);  // 180 to 252
+        source.CompressAllPages(nullptr);
+        pageAlone(source, 252, otherAudio);
+        auto saved = LxStreamUtil::CreateMemoryStream();
+        ASSERT_TRUE(source.WriteTo(*saved));
+        saved->Seek(0, kLxSeekBegin);
+        ASSERT_TRUE(store.ReadFrom(*saved));
+    }
+    ASSERT_TRUE(store.ReadPage(252, record, page.data(), kLxMaxPageBytes, got));
+    ASSERT_EQ(got, 176400);
+    EXPECT_EQ(std::memcmp(page.data(), otherAudio.data(), 176400), 0);
 }

@@ -16,12 +16,14 @@
 #include "LxCodecVorbis.h"
 #include "LxDataStream.h"
 #include "LxPCMDataStream.h"
+#include "LxPageDecodeAhead.h"
 #include "LxPublic/ILxGeneralProgressCallBack.h"
 #include "LxPublic/ILxStream.h"
 #include "LxPublic/LxAssert.h"
 #include "LxPublic/LxFailureWatch.h"
 #include "LxPublic/LxFileUtil.h"
 #include "LxPublic/LxLock.h"
+#include "LxPublic/LxQuietReports.h"
 #include "LxPublic/LxRecursiveLock.h"
 #include "LxPublic/LxStreamUtil.h"
 #include "LxPublic/LxZipUpdateInfo.h"
@@ -55,6 +57,7 @@ LxAudioFile::~LxAudioFile() {
         members.reset();
     }
     thumbnails.reset();
+    decodeAhead.reset();
 }
 
 void LxAudioFile::Open() { members = std::make_unique<LxStoreMembers>(directory); }
@@ -191,8 +194,41 @@ bool LxAudioFile::ReadPage(int pageID, LxPCMData& record, void* buffer, int buff
         return false;
     }
     if (!Pcm()->ReadPageHeader(pageID, record) || (record.channels != 1 && record.channels != 2)) return false;
+    if (LxPageDecodeAhead::Decodable(record) && TwoCores()) {
+        // A reader going through the pages in order decodes every other page
+        // itself while the page after it is decoded ahead on another core.
+        const LxPageDecodeAhead::Key key{pageID, GetPageEpoch(), record};
+        if (decodeAhead && decodeAhead->Take(key, buffer, bufferBytes, bytesRead)) {
+            DecodeAhead(pageID + 2 * kLxPageRecordBytes);
+            return true;
+        }
+        DecodeAhead(pageID + kLxPageRecordBytes);
+    }
     Pcm()->ReadPageData(record, record.channels, buffer, bufferBytes, bytesRead);
     return true;
+}
+
+bool LxAudioFile::TwoCores() {
+    static const bool twoCores = std::thread::hardware_concurrency() > 1;
+    return twoCores;
+}
+
+void LxAudioFile::DecodeAhead(int pageID) {
+    if (pageID < kLxFirstOrdinaryPage || pageID > Pcm()->GetSize() - kLxPageRecordBytes) return;
+    LxPageDecodeAhead::Key key{pageID, GetPageEpoch(), LxPCMData()};
+    if (decodeAhead && decodeAhead->Holds(key)) return;
+    // Nobody asked for this page: whatever its record or data would report is
+    // left for the read that does ask.
+    LxQuietReports quiet;
+    const int64_t reportsBefore = LxAssertReportCount();
+    if (!Pcm()->ReadPageHeader(pageID, key.record) || !LxPageDecodeAhead::Decodable(key.record)) return;
+    if (decodeAhead && decodeAhead->Holds(key)) return;
+    std::vector<unsigned char> stored(static_cast<size_t>(std::min(key.record.dataRange.Size(), kLxMaxPageBytes)));
+    const int got = Enc()->Read(key.record.dataRange, stored.data(), static_cast<int>(stored.size()));
+    if (LxAssertReportCount() != reportsBefore) return;
+    stored.resize(static_cast<size_t>(std::max(got, 0)));
+    if (!decodeAhead) decodeAhead = std::make_unique<LxPageDecodeAhead>();
+    decodeAhead->Begin(key, std::move(stored));
 }
 
 void LxAudioFile::ReadPageThumbnail(int pageID, void* buffer, int bufferBytes, int& bytesRead) {

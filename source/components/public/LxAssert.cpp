@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include "LxPublic/LxQuietReports.h"
 
 namespace {
 
@@ -18,6 +19,7 @@ thread_local int64_t tReportCount = 0;
 
 void LxAssertFailed(const char* message, const char* sourceFile, int line) {
     ++tReportCount;
+    if (LxQuietReports::Active()) return;
     LxAssertHandler handler = gHandler.load();
     handler(message ? message : "", sourceFile ? sourceFile : "", line);
 }
