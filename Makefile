@@ -83,7 +83,9 @@ fuzz: fuzz-deps
 	done
 
 # ThreadSanitizer over the sound-device tests (capture, playback and every
-# thread they run): any data race or lock-order inversion fails the run.
+# thread they run) and the engine's own threads (compression beside readers,
+# pages decoded ahead, resampling on several cores): any data race or
+# lock-order inversion fails the run.
 TSAN_DIR ?= build-tsan
 TSAN_FLAGS := -fsanitize=thread -fno-omit-frame-pointer -g
 
@@ -91,9 +93,11 @@ tsan: deps
 	cmake -S . -B $(TSAN_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DLX_BUILD_TOOLS=OFF \
 	  -DCMAKE_C_FLAGS="$(TSAN_FLAGS)" -DCMAKE_CXX_FLAGS="$(TSAN_FLAGS)" \
 	  -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=thread" -DCMAKE_SHARED_LINKER_FLAGS="-fsanitize=thread"
-	cmake --build $(TSAN_DIR) -j $(JOBS) --target LxAudioDeviceTests
+	cmake --build $(TSAN_DIR) -j $(JOBS) --target LxAudioDeviceTests LxAudioCoreTests
 	cd $(TSAN_DIR) && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
-	  ctest -L devices --output-on-failure -j $(JOBS)
+	  ctest -L devices --output-on-failure -j $(JOBS) && \
+	  TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
+	  ctest -R '^(Compression|Resampler|AudioClip)\.' --output-on-failure -j $(JOBS)
 
 # The whole test suite under AddressSanitizer and UndefinedBehaviorSanitizer
 # (leaks included), then the concurrent tests under ThreadSanitizer.
