@@ -9,7 +9,7 @@ JOBS ?= 2
 # Debian packages the build needs.
 PACKAGES := cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev \
             libvorbis-dev libogg-dev libspeexdsp-dev sox vorbis-tools libasound2-dev \
-            libcli11-dev libpng-dev nlohmann-json3-dev zlib1g-dev
+            libcli11-dev libpng-dev nlohmann-json3-dev zlib1g-dev libdeflate-dev
 
 .PHONY: all deps configure build test clean fuzz fuzz-deps tsan sanitize soak demo bench bench-deps \
         windows-deps windows-test

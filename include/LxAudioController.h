@@ -102,6 +102,10 @@ public:
     bool WriteVerifiedTo(const LxFile& directory, bool incremental, LxZipUpdateInfo* info);
     bool ReadVerifiedFrom(ILxStream* in, LxAudioDamageReport& report);
     bool ReadVerifiedFrom(const LxFile& directory, LxAudioDamageReport& report);
+    // A verified load of a project saved in one stream to projectFile that reads
+    // its audio in place instead of copying it (LxAudioFile::ReadVerifiedInPlace):
+    // the file must not change while the controller uses it.
+    bool ReadVerifiedInPlace(const LxFile& projectFile, LxAudioDamageReport& report);
     int SalvageInto(LxAudioController& target, const LxAudioDamageReport& report, bool fillDamaged,
                     std::map<int, int>& idMap, std::set<int>& patched);
     // Copies every clip of other's store into this one; idMap receives old ID -> new ID.

@@ -137,6 +137,13 @@ public:
     // report is raised for the damage found: it is all in report.
     bool ReadVerifiedFrom(ILxStream& in, LxAudioDamageReport& report);
     bool ReadVerifiedFrom(const LxFile& directoryIn, LxAudioDamageReport& report);
+    // ReadVerifiedFrom of a project saved in one stream to projectFile, without
+    // copying its audio: "raw.lxa" and "enc.lxa" are read in place from the file
+    // for as long as the store holds them (what is added goes into the store's
+    // own files), so a load costs one pass of the checks over the file. The
+    // file must not change while the store uses it: save beside it and rename
+    // over it (the store goes on reading the file it opened), never into it.
+    bool ReadVerifiedInPlace(const LxFile& projectFile, LxAudioDamageReport& report);
     // After a verified load: copies into target every clip of report.clipTable
     // whose record and pages are intact (also those whose entry in this store's
     // clip table was damaged), and, with fillDamaged, every damaged clip whose

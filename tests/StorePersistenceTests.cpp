@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <list>
 #include <optional>
 #include "AssertRecorder.h"
 #include "LxAudioClip.h"
 #include "LxAudioFile.h"
+#include "LxPublic/LxFileUtil.h"
 #include "LxPublic/LxMemoryStream.h"
 #include "LxPublic/LxZipUpdateInfo.h"
 #include "PcmHelpers.h"
@@ -266,4 +268,67 @@ TEST(StorePersistence, RawDataStaysWhileAnyPageStillNeedsIt) {
     ASSERT_TRUE(onlyCompressed.WriteTo(small));
     EXPECT_EQ(std::vector<uint8_t>(small.GetBytes().begin(), small.GetBytes().begin() + 4), Le32({0}));
     EXPECT_EQ(MemberSizes(onlyCompressed)[0], 0);
+}
+
+TEST(StorePersistence, ProjectsReadInPlaceChangeAndSaveLikeCopiedOnes) {
+    // A saved project loaded by copying its members and the same project read
+    // in place take the same changes (a new clip, a page compressed, a
+    // compaction) and save the same bytes, integrity record included; the one
+    // read in place goes on reading its file after another takes its name.
+    TempDir source, saves;
+    const LxFile project = saves.Child("project.lxp");
+    std::vector<int16_t> first = MakeRamp(300000, 2, 1);  // "raw.lxa" over a chunk boundary
+    {
+        LxAudioFile store(source.Dir());
+        StoreClip(store, first, 2);
+        Record(store, 70000, 2);
+        store.CompressOnePage();
+        auto out = LxStreamUtil::CreateFileStreamReadWrite(project, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
+        ASSERT_TRUE(out && store.WriteVerifiedTo(*out));
+    }
+    struct Load {
+        const char* name;
+        bool inPlace;
+    };
+    std::vector<std::vector<uint8_t>> saved;
+    std::vector<std::vector<int16_t>> audio;
+    for (const Load& load : {Load{"copied", false}, Load{"in place", true}}) {
+        SCOPED_TRACE(load.name);
+        TempDir work;
+        LxAudioFile store(work.Dir());
+        LxAudioDamageReport report;
+        if (load.inPlace) {
+            ASSERT_TRUE(store.ReadVerifiedInPlace(project, report));
+        } else {
+            auto in = LxStreamUtil::CreateFileStreamRead(project);
+            ASSERT_TRUE(in && store.ReadVerifiedFrom(*in, report));
+        }
+        ASSERT_TRUE(report.verified);
+        Record(store, 50000, 3);
+        // One more page compressed (the compressor passes over silent and compressed pages first).
+        while (!store.CompressOnePage() && store.HasPagesToCompress()) {
+        }
+        std::list<int> keep = {1, 3};
+        ASSERT_TRUE(store.Compact(keep, nullptr));
+        const LxFile out = saves.Child(load.inPlace ? "in-place.lxp" : "copied.lxp");
+        {
+            auto stream = LxStreamUtil::CreateFileStreamReadWrite(out, kLxStreamWrite, 0x3f3f3f3f, 0x3f3f3f3f);
+            ASSERT_TRUE(stream && store.WriteVerifiedTo(*stream));
+        }
+        saved.push_back(FileBytes(out));
+        if (load.inPlace && LxFileUtil::CanRenameOverOpenFile()) {
+            // The saved project takes the old one's name, as the tool's saves do.
+            ASSERT_TRUE(out.RenameTo(project));
+        }
+        LxAudioClip clip(store, keep.front());
+        audio.push_back(ReadAll(clip, 2));
+        // Every byte saved is checked on the next load.
+        TempDir again;
+        LxAudioFile reloaded(again.Dir());
+        LxAudioDamageReport check;
+        EXPECT_TRUE(reloaded.ReadVerifiedInPlace(load.inPlace ? project : out, check));
+        EXPECT_TRUE(check.verified && !check.IsDamaged());
+    }
+    EXPECT_EQ(saved[0], saved[1]);
+    EXPECT_EQ(audio[0], audio[1]);
 }

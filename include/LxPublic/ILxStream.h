@@ -37,6 +37,19 @@ public:
     virtual int64_t GetReadFailures() const { return 0; }
     virtual int64_t GetWriteFailures() const { return 0; }
 
+    // Copies up to bytes bytes from source's position to this stream's position;
+    // both move on by what was copied, which is returned (fewer when source ends
+    // or a write fails). This copies in large blocks; file streams copy from a
+    // file inside the operating system where it can.
+    virtual int64_t CopyFrom(ILxStream& source, int64_t bytes);
+    // The same copy seen from the source: streams made of parts override it so
+    // that each part reaches target.CopyFrom on its own.
+    virtual int64_t CopyTo(ILxStream& target, int64_t bytes) { return target.CopyFrom(*this, bytes); }
+    // For a file that is forced to disk once it is whole (a save): when on, what
+    // is written is handed to the disk as it comes, so that the final Sync has
+    // little left to wait for. A hint; streams that cannot do it ignore it.
+    virtual void SetWriteBehind(bool on) { (void)on; }
+
     // Little-endian 32-bit helpers for stream formats; false on a short transfer
     // (the value is then 0 after a read).
     bool ReadInt32(int32_t& value);

@@ -78,4 +78,8 @@ public:
     // False, with nothing changed, where the system or the file system cannot
     // (then two renames are the caller's fallback).
     static bool ExchangeDirectories(const LxFile& a, const LxFile& b);
+    // Whether a file may be renamed over while this process holds it open for
+    // reading, and the reader goes on reading the old file: true on POSIX;
+    // false on Windows, where the rename would be refused.
+    static bool CanRenameOverOpenFile();
 };

@@ -164,7 +164,16 @@ void LxCliProject::Open(const std::string& projectPath, Access wanted, bool anno
         auto in = LxStreamUtil::CreateFileStreamRead(LxFile(LxString(path)));
         if (!in) throw LxCliFailure("cannot open project", path, std::strerror(errno));
         if (in->GetLength() == 0) throw LxCliFailure("cannot open project", path, "the file is empty");
-        controller->ReadVerifiedFrom(in.get(), damage);
+        // The audio is read where it lies in the project, not copied into the
+        // working directory: a save writes a new file beside it and renames it
+        // over the project, and the store goes on reading the file it opened.
+        // Where a rename cannot replace an open file, a command that saves copies.
+        if (access == Access::kRead || LxFileUtil::CanRenameOverOpenFile()) {
+            in.reset();
+            controller->ReadVerifiedInPlace(LxFile(LxString(path)), damage);
+        } else {
+            controller->ReadVerifiedFrom(in.get(), damage);
+        }
     }
     if (!damage.loaded) {
         std::string why = "the project is damaged or is not an lxaudio project";
@@ -258,6 +267,8 @@ void LxCliProject::SaveAsFile() {
         auto out = LxStreamUtil::CreateFileStreamReadWrite(temporaryFile, kLxStreamWrite, kLxStreamBufferArgument, kLxStreamBufferArgument);
         if (!out) fail(std::string("cannot write next to it (") + std::strerror(errno) + ")");
         LxCliSaveStream stream(std::move(out));
+        // The disk starts on the new project while it is written; the Sync below waits for the rest.
+        stream.SetWriteBehind(true);
         bool written = controller->WriteVerifiedTo(&stream);
         if (!written || stream.WriteFailed()) {
             std::string detail = log.Summary(mark);

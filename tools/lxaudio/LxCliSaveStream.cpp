@@ -1,5 +1,6 @@
 #include "LxCliSaveStream.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -33,8 +34,32 @@ int LxCliSaveStream::Read(void* buffer, int bytes) { return target ? target->Rea
 int LxCliSaveStream::Write(const void* buffer, int bytes) {
     if (!target) return 0;
     int done = target->Write(buffer, bytes);
+    Wrote(done, bytes);
+    return done;
+}
+
+int64_t LxCliSaveStream::CopyFrom(ILxStream& source, int64_t bytes) {
+    if (!target) return 0;
+    // Up to the pause point, then the rest, so that a test's pause comes where it asked.
+    int64_t done = 0;
+    if (pauseAfter >= 0 && written + bytes > pauseAfter) {
+        const int64_t first = std::max<int64_t>(0, pauseAfter - written);
+        done = target->CopyFrom(source, first);
+        Wrote(done, first);
+        if (done != first) return done;
+    }
+    const int64_t rest = target->CopyFrom(source, bytes - done);
+    Wrote(rest, bytes - done);
+    return done + rest;
+}
+
+void LxCliSaveStream::SetWriteBehind(bool on) {
+    if (target) target->SetWriteBehind(on);
+}
+
+void LxCliSaveStream::Wrote(int64_t done, int64_t asked) {
     if (done > 0) written += done;
-    if (done != bytes) writeFailed = true;
+    if (done != asked) writeFailed = true;
     if (pauseAfter >= 0 && written >= pauseAfter) {
         pauseAfter = -1;
         // Put the half-written bytes on disk, as a crash after a partial
@@ -42,7 +67,6 @@ int LxCliSaveStream::Write(const void* buffer, int bytes) {
         target->Flush();
         Pause(written);
     }
-    return done;
 }
 
 bool LxCliSaveStream::Seek(int64_t offset, LxSeekOrigin origin) { return target && target->Seek(offset, origin); }

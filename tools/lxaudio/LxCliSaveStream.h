@@ -24,6 +24,9 @@ public:
     bool Flush() override;
     bool Sync() override;
     void Close() override;
+    // Passed to the file, so that a member is copied into it inside the system.
+    int64_t CopyFrom(ILxStream& source, int64_t bytes) override;
+    void SetWriteBehind(bool on) override;
 
     // True once any write came back short (a full disk, an I/O error), or the
     // file counted a failed write that no return value showed (a buffered
@@ -36,6 +39,8 @@ public:
     static void Pause(int64_t bytesWritten);
 
 private:
+    // Counts what a transfer wrote of what it was asked to, and pauses for a test.
+    void Wrote(int64_t done, int64_t asked);
 
     std::unique_ptr<ILxReadWriteStream> target;
     int64_t written = 0;

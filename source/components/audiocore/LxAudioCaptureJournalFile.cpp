@@ -1,9 +1,9 @@
 #include "LxAudioCaptureJournalFile.h"
 
-#include <zlib.h>
 #include <cstring>
 #include "LxAudioConstants.h"
 #include "LxAudioCaptureData.h"
+#include "LxCrc32.h"
 #include "LxPublic/LxFailureWatch.h"
 #include "LxPublic/LxStreamUtil.h"
 
@@ -35,16 +35,7 @@ public:
     }
     // CRC-32 of everything from offset `from` on, appended.
     void Crc(size_t from) { U32(Checksum(out.data() + from, out.size() - from, 0)); }
-    static uint32_t Checksum(const unsigned char* data, size_t n, uint32_t crc) {
-        uLong value = crc;
-        while (n > 0) {
-            uInt chunk = static_cast<uInt>(n > (1u << 30) ? (1u << 30) : n);
-            value = crc32(value, data, chunk);
-            data += chunk;
-            n -= chunk;
-        }
-        return static_cast<uint32_t>(value);
-    }
+    static uint32_t Checksum(const unsigned char* data, size_t n, uint32_t crc) { return LxCrc32::Update(crc, data, n); }
 
 private:
     std::vector<unsigned char>& out;

@@ -129,6 +129,10 @@ bool LxAudioController::ReadVerifiedFrom(const LxFile& directory, LxAudioDamageR
     return audioFile->ReadVerifiedFrom(directory, report);
 }
 
+bool LxAudioController::ReadVerifiedInPlace(const LxFile& projectFile, LxAudioDamageReport& report) {
+    return audioFile->ReadVerifiedInPlace(projectFile, report);
+}
+
 int LxAudioController::SalvageInto(LxAudioController& target, const LxAudioDamageReport& report, bool fillDamaged,
                                    std::map<int, int>& idMap, std::set<int>& patched) {
     return audioFile->SalvageInto(*target.audioFile, report, fillDamaged, idMap, patched);

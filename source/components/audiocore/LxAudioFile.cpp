@@ -372,6 +372,10 @@ bool LxAudioFile::ReadVerifiedFrom(const LxFile& directoryIn, LxAudioDamageRepor
     return LxStorePersistence(*this).ReadVerifiedFrom(directoryIn, report);
 }
 
+bool LxAudioFile::ReadVerifiedInPlace(const LxFile& projectFile, LxAudioDamageReport& report) {
+    return LxStorePersistence(*this).ReadVerifiedInPlace(projectFile, report);
+}
+
 int LxAudioFile::SalvageInto(LxAudioFile& target, const LxAudioDamageReport& report, bool fillDamaged,
                              std::map<int, int>& idMap, std::set<int>& patched) {
     return LxStoreSalvager::Run(*this, target, report, fillDamaged, idMap, patched);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 #include "LxAudioConstants.h"
+#include "LxInPlaceStream.h"
 #include "LxPublic/LxAssert.h"
 #include "LxPublic/LxFileUtil.h"
 #include "LxPublic/LxStreamUtil.h"
@@ -12,20 +13,9 @@ static const char* const kSourceFile = "source/components/audiocore/LxAudioFile"
 
 namespace {
 
-// Copies bytes from one stream to another in blocks of 1 KiB; returns the bytes copied.
-int64_t CopyBlocks(ILxStream& from, ILxStream& to, int64_t bytes) {
-    unsigned char block[LxMemberStream::kCopyBlockBytes];
-    int64_t done = 0;
-    while (done < bytes) {
-        int n = static_cast<int>(std::min<int64_t>(LxMemberStream::kCopyBlockBytes, bytes - done));
-        int got = from.Read(block, n);
-        if (got <= 0) break;
-        int put = to.Write(block, got);
-        done += put;
-        if (put != got) break;
-    }
-    return done;
-}
+// Copies bytes from one stream to another (inside the system when both are
+// files); returns the bytes copied.
+int64_t CopyBlocks(ILxStream& from, ILxStream& to, int64_t bytes) { return bytes > 0 ? from.CopyTo(to, bytes) : 0; }
 
 LxFile ChunkFile(const LxFile& directory, const LxString& name, int number) {
     LxString fileName = name;
@@ -83,12 +73,34 @@ void LxMemberStream::Truncate() {
 bool LxMemberStream::MoveTo(const LxFile& target) {
     if (!stream) return false;
     stream->Flush();
+    // A member read in place keeps its project file across the move.
+    std::shared_ptr<ILxReadWriteStream> base;
+    int64_t baseOffset = 0, baseLength = 0;
+    if (auto* inPlace = dynamic_cast<LxInPlaceStream*>(stream.get())) {
+        base = inPlace->GetBase();
+        baseOffset = inPlace->GetBaseOffset();
+        baseLength = inPlace->GetBaseLength();
+    }
     stream.reset();
     bool moved = file.RenameTo(target);
     if (moved) file = target;
     stream = LxStreamUtil::CreateFileStreamReadWrite(file, 3, kLxStreamBufferArgument, kLxStreamBufferArgument);
+    if (stream && base) stream = std::make_unique<LxInPlaceStream>(std::move(stream), base, baseOffset, baseLength);
     ContentsReplaced();
     return moved && stream != nullptr;
+}
+
+bool LxMemberStream::ReadInPlace(const std::shared_ptr<ILxReadWriteStream>& project, int64_t offset, int length) {
+    if (!stream) return false;
+    Truncate();
+    if (auto* inPlace = dynamic_cast<LxInPlaceStream*>(stream.get())) stream = inPlace->TakeOwn();
+    if (!stream) {
+        stream = LxStreamUtil::CreateFileStreamReadWrite(file, 3, kLxStreamBufferArgument, kLxStreamBufferArgument);
+        if (!stream) return false;
+    }
+    if (length > 0) stream = std::make_unique<LxInPlaceStream>(std::move(stream), project, offset, length);
+    ContentsReplaced();
+    return true;
 }
 
 int LxMemberStream::ReadAt(int64_t position, void* buffer, int bytes) {

@@ -36,11 +36,16 @@ public:
     // where it was, when the rename fails.
     bool MoveTo(const LxFile& target);
 
-    // A 32-bit length and the member's bytes, copied in 1 KiB blocks.
+    // A 32-bit length and the member's bytes.
     virtual bool WriteTo(ILxStream& out);
     // Replaces the member with length bytes of in; the caller has checked that
     // in holds them.
     virtual bool ReadFrom(ILxStream& in, int length);
+    // Replaces the member with the length bytes at offset of a saved project,
+    // read from there in place (LxInPlaceStream) rather than copied: the project
+    // file must not change while the member reads it. What is written to the
+    // member from then on goes into its own file.
+    bool ReadInPlace(const std::shared_ptr<ILxReadWriteStream>& project, int64_t offset, int length);
     // Saves the member as chunk files NAME1, NAME2, ... (and NAME0 holding their
     // count when there are two or more), starting at byte start (< 1: the whole
     // member). Returns the member's length, which becomes the next start of an

@@ -61,7 +61,7 @@ bool Named(const LxAudioDamageReport& report, const std::string& member, int chu
 
 }  // namespace
 
-LxStoreChecker::LxStoreChecker(LxAudioFile& audioFile) : store(audioFile), block(65536) {
+LxStoreChecker::LxStoreChecker(LxAudioFile& audioFile) : store(audioFile), block(LxMemberStream::kChunkBytes) {
     for (int i = 0; i < LxStoreIntegrityRecord::kMembers; ++i) sizes[i] = Member(i) ? Member(i)->GetSize() : 0;
 }
 
@@ -110,11 +110,46 @@ uint32_t LxStoreChecker::PageDataCrc(const LxPCMData& record) {
     // The thumbnail follows on, so that one checksum covers both.
     const uint32_t thumbnail =
         CrcOf(*Member(kEnc), record.thumbnailRange.start, std::max(0, record.thumbnailRange.Size()));
-    const unsigned char both[8] = {static_cast<unsigned char>(crc),        static_cast<unsigned char>(crc >> 8),
-                                   static_cast<unsigned char>(crc >> 16),  static_cast<unsigned char>(crc >> 24),
+    return BothCrc(crc, thumbnail);
+}
+
+uint32_t LxStoreChecker::BothCrc(uint32_t data, uint32_t thumbnail) {
+    const unsigned char both[8] = {static_cast<unsigned char>(data),       static_cast<unsigned char>(data >> 8),
+                                   static_cast<unsigned char>(data >> 16), static_cast<unsigned char>(data >> 24),
                                    static_cast<unsigned char>(thumbnail),  static_cast<unsigned char>(thumbnail >> 8),
                                    static_cast<unsigned char>(thumbnail >> 16), static_cast<unsigned char>(thumbnail >> 24)};
     return LxStoreIntegrityRecord::Crc(0, both, sizeof both);
+}
+
+void LxStoreChecker::DigestMember(int index, LxStoreIntegrityRecord::Member& summary, std::vector<Span>& spans) {
+    // Spans in the order of their start; each takes its bytes from the blocks
+    // as they pass, in order, so its checksum builds up as if read on its own.
+    std::sort(spans.begin(), spans.end(), [](const Span& a, const Span& b) { return a.start < b.start; });
+    size_t next = 0;
+    std::vector<Span*> open;
+    LxMemberStream& member = *Member(index);
+    const int64_t size = sizes[index];
+    summary.length = static_cast<uint32_t>(size);
+    for (int64_t start = 0; start < size; start += kChunkBytes) {
+        const int64_t length = std::min<int64_t>(kChunkBytes, size - start);
+        const int got = std::max(0, member.ReadAt(start, block.data(), static_cast<int>(length)));
+        summary.chunks.push_back({static_cast<uint32_t>(length), LxStoreIntegrityRecord::Crc(0, block.data(), static_cast<size_t>(got))});
+        // A read cut short ends the member here, as for CrcOf.
+        const int64_t end = start + got;
+        while (next < spans.size() && spans[next].start < end) open.push_back(&spans[next++]);
+        for (size_t k = 0; k < open.size();) {
+            Span& span = *open[k];
+            const int64_t lo = std::max(span.start, start), hi = std::min(span.end, end);
+            if (hi > lo) span.crc = LxStoreIntegrityRecord::Crc(span.crc, block.data() + (lo - start), static_cast<size_t>(hi - lo));
+            if (span.end <= end) {
+                open[k] = open.back();
+                open.pop_back();
+            } else {
+                ++k;
+            }
+        }
+        if (got < length) break;
+    }
 }
 
 bool LxStoreChecker::PagePlausible(const LxPCMData& r) const {
@@ -174,7 +209,28 @@ bool LxStoreChecker::ParseClipRecord(uint32_t position, std::vector<Range>& rang
 
 LxStoreIntegrityRecord LxStoreChecker::Digest() {
     LxStoreIntegrityRecord record;
+    ReadPageRecords();
+    // One pass over each data member: its chunks and the page data and
+    // thumbnails in it are summed from the same blocks.
+    std::vector<Span> spans[2];  // in raw, in enc
+    std::vector<uint32_t> dataCrcs(pages.size(), 0), thumbnailCrcs(pages.size(), 0);
+    for (size_t i = 0; i < pages.size(); ++i) {
+        const LxPCMData& p = pages[i];
+        if (p.codec != kLxPageCodecRaw && p.codec != kLxPageCodecVorbis) continue;
+        // What CrcOf would read of a range: from its start (when not negative) to its end, inside the member.
+        auto add = [&](std::vector<Span>& to, const LxRange& range, bool thumbnail) {
+            if (range.start >= 0 && range.Size() > 0) to.push_back({range.start, range.end, i, thumbnail, 0});
+        };
+        add(spans[p.codec == kLxPageCodecRaw ? 0 : 1], p.dataRange, false);
+        add(spans[1], p.thumbnailRange, true);
+    }
     for (int i = 0; i < LxStoreIntegrityRecord::kMembers; ++i) {
+        if (i == kRaw || i == kEnc) {
+            std::vector<Span>& list = spans[i == kRaw ? 0 : 1];
+            DigestMember(i, record.members[i], list);
+            for (const Span& span : list) (span.thumbnail ? thumbnailCrcs : dataCrcs)[span.page] = span.crc;
+            continue;
+        }
         record.members[i].length = static_cast<uint32_t>(sizes[i]);
         for (int64_t start = 0; start < sizes[i]; start += kChunkBytes) {
             const int64_t length = std::min<int64_t>(kChunkBytes, sizes[i] - start);
@@ -182,9 +238,11 @@ LxStoreIntegrityRecord LxStoreChecker::Digest() {
                 {static_cast<uint32_t>(length), CrcOf(*Member(i), start, length)});
         }
     }
-    ReadPageRecords();
     record.pages.reserve(pages.size());
-    for (size_t i = 0; i < pages.size(); ++i) record.pages.push_back({recordCrcs[i], PageDataCrc(pages[i])});
+    for (size_t i = 0; i < pages.size(); ++i) {
+        const bool stored = pages[i].codec == kLxPageCodecRaw || pages[i].codec == kLxPageCodecVorbis;
+        record.pages.push_back({recordCrcs[i], stored ? BothCrc(dataCrcs[i], thumbnailCrcs[i]) : 0});
+    }
     std::list<int> ids;
     store.Map()->GetClipIDs(ids);
     for (int id : ids) {

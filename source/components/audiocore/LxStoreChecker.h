@@ -35,7 +35,20 @@ public:
     bool ParseClipRecord(uint32_t position, std::vector<Range>& ranges, uint32_t& bytes);
 
 private:
+    // A page's data or thumbnail range inside a data member, and its CRC-32 as it builds up.
+    struct Span {
+        int64_t start = 0, end = 0;
+        size_t page = 0;
+        bool thumbnail = false;
+        uint32_t crc = 0;
+    };
+
     LxMemberStream* Member(int index) const;
+    // The checksum of a page's data and thumbnail from the checksum of each.
+    static uint32_t BothCrc(uint32_t data, uint32_t thumbnail);
+    // Reads a data member once: its chunks' checksums into summary, and each
+    // span's checksum from the same blocks.
+    void DigestMember(int index, LxStoreIntegrityRecord::Member& summary, std::vector<Span>& spans);
     uint32_t CrcOf(LxMemberStream& member, int64_t start, int64_t length);
     // The page records of "pcm.lxa" as read from its bytes.
     void ReadPageRecords();

@@ -1,7 +1,7 @@
 #include "LxStoreIntegrityRecord.h"
 
 #include <cstring>
-#include <zlib.h>
+#include "LxCrc32.h"
 #include "LxPublic/LxStreamUtil.h"
 
 namespace {
@@ -89,15 +89,7 @@ bool ParseClips(Reader in, LxStoreIntegrityRecord& record) {
 }  // namespace
 
 uint32_t LxStoreIntegrityRecord::Crc(uint32_t crc, const void* bytes, size_t size) {
-    const auto* p = static_cast<const Bytef*>(bytes);
-    // zlib takes lengths as uInt; feed it in pieces that fit.
-    while (size > 0) {
-        const uInt piece = static_cast<uInt>(size > (1u << 30) ? (1u << 30) : size);
-        crc = static_cast<uint32_t>(crc32(crc, p, piece));
-        p += piece;
-        size -= piece;
-    }
-    return crc;
+    return LxCrc32::Update(crc, bytes, size);
 }
 
 std::vector<unsigned char> LxStoreIntegrityRecord::Serialize() const {

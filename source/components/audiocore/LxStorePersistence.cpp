@@ -217,6 +217,21 @@ bool LxStorePersistence::WriteVerifiedTo(const LxFile& directoryOut, bool increm
 }
 
 bool LxStorePersistence::ReadVerifiedFrom(ILxStream& in, LxAudioDamageReport& report) {
+    return ReadVerifiedStream(in, nullptr, report);
+}
+
+bool LxStorePersistence::ReadVerifiedInPlace(const LxFile& projectFile, LxAudioDamageReport& report) {
+    std::shared_ptr<ILxReadWriteStream> in = LxStreamUtil::CreateFileStreamRead(projectFile);
+    if (!in) {
+        report = LxAudioDamageReport();
+        report.damage.push_back({"", -1, "", "cannot read " + projectFile.GetPath().str()});
+        return false;
+    }
+    return ReadVerifiedStream(*in, in, report);
+}
+
+bool LxStorePersistence::ReadVerifiedStream(ILxStream& in, const std::shared_ptr<ILxReadWriteStream>& inPlace,
+                                            LxAudioDamageReport& report) {
     LxRecursiveLock guard(store.lock);
     report = LxAudioDamageReport();
     if (!store.Map()) return false;
@@ -308,8 +323,14 @@ bool LxStorePersistence::ReadVerifiedFrom(ILxStream& in, LxAudioDamageReport& re
         if (haveRecord && length < lengths[i]) {
             report.damage.push_back({LxStoreMembers::Name(i), -1, "", "the stream ends inside it"});
         }
-        in.Seek(at + 4, kLxSeekBegin);
-        store.members->At(i).ReadFrom(in, static_cast<int>(length));
+        if (inPlace && (i == LxStoreMembers::kRaw || i == LxStoreMembers::kEnc)) {
+            // The audio stays where it is; the small members are copied, since
+            // pages records and the clip table change in place.
+            store.members->At(i).ReadInPlace(inPlace, at + 4, static_cast<int>(length));
+        } else {
+            in.Seek(at + 4, kLxSeekBegin);
+            store.members->At(i).ReadFrom(in, static_cast<int>(length));
+        }
         at += 4 + lengths[i];
     }
     in.Seek(end, kLxSeekBegin);

@@ -6,8 +6,10 @@
 // and leaves the store marked as loaded damaged when it finds damage. Each call
 // holds the store's lock for its whole length.
 #include <cstdint>
+#include <memory>
 
 class ILxStream;
+class ILxReadWriteStream;
 class LxAudioFile;
 class LxAudioDamageReport;
 class LxFile;
@@ -28,8 +30,13 @@ public:
     bool WriteVerifiedTo(const LxFile& directoryOut, bool incremental, LxZipUpdateInfo* info);
     bool ReadVerifiedFrom(ILxStream& in, LxAudioDamageReport& report);
     bool ReadVerifiedFrom(const LxFile& directoryIn, LxAudioDamageReport& report);
+    bool ReadVerifiedInPlace(const LxFile& projectFile, LxAudioDamageReport& report);
 
 private:
+    // ReadVerifiedFrom of one stream; with inPlace (the same stream as in, held
+    // by the members from then on) the data members are read in place.
+    bool ReadVerifiedStream(ILxStream& in, const std::shared_ptr<ILxReadWriteStream>& inPlace,
+                            LxAudioDamageReport& report);
     // The chunk files of a directory save (WriteTo and WriteVerifiedTo).
     bool SaveChunkFiles(const LxFile& directoryOut, bool incremental, LxZipUpdateInfo* info);
     // Resets what lives only in memory after the members were replaced by a

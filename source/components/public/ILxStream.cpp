@@ -1,6 +1,8 @@
 #include "LxPublic/ILxStream.h"
 
+#include <algorithm>
 #include <cstring>
+#include <vector>
 
 ILxStream::~ILxStream() = default;
 
@@ -20,4 +22,19 @@ bool ILxStream::WriteInt32(int32_t value) {
     unsigned char bytes[4] = {static_cast<unsigned char>(v), static_cast<unsigned char>(v >> 8),
                               static_cast<unsigned char>(v >> 16), static_cast<unsigned char>(v >> 24)};
     return Write(bytes, 4) == 4;
+}
+
+int64_t ILxStream::CopyFrom(ILxStream& source, int64_t bytes) {
+    constexpr int64_t kBlockBytes = 1 << 20;
+    std::vector<unsigned char> block(static_cast<size_t>(std::clamp<int64_t>(bytes, 0, kBlockBytes)));
+    int64_t done = 0;
+    while (done < bytes) {
+        const int n = static_cast<int>(std::min<int64_t>(kBlockBytes, bytes - done));
+        const int got = source.Read(block.data(), n);
+        if (got <= 0) break;
+        const int put = Write(block.data(), got);
+        if (put > 0) done += put;
+        if (put != got) break;
+    }
+    return done;
 }

@@ -6,10 +6,72 @@
 
 LxFileStream::~LxFileStream() { Close(); }
 
+namespace {
+
+// Write-behind starts the disk on this much at a time: large enough for few
+// calls, small enough that the disk starts early in a save.
+constexpr int64_t kWriteBehindBytes = int64_t{8} << 20;
+
+}  // namespace
+
 int64_t LxFileStream::WriteToDisk(int64_t offset, const void* buffer, int64_t bytes) {
     const int64_t allowed = LxFaultInjection::AllowDiskBytes(bytes);
     if (allowed <= 0) return 0;
-    return native.WriteAt(offset, buffer, allowed);
+    const int64_t written = native.WriteAt(offset, buffer, allowed);
+    if (written > 0) WroteUpTo(offset + written);
+    return written;
+}
+
+void LxFileStream::WroteUpTo(int64_t end) {
+    if (!writeBehind) return;
+    // Saves write front to back; a write behind the mark restarts it there.
+    if (end < writtenBehind) writtenBehind = 0;
+    if (end - writtenBehind < kWriteBehindBytes) return;
+    native.StartWriteBack(writtenBehind, end - writtenBehind);
+    writtenBehind = end;
+}
+
+int64_t LxFileStream::CopyFrom(ILxStream& source, int64_t bytes) {
+    auto* from = dynamic_cast<LxFileStream*>(&source);
+    if (from == nullptr || from == this || !from->IsOpen() || from->lostPosition || lostPosition)
+        return ILxStream::CopyFrom(source, bytes);
+    if (!IsOpen() || !writable || bytes <= 0) return 0;
+    if (LxFaultInjection::ShouldFail(LxFaultInjection::kRead)) {
+        ++from->readFailures;
+        return 0;
+    }
+    if (LxFaultInjection::ShouldFail(LxFaultInjection::kWrite)) {
+        ++writeFailures;
+        return 0;
+    }
+    // The file must hold what either window still keeps to itself, and this
+    // window must not keep bytes the copy replaces underneath it.
+    if (!from->WriteBack() || !WriteBack()) return 0;
+    windowBytes = 0;
+    const int64_t wanted = std::min(bytes, std::max<int64_t>(0, from->size - from->position));
+    int64_t done = 0;
+    while (done < wanted) {
+        // In pieces, so that write-behind starts the disk as the copy goes.
+        const int64_t piece = std::min(wanted - done, kWriteBehindBytes);
+        const int64_t allowed = LxFaultInjection::AllowDiskBytes(piece);
+        const int64_t copied =
+            allowed > 0 ? from->native.CopyTo(native, from->position, position, allowed) : 0;
+        if (copied > 0) {
+            done += copied;
+            from->position += copied;
+            position += copied;
+            size = std::max(size, position);
+            WroteUpTo(position);
+        }
+        if (copied != piece) {
+            ++writeFailures;
+            // The file holds less than the stream reported; make the length honest.
+            const int64_t fileSize = native.Size();
+            if (fileSize >= 0) size = std::max(fileSize, position);
+            break;
+        }
+    }
+    return done;
 }
 
 bool LxFileStream::Open(const LxFile& file, LxNativeFile::OpenMode mode) {
@@ -146,6 +208,11 @@ bool LxFileStream::Seek(int64_t offset, LxSeekOrigin origin) {
 
 bool LxFileStream::Truncate() {
     if (!IsOpen() || !writable) return false;
+    // Cutting a file to the length it has changes nothing, so the system is not
+    // asked to (ext4 takes any cut to zero as a file being replaced, and then
+    // writes it to disk when it is closed: a working file that was only ever
+    // emptied would go to disk just before it is deleted).
+    if (!lostPosition && position == size && dirtyHi <= dirtyLo && native.Size() == size) return true;
     if (lostPosition || !WriteBack() || !native.Truncate(position)) {
         ++writeFailures;
         return false;

@@ -28,12 +28,18 @@ public:
     void Close() override;
     int64_t GetReadFailures() const override { return readFailures; }
     int64_t GetWriteFailures() const override { return writeFailures; }
+    // From another file stream, inside the operating system (LxNativeFile::CopyTo).
+    int64_t CopyFrom(ILxStream& source, int64_t bytes) override;
+    void SetWriteBehind(bool on) override { writeBehind = on; }
 
 private:
     // Writes the dirty part of the window to the file.
     bool WriteBack();
     // The one door to the disk for writes: a full disk (or an injected one) cuts them short.
     int64_t WriteToDisk(int64_t offset, const void* buffer, int64_t bytes);
+    // With write-behind on: starts the disk on what was written up to end once
+    // enough has gathered since the last start.
+    void WroteUpTo(int64_t end);
 
     LxNativeFile native;
     bool writable = false;
@@ -49,4 +55,6 @@ private:
     // After a failed seek the position is not where the caller believes: every
     // transfer fails until a seek succeeds, rather than touching the wrong bytes.
     bool lostPosition = false;
+    bool writeBehind = false;
+    int64_t writtenBehind = 0;  // the disk was started on everything before this offset
 };

@@ -145,3 +145,6 @@ bool LxFileUtil::ExchangeDirectories(const LxFile& a, const LxFile& b) {
     return false;
 #endif
 }
+
+// rename() replaces the name; an open descriptor keeps the file it was opened on.
+bool LxFileUtil::CanRenameOverOpenFile() { return true; }

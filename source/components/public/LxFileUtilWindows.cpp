@@ -116,3 +116,5 @@ bool LxFileUtil::SyncDirectory(const LxFile&) { return true; }
 
 // Windows has no call that swaps two names in one step.
 bool LxFileUtil::ExchangeDirectories(const LxFile&, const LxFile&) { return false; }
+
+bool LxFileUtil::CanRenameOverOpenFile() { return false; }

@@ -24,11 +24,22 @@ public:
     int64_t ReadAt(int64_t offset, void* buffer, int64_t bytes);
     int64_t WriteAt(int64_t offset, const void* buffer, int64_t bytes);
     int64_t Size();
+    // Copies bytes from offset of this file to targetOffset of target, inside
+    // the kernel where the system can (Linux: copy_file_range), else through a
+    // buffer; returns the bytes copied (short at the end of this file or when
+    // a write fails).
+    int64_t CopyTo(LxNativeFile& target, int64_t offset, int64_t targetOffset, int64_t bytes);
+    // Starts writing the given span to the disk without waiting for it (Linux:
+    // sync_file_range), so that a later Sync finds it done; elsewhere nothing.
+    void StartWriteBack(int64_t offset, int64_t bytes);
     bool Truncate(int64_t size);
     bool Sync();
     void Close();
 
 private:
+    // The portable half of CopyTo: through a buffer, with ReadAt and WriteAt.
+    int64_t CopyThroughBuffer(LxNativeFile& target, int64_t offset, int64_t targetOffset, int64_t bytes);
+
 #if defined(_WIN32)
     void* handle = nullptr;
 #else

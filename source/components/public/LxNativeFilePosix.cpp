@@ -62,6 +62,37 @@ int64_t LxNativeFile::Size() {
     return static_cast<int64_t>(info.st_size);
 }
 
+int64_t LxNativeFile::CopyTo(LxNativeFile& target, int64_t offset, int64_t targetOffset, int64_t bytes) {
+    if (fd < 0 || target.fd < 0 || offset < 0 || targetOffset < 0 || bytes <= 0) return 0;
+    int64_t done = 0;
+#if defined(__linux__)
+    // In the kernel: no copy through user space (and on file systems that share
+    // extents, no copy at all). Any refusal (another file system, an old kernel)
+    // leaves the rest to the buffer.
+    while (done < bytes) {
+        loff_t from = static_cast<loff_t>(offset + done);
+        loff_t to = static_cast<loff_t>(targetOffset + done);
+        const ssize_t copied = ::copy_file_range(fd, &from, target.fd, &to, static_cast<size_t>(bytes - done), 0);
+        if (copied < 0 && errno == EINTR) continue;
+        if (copied <= 0) break;
+        done += copied;
+    }
+    if (done == bytes) return done;
+    // The end of this file, or a refusal: the buffer tells which.
+#endif
+    return done + CopyThroughBuffer(target, offset + done, targetOffset + done, bytes - done);
+}
+
+void LxNativeFile::StartWriteBack(int64_t offset, int64_t bytes) {
+#if defined(__linux__)
+    if (fd >= 0 && offset >= 0 && bytes > 0)
+        ::sync_file_range(fd, static_cast<off64_t>(offset), static_cast<off64_t>(bytes), SYNC_FILE_RANGE_WRITE);
+#else
+    (void)offset;
+    (void)bytes;
+#endif
+}
+
 bool LxNativeFile::Truncate(int64_t size) {
     if (fd < 0 || size < 0) return false;
     int rc;

@@ -97,6 +97,14 @@ int64_t LxNativeFile::Size() {
     return static_cast<int64_t>(size.QuadPart);
 }
 
+int64_t LxNativeFile::CopyTo(LxNativeFile& target, int64_t offset, int64_t targetOffset, int64_t bytes) {
+    if (handle == nullptr || target.handle == nullptr || offset < 0 || targetOffset < 0 || bytes <= 0) return 0;
+    return CopyThroughBuffer(target, offset, targetOffset, bytes);
+}
+
+// Windows starts writing on its own; FlushFileBuffers (Sync) waits for it.
+void LxNativeFile::StartWriteBack(int64_t, int64_t) {}
+
 bool LxNativeFile::Truncate(int64_t size) {
     if (handle == nullptr || size < 0) return false;
     // Sets the end of file without moving the file pointer (all transfers are positional).
