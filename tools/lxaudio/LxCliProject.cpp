@@ -167,8 +167,9 @@ void LxCliProject::Open(const std::string& projectPath, Access wanted, bool anno
         // The audio is read where it lies in the project, not copied into the
         // working directory: a save writes a new file beside it and renames it
         // over the project, and the store goes on reading the file it opened.
-        // Where a rename cannot replace an open file, a command that saves copies.
-        if (access == Access::kRead || LxFileUtil::CanRenameOverOpenFile()) {
+        // Where a rename cannot replace an open file, every command copies: a
+        // reader holding the project open would make another command's save fail.
+        if (LxFileUtil::CanRenameOverOpenFile()) {
             in.reset();
             controller->ReadVerifiedInPlace(LxFile(LxString(path)), damage);
         } else {
