@@ -96,6 +96,9 @@ int LxAudioExporter::Export(ILxAudioPlaybackClip& clip, int startFrame, int endF
         LxAssertFailed("Cannot create the export file", kSourceFile, __LINE__);
         return kExportFailed;
     }
+    // The disk starts on the file while it is written, so that the sync below
+    // has little left to wait for.
+    stream->SetWriteBehind(true);
     int result = Export(clip, startFrame, endFrame, stream.get());
     // On the disk before it takes the target's name, so that a crash leaves
     // either the old target or the complete new one.

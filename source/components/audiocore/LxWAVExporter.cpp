@@ -1,5 +1,6 @@
 #include "LxWAVExporter.h"
 
+#include <bit>
 #include <cstring>
 #include "LxPublic/ILxStream.h"
 #include "LxPublic/LxAssert.h"
@@ -64,27 +65,32 @@ bool LxWAVExporter::BeginEncoding(ILxStream& out) {
 bool LxWAVExporter::Encode(const short* samples, int n, ILxStream& out) {
     if (n <= 0) return true;
     const int sampleBytes = bitsPerSample / 8;
+    // 16-bit samples on a little-endian machine are already the file's bytes.
+    if (bitsPerSample == 16 && std::endian::native == std::endian::little) {
+        return WriteAll(out, samples, n * sampleBytes);
+    }
     encoded.resize(static_cast<size_t>(n) * static_cast<size_t>(sampleBytes));
     unsigned char* p = encoded.data();
-    for (int i = 0; i < n; ++i, p += sampleBytes) {
-        const int s = samples[i];
-        switch (bitsPerSample) {
-            case 16: Put16(p, static_cast<uint16_t>(s)); break;
-            case 24: {
-                uint32_t v = static_cast<uint32_t>(s) << 8;
+    switch (bitsPerSample) {
+        case 16:
+            for (int i = 0; i < n; ++i, p += 2) Put16(p, static_cast<uint16_t>(samples[i]));
+            break;
+        case 24:
+            for (int i = 0; i < n; ++i, p += 3) {
+                const uint32_t v = static_cast<uint32_t>(samples[i]) << 8;
                 p[0] = static_cast<unsigned char>(v);
                 p[1] = static_cast<unsigned char>(v >> 8);
                 p[2] = static_cast<unsigned char>(v >> 16);
-                break;
             }
-            default: {
-                float f = static_cast<float>(s) / 32768.0f;
+            break;
+        default:
+            for (int i = 0; i < n; ++i, p += 4) {
+                const float f = static_cast<float>(samples[i]) / 32768.0f;
                 uint32_t v;
                 std::memcpy(&v, &f, 4);
                 Put32(p, v);
-                break;
             }
-        }
+            break;
     }
     return WriteAll(out, encoded.data(), static_cast<int>(encoded.size()));
 }
