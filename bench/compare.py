@@ -359,8 +359,10 @@ def main():
                 oggdec_runs.append(anchor(["oggdec", "-Q", "-o", decoded, ogg]))
                 os.remove(decoded)
             ogg_bytes = os.path.getsize(ogg)
+            # For information: the targets are on the lxaudio rows, against
+            # oggenc at the managed bitrate the store's encoder is fixed to.
             compare_row(table, "compress %s stereo (CompressAllPages)" % length, median_timed(comp_runs),
-                        median_timed(enc_runs), "oggenc -b 128", 0.9, clock,
+                        median_timed(enc_runs), "oggenc -b 128", None, clock,
                         "enc.lxa %.1f MB, oggenc %.1f MB" % (enc_bytes / 1e6, ogg_bytes / 1e6))
 
             # Every core: CompressAllPagesInParallel on as many threads as there
@@ -378,9 +380,9 @@ def main():
             enc_t = median_timed(enc_runs)
             identical = par_hashes == serial_hashes
             wall_ratio = enc_t.wall / par.wall
-            verdict = verdict_at_least(wall_ratio, 1.8) if identical else "missed: pages differ"
+            verdict = "-" if identical else "pages differ"
             table.add("compress %s, every core (%d threads)" % (length, cores), fmt_s(par.wall) + " wall",
-                      "oggenc -b 128 %s wall" % fmt_s(enc_t.wall), "-", ratio_text(wall_ratio), ">= 1.8x (wall)",
+                      "oggenc -b 128 %s wall" % fmt_s(enc_t.wall), "-", ratio_text(wall_ratio), "-",
                       verdict, "CompressAllPagesInParallel; %.2fx faster than CompressAllPages; "
                       "enc.lxa and pcm.lxa byte-identical: %s" % (ours_wall_speedup(comp_runs, par), identical))
             compare_row(table, "decode %s stereo (GetNextPCMData)" % length, median_timed(dec_runs),
