@@ -166,8 +166,9 @@ struct LxAudioResamplerFilter::Pass {
     WalkState start{};  // the state it starts from
     float* out = nullptr;  // channel 0 of the pass's first output
     std::ptrdiff_t outStride = 0;
-    // The first output no thread has taken yet.
+    // The first output no thread has taken yet; whether the caller found none left.
     std::atomic<int> nextOutput{0};
+    std::atomic<bool> allTaken{false};
 };
 
 void LxAudioResamplerFilter::BuildCycle() {
@@ -352,6 +353,7 @@ void LxAudioResamplerFilter::WorkerTask(void* context) {
     // The worker walks the pass itself, from the same state, into its own
     // lists: the same outputs as the caller's walk, without reading its lists.
     Pass& pass = *static_cast<Pass*>(context);
+    if (pass.allTaken.load(std::memory_order_relaxed)) return;  // taken up too late to help
     const LxAudioResamplerFilter& f = *pass.lead;
     Lists& lists = const_cast<LxAudioResamplerFilter&>(f).lists[1];
     WalkState state = pass.start;
@@ -406,6 +408,7 @@ unsigned LxAudioResamplerFilter::Run(LxAudioResamplerFilter* const* filters, con
             f.historyIndex = state.historyIndex;
             if (shared) {
                 SumParts(pass, f.lists[0], count);
+                pass.allTaken.store(true, std::memory_order_relaxed);
                 worker->Finish();
             } else if (count > 0) {
                 SumPart(pass, f.lists[0], 0, count);

@@ -4,25 +4,18 @@
 #include <system_error>
 #include <thread>
 
-#if defined(__x86_64__) || defined(_M_X64) || defined(__i386__) || defined(_M_IX86)
-#include <immintrin.h>
-#define LX_SPIN_PAUSE() _mm_pause()
-#else
-#define LX_SPIN_PAUSE() std::this_thread::yield()
-#endif
-
 namespace {
 
-// Watches until done() or the time is up; true when done.
+// Watches until done() or the time is up; true when done. It yields the
+// processor between looks, so that a thread that shares it (the other side, on
+// a machine short of cores) is not kept from running.
 template <typename Done>
 bool WatchFor(int microseconds, Done done) {
     const auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(microseconds);
     for (;;) {
-        for (int n = 0; n < 64; ++n) {
-            if (done()) return true;
-            LX_SPIN_PAUSE();
-        }
+        if (done()) return true;
         if (std::chrono::steady_clock::now() >= until) return done();
+        std::this_thread::yield();
     }
 }
 

@@ -5,15 +5,17 @@
 // Then the caller calls Finish: a task the thread has not taken up by then is
 // withdrawn (the caller has done all the parts itself), one it has taken up is
 // waited for. A busy machine, where the thread may not run for a while, thus
-// never holds a call up by more than the part the thread is working on.
+// never holds a call up by more than what the thread is working on.
 //
 // The thread is started by the first Offer and lives until the worker goes, so
 // that a stream of calls does not pay for a new thread each time. A call's
 // part takes tens of microseconds, about what waking a sleeping thread costs:
 // so after a task the thread watches for the next one for a short while
 // (kLingerMicroseconds) before it sleeps, and the caller watches for the end of
-// a task for as long before it sleeps. A stream of calls hands over without
-// system calls, and an idle worker costs nothing.
+// a task for as long before it sleeps, yielding the processor between looks (a
+// thread that watches must not keep the other side from running on a machine
+// short of cores). A stream of calls hands over without waking anyone, and an
+// idle worker costs nothing.
 //
 // One caller at a time: Offer and Finish alternate, from the thread that owns
 // the resampler. The task's writes are visible to the caller once Finish returns.
@@ -25,7 +27,7 @@
 class LxAudioResamplerWorker : public LxWorkerThread {
 public:
     using Task = void (*)(void* context);
-    static constexpr int kLingerMicroseconds = 100;
+    static constexpr int kLingerMicroseconds = 50;
 
     LxAudioResamplerWorker();
     ~LxAudioResamplerWorker() override;
