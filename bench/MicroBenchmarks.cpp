@@ -2,7 +2,10 @@
 // pick instead where there is one:
 //   Resample/*   48000 -> 44100 stereo float, 120 s: LxAudioResampler, libsoxr
 //                (HQ, VHQ) and libsamplerate (SINC_BEST, SINC_MEDIUM), all fed
-//                the same signal in chunks of 4096 frames, single-threaded.
+//                the same signal in chunks of 4096 frames; the *_Mono rows
+//                (LxAudioResampler, libsoxr HQ) the first channel alone. The
+//                others are single-threaded; LxAudioResampler may share a big
+//                call with a second thread.
 //   Read/*       GetNextPCMData, stereo, from raw pages, 100 ms per call, with
 //                unit gain and with a gain of 0.5.
 //   Edit/*       Delete, InsertAt, AddEffect and Undo of LxAudioEditableClip on a
@@ -36,29 +39,34 @@ constexpr int kOutRate = 44100;
 constexpr int kResampleSeconds = 120;
 constexpr int kChunkFrames = 4096;
 
-const std::vector<float>& ResampleInput() {
-    static const std::vector<float> input = lxbench::Signal(7).Float(kInRate * kResampleSeconds, kInRate, 2);
-    return input;
+const std::vector<float>& ResampleInput(int channels) {
+    static const std::vector<float> stereo = lxbench::Signal(7).Float(kInRate * kResampleSeconds, kInRate, 2);
+    static const std::vector<float> mono = [] {
+        std::vector<float> left(stereo.size() / 2);
+        for (size_t i = 0; i < left.size(); ++i) left[i] = stereo[2 * i];
+        return left;
+    }();
+    return channels == 1 ? mono : stereo;
 }
 
 size_t ResampleOutputRoom() { return static_cast<size_t>(kOutRate) * kResampleSeconds * 2 + 65536; }
 
-void SetResampleCounters(benchmark::State& state, size_t outputSamples) {
+void SetResampleCounters(benchmark::State& state, size_t outputSamples, int channels) {
     const double frames = static_cast<double>(kInRate) * kResampleSeconds;
     state.SetItemsProcessed(static_cast<int64_t>(frames) * state.iterations());
     state.counters["x_realtime"] =
         benchmark::Counter(kResampleSeconds * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
-    state.counters["out_frames"] = static_cast<double>(outputSamples / 2);
+    state.counters["out_frames"] = static_cast<double>(outputSamples / static_cast<size_t>(channels));
 }
 
-void BM_Resample_LxAudioResampler(benchmark::State& state) {
-    const std::vector<float>& in = ResampleInput();
+void RunLxAudioResampler(benchmark::State& state, int channels) {
+    const std::vector<float>& in = ResampleInput(channels);
     std::vector<float> out(ResampleOutputRoom());
     size_t produced = 0;
     for (auto _ : state) {
-        LxAudioResampler resampler(kInRate, kOutRate, 2);
+        LxAudioResampler resampler(kInRate, kOutRate, channels);
         produced = 0;
-        const unsigned chunk = kChunkFrames * 2;
+        const unsigned chunk = kChunkFrames * static_cast<unsigned>(channels);
         for (size_t pos = 0; pos < in.size(); pos += chunk) {
             const auto n = static_cast<unsigned>(std::min<size_t>(chunk, in.size() - pos));
             const unsigned room = resampler.GetOutputBufferSize(n);
@@ -66,11 +74,14 @@ void BM_Resample_LxAudioResampler(benchmark::State& state) {
         }
         benchmark::DoNotOptimize(out.data());
     }
-    SetResampleCounters(state, produced);
+    SetResampleCounters(state, produced, channels);
 }
 
-void RunSoxr(benchmark::State& state, unsigned long recipe) {
-    const std::vector<float>& in = ResampleInput();
+void BM_Resample_LxAudioResampler(benchmark::State& state) { RunLxAudioResampler(state, 2); }
+void BM_Resample_LxAudioResampler_Mono(benchmark::State& state) { RunLxAudioResampler(state, 1); }
+
+void RunSoxr(benchmark::State& state, unsigned long recipe, int channels = 2) {
+    const std::vector<float>& in = ResampleInput(channels);
     std::vector<float> out(ResampleOutputRoom());
     size_t produced = 0;
     for (auto _ : state) {
@@ -78,36 +89,38 @@ void RunSoxr(benchmark::State& state, unsigned long recipe) {
         const soxr_io_spec_t io = soxr_io_spec(SOXR_FLOAT32_I, SOXR_FLOAT32_I);
         const soxr_quality_spec_t quality = soxr_quality_spec(recipe, 0);
         const soxr_runtime_spec_t runtime = soxr_runtime_spec(1);
-        soxr_t soxr = soxr_create(kInRate, kOutRate, 2, &error, &io, &quality, &runtime);
+        soxr_t soxr = soxr_create(kInRate, kOutRate, static_cast<unsigned>(channels), &error, &io, &quality, &runtime);
         if (error != nullptr) {
             state.SkipWithError(error);
             return;
         }
         produced = 0;
-        const size_t totalFrames = in.size() / 2;
+        const size_t ch = static_cast<size_t>(channels);
+        const size_t totalFrames = in.size() / ch;
         for (size_t frame = 0; frame < totalFrames; frame += kChunkFrames) {
             const size_t n = std::min<size_t>(kChunkFrames, totalFrames - frame);
             size_t used = 0, done = 0;
-            soxr_process(soxr, in.data() + 2 * frame, n, &used, out.data() + produced, (out.size() - produced) / 2,
+            soxr_process(soxr, in.data() + ch * frame, n, &used, out.data() + produced, (out.size() - produced) / ch,
                          &done);
-            produced += 2 * done;
+            produced += ch * done;
         }
         size_t done = 0;
         do {  // flush what the filter still holds
-            soxr_process(soxr, nullptr, 0, nullptr, out.data() + produced, (out.size() - produced) / 2, &done);
-            produced += 2 * done;
+            soxr_process(soxr, nullptr, 0, nullptr, out.data() + produced, (out.size() - produced) / ch, &done);
+            produced += ch * done;
         } while (done > 0);
         soxr_delete(soxr);
         benchmark::DoNotOptimize(out.data());
     }
-    SetResampleCounters(state, produced);
+    SetResampleCounters(state, produced, channels);
 }
 
 void BM_Resample_SoxrHQ(benchmark::State& state) { RunSoxr(state, SOXR_HQ); }
+void BM_Resample_SoxrHQ_Mono(benchmark::State& state) { RunSoxr(state, SOXR_HQ, 1); }
 void BM_Resample_SoxrVHQ(benchmark::State& state) { RunSoxr(state, SOXR_VHQ); }
 
 void RunSampleRate(benchmark::State& state, int converter) {
-    const std::vector<float>& in = ResampleInput();
+    const std::vector<float>& in = ResampleInput(2);
     std::vector<float> out(ResampleOutputRoom());
     size_t produced = 0;
     for (auto _ : state) {
@@ -138,7 +151,7 @@ void RunSampleRate(benchmark::State& state, int converter) {
         src_delete(src);
         benchmark::DoNotOptimize(out.data());
     }
-    SetResampleCounters(state, produced);
+    SetResampleCounters(state, produced, 2);
 }
 
 void BM_Resample_SrcSincBest(benchmark::State& state) { RunSampleRate(state, SRC_SINC_BEST_QUALITY); }
@@ -450,8 +463,10 @@ void CountAssert(const char* message, const char* sourceFile, int line) {
 
 }  // namespace
 
-BENCHMARK(BM_Resample_LxAudioResampler)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(3);
+BENCHMARK(BM_Resample_LxAudioResampler)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->Iterations(1)->Repetitions(3);
 BENCHMARK(BM_Resample_SoxrHQ)->Unit(benchmark::kMillisecond)->Iterations(2)->Repetitions(3);
+BENCHMARK(BM_Resample_LxAudioResampler_Mono)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->Iterations(1)->Repetitions(3);
+BENCHMARK(BM_Resample_SoxrHQ_Mono)->Unit(benchmark::kMillisecond)->Iterations(2)->Repetitions(3);
 BENCHMARK(BM_Resample_SoxrVHQ)->Unit(benchmark::kMillisecond)->Iterations(2)->Repetitions(3);
 BENCHMARK(BM_Resample_SrcSincBest)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(3);
 BENCHMARK(BM_Resample_SrcSincMedium)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(3);

@@ -24,14 +24,21 @@
 //   room it writes nothing, raises an assertion and returns 0.
 //
 // Process allocates nothing; the stereo path reads and writes the interleaved
-// buffers in place.
+// buffers in place. On a processor with more than one core, a big call
+// (kParallelSamples input samples or more) shares its sums with a second
+// thread, started by the first such call and kept for the resampler's life;
+// the output is the same as from one thread.
 #include <memory>
 #include "LxAudioCoreExport.h"
 
 class LxAudioResamplerFilter;
+class LxAudioResamplerWorker;
 
 class LXAUDIOCORE_API LxAudioResampler {
 public:
+    // Input samples from which a call may share its work with a second thread.
+    static constexpr unsigned int kParallelSamples = 2048;
+
     // channels must be 1 or 2; other counts throw std::invalid_argument. A rate
     // of 0 keeps the filters' initial 48000 -> 44100 for that side.
     LxAudioResampler(unsigned int inFrameRate, const unsigned int& outFrameRate, int channels);
@@ -64,6 +71,7 @@ private:
     unsigned int inFrameRate;
     unsigned int outFrameRate;
     std::unique_ptr<LxAudioResamplerFilter> filters[2];
+    std::unique_ptr<LxAudioResamplerWorker> worker;  // null on one core
     int channels;
     int totalDelay = 0;
     int delayToDrop = 0;

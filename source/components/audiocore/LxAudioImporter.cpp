@@ -14,7 +14,47 @@
 #include "LxPublic/LxStreamUtil.h"
 #include "SingleChannelAdaptiveNoise.h"
 
+#if defined(__SSE2__) || defined(_M_X64)
+#include <emmintrin.h>
+#endif
+
 static const char* const kSourceFile = "source/components/audiocore/LxAudioImporter";
+
+namespace {
+
+// Decoded samples gathered for one resampler call: big calls let the resampler
+// share the work with its second thread (and cost less per sample), and the
+// resampler's output does not depend on how the stream is cut into calls.
+constexpr size_t kResampleBatchSamples = 32768;
+
+// FloatToSample for a whole buffer, four samples at a time with SSE2 where the
+// build has it. Saturating first gives the same result, since the rounding
+// cannot leave the 16-bit range from a saturated value (32767 + 0.5 and
+// -32768 - 0.5 truncate to the bounds); adding 0.5 with the sign of x is
+// FloatToSample's rounding half away from zero (for -0 too: both give 0).
+// The resampler's outputs are finite (its inputs are 16-bit samples).
+void FloatsToSamples(const float* in, size_t n, short* out) {
+    size_t i = 0;
+#if defined(__SSE2__) || defined(_M_X64)
+    const __m128 scale = _mm_set1_ps(32768.0f);
+    const __m128 high = _mm_set1_ps(32767.0f);
+    const __m128 low = _mm_set1_ps(-32768.0f);
+    const __m128 half = _mm_set1_ps(0.5f);
+    const __m128 sign = _mm_set1_ps(-0.0f);
+    for (; i + 8 <= n; i += 8) {
+        __m128 a = _mm_mul_ps(_mm_loadu_ps(in + i), scale);
+        __m128 b = _mm_mul_ps(_mm_loadu_ps(in + i + 4), scale);
+        a = _mm_max_ps(_mm_min_ps(a, high), low);
+        b = _mm_max_ps(_mm_min_ps(b, high), low);
+        a = _mm_add_ps(a, _mm_or_ps(half, _mm_and_ps(a, sign)));
+        b = _mm_add_ps(b, _mm_or_ps(half, _mm_and_ps(b, sign)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_packs_epi32(_mm_cvttps_epi32(a), _mm_cvttps_epi32(b)));
+    }
+#endif
+    for (; i < n; ++i) out[i] = LxAudioImporter::FloatToSample(in[i]);
+}
+
+}  // namespace
 
 LxAudioImporter::LxAudioImporter(LxAudioController& owner, LxCallBackFunction callbackFunction, void* callbackContext,
                                  bool reduceNoise)
@@ -91,15 +131,19 @@ void LxAudioImporter::DoResamplingAppendPCMData(short* data, int n, LxAudioClip*
     if (!resampler) {
         resampler = std::make_unique<LxAudioResampler>(static_cast<unsigned>(sampleRate), static_cast<unsigned>(kLxFrameRate), channels);
     }
-    std::vector<float> in(static_cast<size_t>(n));
-    for (int i = 0; i < n; ++i) in[static_cast<size_t>(i)] = static_cast<float>(data[i]) * 3.0517578e-5f;
-    unsigned capacity = resampler->GetOutputBufferSize(static_cast<unsigned>(n));
-    std::vector<float> out(capacity);
-    unsigned produced = resampler->Process(in.data(), static_cast<unsigned>(n), out.data(), capacity);
+    // The suppressor's buffers serve here too (it is done with them by now):
+    // floats in, floats out, and the 16-bit result in denoised, written only
+    // once data (which may be denoised) has been read. They only ever grow.
+    const size_t count = static_cast<size_t>(n);
+    if (floatIn.size() < count) floatIn.resize(count);
+    for (size_t i = 0; i < count; ++i) floatIn[i] = static_cast<float>(data[i]) * 3.0517578e-5f;
+    const unsigned capacity = resampler->GetOutputBufferSize(static_cast<unsigned>(n));
+    if (floatOut.size() < capacity) floatOut.resize(capacity);
+    unsigned produced = resampler->Process(floatIn.data(), static_cast<unsigned>(n), floatOut.data(), capacity);
     produced = std::min(produced, capacity);
-    std::vector<short> result(produced);
-    for (unsigned i = 0; i < produced; ++i) result[i] = FloatToSample(out[i]);
-    clip->AppendPCMData(reinterpret_cast<const unsigned char*>(result.data()), static_cast<int>(produced * 2), channels,
+    if (denoised.size() < produced) denoised.resize(produced);
+    FloatsToSamples(floatOut.data(), produced, denoised.data());
+    clip->AppendPCMData(reinterpret_cast<const unsigned char*>(denoised.data()), static_cast<int>(produced * 2), channels,
                         kLxFrameRate, kLxBitsPerSample, 1.0f);
 }
 
@@ -115,6 +159,19 @@ int LxAudioImporter::DoImport() {
 
     std::unique_ptr<LxAudioClip> clip = controller.GetNewClip(LX_AUDIO_CLIP_SOURCE_IMPORT);
     std::vector<unsigned char> input(kChunkBytes);
+    std::vector<short> batch;  // decoded samples waiting for the resampler
+    auto resampleBatch = [&] {
+        if (batch.empty()) return true;
+        try {
+            DoResamplingAppendPCMData(batch.data(), static_cast<int>(batch.size()), clip.get());
+        } catch (...) {
+            Finalize();
+            if (progress) progress->EndTask();
+            return false;
+        }
+        batch.clear();
+        return true;
+    };
     bytesConsumed = 0;
     int64_t read = 0;
     int available = 0, consumed = 0, offset = 0;
@@ -148,13 +205,9 @@ int LxAudioImporter::DoImport() {
                 pcm = denoised.data();
             }
             if (sampleRate != kLxFrameRate) {
-                try {
-                    DoResamplingAppendPCMData(pcm, samples, clip.get());
-                } catch (...) {
-                    Finalize();
-                    if (progress) progress->EndTask();
-                    return -1;
-                }
+                if (batch.capacity() == 0) batch.reserve(kResampleBatchSamples + static_cast<size_t>(kDecodedBytes));
+                batch.insert(batch.end(), pcm, pcm + samples);
+                if (batch.size() >= kResampleBatchSamples && !resampleBatch()) return -1;
             } else {
                 clip->AppendPCMData(reinterpret_cast<const unsigned char*>(pcm), outBytes, channels, kLxFrameRate, kLxBitsPerSample, 1.0f);
             }
@@ -167,6 +220,7 @@ int LxAudioImporter::DoImport() {
         // Nothing consumed from a non-empty chunk would repeat forever.
         if (available > 0 && consumed == 0 && outBytes == 0) break;
     } while (!IsDecoderEOF());
+    if (!cancelled && !decodeFailed && !resampleBatch()) return -1;
     Finalize();
 
     int result = -2;

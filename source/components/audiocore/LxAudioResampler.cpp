@@ -6,7 +6,9 @@
 #include <cstring>
 #include <limits>
 #include <stdexcept>
+#include <thread>
 #include "LxAudioResamplerFilter.h"
+#include "LxAudioResamplerWorker.h"
 #include "LxPublic/LxAssert.h"
 
 static const char* const kSourceFile = "source/components/audiocore/LxAudioResampler";
@@ -22,6 +24,7 @@ LxAudioResampler::LxAudioResampler(unsigned int inRate, const unsigned int& outR
         totalDelay += filters[c]->GetDelay();
     }
     delayToDrop = totalDelay;
+    if (std::thread::hardware_concurrency() > 1) worker = std::make_unique<LxAudioResamplerWorker>();
 }
 
 LxAudioResampler::~LxAudioResampler() = default;
@@ -65,9 +68,10 @@ unsigned int LxAudioResampler::Process(const float* in, unsigned int inSamples, 
         return inSamples;
     }
 
+    LxAudioResamplerWorker* helper = inSamples >= kParallelSamples ? worker.get() : nullptr;
     unsigned int result = 0;
     if (channels == 1) {
-        result = left.Process(in, 1, inSamples, out, 1);
+        result = left.Process(in, 1, inSamples, out, 1, helper);
     } else {
         // Both filters see the same number of inputs and so produce the same
         // number of outputs; they run side by side and write interleaved.
@@ -82,7 +86,7 @@ unsigned int LxAudioResampler::Process(const float* in, unsigned int inSamples, 
         }
         const unsigned int frames = remaining / 2;
         if (frames > 0) {
-            result += 2 * LxAudioResamplerFilter::ProcessPair(left, right, src, src + 1, 2, frames, out + result);
+            result += 2 * LxAudioResamplerFilter::ProcessPair(left, right, src, src + 1, 2, frames, out + result, helper);
         }
         if (remaining % 2 != 0) {
             pendingLeft = src[2 * static_cast<size_t>(frames)];

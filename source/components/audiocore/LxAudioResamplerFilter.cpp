@@ -3,168 +3,20 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <atomic>
 #include <cstring>
 
-#if (defined(__x86_64__) || defined(_M_X64) || defined(__i386__) || defined(_M_IX86)) && !defined(LX_RESAMPLER_PORTABLE)
-#define LX_RESAMPLER_X86 1
-#include <immintrin.h>
-#if defined(_MSC_VER) && !defined(__clang__)
-#include <intrin.h>
-#define LX_TARGET_AVX2
-#else
-#define LX_TARGET_AVX2 __attribute__((target("avx2,fma")))
-#endif
-#endif
+#include "LxAudioResamplerKernels.h"
+#include "LxAudioResamplerWorker.h"
 
 namespace {
 
-constexpr int kRow = LxAudioResamplerFilter::kRowLength;
-constexpr size_t kAlignDoubles = 8;  // 64 bytes
+constexpr size_t kAlignFloats = 16;  // 64 bytes
 
-// The sums of len coefficients of a table row against one or two history
-// windows (len is N, or N - 1 for the one sum whose last term is added apart).
-// Independent partial sums keep the multiply-adds in flight; the order of
-// summation differs from a plain loop only by rounding. Nothing past len is
-// read.
-using DotFunction = double (*)(const double* c, const double* h, int len);
-using DotPairFunction = void (*)(const double* c, const double* h0, const double* h1, int len, double& y0,
-                                 double& y1);
-
-double DotPortable(const double* c, const double* h, int len) {
-    double acc[4] = {};
-    int k = 0;
-    for (; k + 4 <= len; k += 4) {
-        for (int j = 0; j < 4; ++j) acc[j] += c[k + j] * h[k + j];
-    }
-    for (; k < len; ++k) acc[0] += c[k] * h[k];
-    return (acc[0] + acc[2]) + (acc[1] + acc[3]);
-}
-
-void DotPairPortable(const double* c, const double* h0, const double* h1, int len, double& y0, double& y1) {
-    double a[4] = {};
-    double b[4] = {};
-    int k = 0;
-    for (; k + 4 <= len; k += 4) {
-        for (int j = 0; j < 4; ++j) {
-            a[j] += c[k + j] * h0[k + j];
-            b[j] += c[k + j] * h1[k + j];
-        }
-    }
-    for (; k < len; ++k) {
-        a[0] += c[k] * h0[k];
-        b[0] += c[k] * h1[k];
-    }
-    y0 = (a[0] + a[2]) + (a[1] + a[3]);
-    y1 = (b[0] + b[2]) + (b[1] + b[3]);
-}
-
-#if defined(LX_RESAMPLER_X86)
-LX_TARGET_AVX2 inline double HorizontalSum(__m256d v) {
-    __m128d lo = _mm256_castpd256_pd128(v);
-    __m128d hi = _mm256_extractf128_pd(v, 1);
-    lo = _mm_add_pd(lo, hi);
-    return _mm_cvtsd_f64(_mm_add_sd(lo, _mm_unpackhi_pd(lo, lo)));
-}
-
-LX_TARGET_AVX2 double DotAvx2(const double* c, const double* h, int len) {
-    __m256d a0 = _mm256_setzero_pd(), a1 = _mm256_setzero_pd(), a2 = _mm256_setzero_pd(), a3 = _mm256_setzero_pd();
-    __m256d a4 = _mm256_setzero_pd(), a5 = _mm256_setzero_pd(), a6 = _mm256_setzero_pd(), a7 = _mm256_setzero_pd();
-    int k = 0;
-    for (; k + 32 <= len; k += 32) {
-        a0 = _mm256_fmadd_pd(_mm256_load_pd(c + k), _mm256_loadu_pd(h + k), a0);
-        a1 = _mm256_fmadd_pd(_mm256_load_pd(c + k + 4), _mm256_loadu_pd(h + k + 4), a1);
-        a2 = _mm256_fmadd_pd(_mm256_load_pd(c + k + 8), _mm256_loadu_pd(h + k + 8), a2);
-        a3 = _mm256_fmadd_pd(_mm256_load_pd(c + k + 12), _mm256_loadu_pd(h + k + 12), a3);
-        a4 = _mm256_fmadd_pd(_mm256_load_pd(c + k + 16), _mm256_loadu_pd(h + k + 16), a4);
-        a5 = _mm256_fmadd_pd(_mm256_load_pd(c + k + 20), _mm256_loadu_pd(h + k + 20), a5);
-        a6 = _mm256_fmadd_pd(_mm256_load_pd(c + k + 24), _mm256_loadu_pd(h + k + 24), a6);
-        a7 = _mm256_fmadd_pd(_mm256_load_pd(c + k + 28), _mm256_loadu_pd(h + k + 28), a7);
-    }
-    for (; k + 4 <= len; k += 4) a0 = _mm256_fmadd_pd(_mm256_load_pd(c + k), _mm256_loadu_pd(h + k), a0);
-    a0 = _mm256_add_pd(_mm256_add_pd(a0, a4), _mm256_add_pd(a1, a5));
-    a2 = _mm256_add_pd(_mm256_add_pd(a2, a6), _mm256_add_pd(a3, a7));
-    double y = HorizontalSum(_mm256_add_pd(a0, a2));
-    for (; k < len; ++k) y += c[k] * h[k];
-    return y;
-}
-
-LX_TARGET_AVX2 void DotPairAvx2(const double* c, const double* h0, const double* h1, int len, double& y0,
-                                double& y1) {
-    __m256d a0 = _mm256_setzero_pd(), a1 = _mm256_setzero_pd(), a2 = _mm256_setzero_pd(), a3 = _mm256_setzero_pd();
-    __m256d b0 = _mm256_setzero_pd(), b1 = _mm256_setzero_pd(), b2 = _mm256_setzero_pd(), b3 = _mm256_setzero_pd();
-    int k = 0;
-    for (; k + 16 <= len; k += 16) {
-        const __m256d c0 = _mm256_load_pd(c + k);
-        const __m256d c1 = _mm256_load_pd(c + k + 4);
-        const __m256d c2 = _mm256_load_pd(c + k + 8);
-        const __m256d c3 = _mm256_load_pd(c + k + 12);
-        a0 = _mm256_fmadd_pd(c0, _mm256_loadu_pd(h0 + k), a0);
-        b0 = _mm256_fmadd_pd(c0, _mm256_loadu_pd(h1 + k), b0);
-        a1 = _mm256_fmadd_pd(c1, _mm256_loadu_pd(h0 + k + 4), a1);
-        b1 = _mm256_fmadd_pd(c1, _mm256_loadu_pd(h1 + k + 4), b1);
-        a2 = _mm256_fmadd_pd(c2, _mm256_loadu_pd(h0 + k + 8), a2);
-        b2 = _mm256_fmadd_pd(c2, _mm256_loadu_pd(h1 + k + 8), b2);
-        a3 = _mm256_fmadd_pd(c3, _mm256_loadu_pd(h0 + k + 12), a3);
-        b3 = _mm256_fmadd_pd(c3, _mm256_loadu_pd(h1 + k + 12), b3);
-    }
-    for (; k + 4 <= len; k += 4) {
-        const __m256d c0 = _mm256_load_pd(c + k);
-        a0 = _mm256_fmadd_pd(c0, _mm256_loadu_pd(h0 + k), a0);
-        b0 = _mm256_fmadd_pd(c0, _mm256_loadu_pd(h1 + k), b0);
-    }
-    double s0 = HorizontalSum(_mm256_add_pd(_mm256_add_pd(a0, a2), _mm256_add_pd(a1, a3)));
-    double s1 = HorizontalSum(_mm256_add_pd(_mm256_add_pd(b0, b2), _mm256_add_pd(b1, b3)));
-    for (; k < len; ++k) {
-        s0 += c[k] * h0[k];
-        s1 += c[k] * h1[k];
-    }
-    y0 = s0;
-    y1 = s1;
-}
-
-bool HasAvx2AndFma() {
-#if defined(_MSC_VER) && !defined(__clang__)
-    int info[4];
-    __cpuid(info, 0);
-    if (info[0] < 7) return false;
-    __cpuid(info, 1);
-    const bool fma = (info[2] & (1 << 12)) != 0;
-    const bool osxsave = (info[2] & (1 << 27)) != 0;
-    const bool avx = (info[2] & (1 << 28)) != 0;
-    if (!fma || !osxsave || !avx) return false;
-    if ((_xgetbv(0) & 0x6) != 0x6) return false;  // the OS saves the ymm registers
-    __cpuidex(info, 7, 0);
-    return (info[1] & (1 << 5)) != 0;
-#else
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
-#endif
-}
-#endif
-
-struct Kernels {
-    DotFunction dot = DotPortable;
-    DotPairFunction dotPair = DotPairPortable;
-};
-
-const Kernels& SelectedKernels() {
-    static const Kernels kernels = [] {
-        Kernels k;
-#if defined(LX_RESAMPLER_X86)
-        if (HasAvx2AndFma()) {
-            k.dot = DotAvx2;
-            k.dotPair = DotPairAvx2;
-        }
-#endif
-        return k;
-    }();
-    return kernels;
-}
-
-double* AlignedStart(std::vector<double>& v) {
+float* AlignedStart(std::vector<float>& v) {
     const uintptr_t address = reinterpret_cast<uintptr_t>(v.data());
     const uintptr_t aligned = (address + 63) & ~static_cast<uintptr_t>(63);
-    return v.data() + (aligned - address) / sizeof(double);
+    return v.data() + (aligned - address) / sizeof(float);
 }
 
 uint64_t GreatestCommonDivisor(uint64_t a, uint64_t b) {
@@ -227,7 +79,7 @@ void LxAudioResamplerFilter::SetRates(float newInRate, float newOutRate) {
     // and a restarted stream starts from a silent history.
     if (designed) {
         Design();
-        std::fill(history.begin(), history.end(), 0.0);
+        std::fill(samples.begin(), samples.end(), 0.0f);
     }
 }
 
@@ -253,14 +105,24 @@ void LxAudioResamplerFilter::Design() {
     const DesignKey key = CurrentKey();
     if (designed && key == designKey) return;
 
-    table.assign(static_cast<size_t>(phases) * static_cast<size_t>(rowLength) + kAlignDoubles, 0.0);
-    history.assign(2 * static_cast<size_t>(rowLength) + kAlignDoubles, 0.0);
+    table.assign(static_cast<size_t>(phases) * static_cast<size_t>(rowLength) + kAlignFloats, 0.0f);
     tableRows = AlignedStart(table);
-    historyData = AlignedStart(history);
     historyIndex = 0;
     designKey = key;
     designed = true;
-    if (phases == 0) return;
+    if (phases == 0) {
+        samples.clear();
+        return;
+    }
+    samples.assign(static_cast<size_t>(kHistory) + kBlockSamples, 0.0f);
+    for (Lists& list : lists) {
+        list.row.assign(kBlockOutputs, 0);
+        list.start.assign(kBlockOutputs, 0);
+        list.order.assign(kBlockOutputs, 0);
+        list.rowEnd.assign(static_cast<size_t>(phases) + 1, 0);
+        list.blend.assign(phases == kMaxPhases ? kBlockOutputs : 0, 0.0);
+        list.noStale.assign(phases == kMaxPhases ? kBlockOutputs : 0, 0);
+    }
 
     const double f = 12.5 / taps;
     const double L = phases;
@@ -274,7 +136,7 @@ void LxAudioResamplerFilter::Design() {
     const double i0Beta = BesselI0(beta);
 
     for (int p = 0; p < phases; ++p) {
-        double* row = tableRows + static_cast<size_t>(p) * static_cast<size_t>(rowLength);
+        float* row = tableRows + static_cast<size_t>(p) * static_cast<size_t>(rowLength);
         const double offset = static_cast<double>(p) / L;
         for (int k = 0; k < taps; ++k) {
             const double t = static_cast<double>(k - h) - offset;
@@ -282,119 +144,295 @@ void LxAudioResamplerFilter::Design() {
                 const double r = t / halfWidth;
                 const double w = BesselI0(beta * std::sqrt(1.0 - r * r)) / i0Beta;
                 const double x = (t / h) * pi * (taps - 1) / (2.0 * s);
-                row[k] = w * Sinc(x) / s;
+                row[k] = static_cast<float>(w * Sinc(x) / s);
             } else {
                 const double y = (t / h) * pi;
-                row[k] = (0.42 + 0.5 * std::cos(y) + 0.08 * std::cos(2.0 * y)) * Sinc(y * (taps - 1) / (2.0 * s)) / s;
+                row[k] = static_cast<float>((0.42 + 0.5 * std::cos(y) + 0.08 * std::cos(2.0 * y)) *
+                                            Sinc(y * (taps - 1) / (2.0 * s)) / s);
             }
         }
     }
+    BuildCycle();
+}
+
+// One pass: a walk from a given state over a block, and the sums of the
+// outputs it lists.
+struct LxAudioResamplerFilter::Pass {
+    const LxAudioResamplerFilter* lead = nullptr;  // whose walk and table
+    const float* samples[2] = {};
+    int channels = 0;
+    int blockSamples = 0;
+    int next = 0;     // the first input of the walk
+    WalkState start{};  // the state it starts from
+    float* out = nullptr;  // channel 0 of the pass's first output
+    std::ptrdiff_t outStride = 0;
+    // The first output no thread has taken yet; whether the caller found none left.
+    std::atomic<int> nextOutput{0};
+    std::atomic<bool> allTaken{false};
+};
+
+void LxAudioResamplerFilter::BuildCycle() {
+    // With integral M (no interpolation), the phase after an output is a
+    // function of the phase before it, and so are the advance and the inputs
+    // taken before the next output: the walk settles into a cycle of L outputs,
+    // one per row, once the start phase's fraction has been rounded to the
+    // precision of the largest values it meets. The cycle is found by running
+    // the walk's own arithmetic from the start phase, and kept only if it closes
+    // on exactly the phase it started from. The walk then follows it for as
+    // long as its phase is the cycle's, bit for bit, without the arithmetic.
+    cycle.clear();
+    cycleOfRow.assign(static_cast<size_t>(phases), -1);
+    if (phases == 0 || phases == kMaxPhases) return;
+    const double L = phases;
+    const double M = step;
+    auto stepAfter = [&](double ph, double& x) {
+        x = ph + M;
+        double next = x;
+        while (next >= L) next -= L;
+        return next;
+    };
+    double ph = phase;
+    double x = 0.0;
+    for (int k = 0; k < 4 * phases; ++k) ph = stepAfter(ph, x);
+    for (int k = 0; k < phases; ++k) {
+        CycleStep s{};
+        s.phase = ph;
+        s.row = static_cast<int32_t>(ph);
+        ph = stepAfter(ph, x);
+        s.advance = x / L;
+        double adv = s.advance;
+        while (adv >= 1.0) {
+            adv -= 1.0;
+            ++s.inputs;
+        }
+        if (s.row < 0 || s.row >= phases || cycleOfRow[static_cast<size_t>(s.row)] >= 0) break;
+        cycleOfRow[static_cast<size_t>(s.row)] = k;
+        cycle.push_back(s);
+    }
+    if (static_cast<int>(cycle.size()) != phases || ph != cycle[0].phase) {
+        cycle.clear();
+        std::fill(cycleOfRow.begin(), cycleOfRow.end(), -1);
+    }
+}
+
+int LxAudioResamplerFilter::Walk(WalkState& state, int blockSamples, int& next, Lists& lists) const {
+    // Lists the outputs of the block's inputs from next on, as the filter meets
+    // them sample by sample, until the block ends or the lists are full (then
+    // next may stop at an input that has outputs left). An output is made while
+    // the advance is below 1; otherwise the walk takes the next input.
+    const double L = phases;
+    const double M = step;
+    const bool interpolate = phases == kMaxPhases;
+    const int firstStart = kHistory - (taps - 1);
+    const bool hasCycle = !cycle.empty();
+    int32_t* jobRow = lists.row.data();
+    int32_t* jobStart = lists.start.data();
+    double ph = state.phase;
+    double adv = state.advance;
+    int index = state.historyIndex;
+    int i = next;
+    int count = 0;
+    while (i < blockSamples) {
+        if (adv >= 1.0) {
+            adv -= 1.0;
+            ++i;
+            index = index + 1 == taps ? 0 : index + 1;
+            continue;
+        }
+        if (count == kBlockOutputs) break;
+        const int p = static_cast<int>(ph);
+        if (hasCycle) {
+            int k = cycleOfRow[static_cast<size_t>(p)];
+            if (cycle[static_cast<size_t>(k)].phase == ph) {
+                // On the cycle: its outputs up to the last one whose successor
+                // still falls in the block and in the lists; then the state
+                // right after that output, as the arithmetic would leave it.
+                const int from = i;
+                for (;;) {
+                    const CycleStep& s = cycle[static_cast<size_t>(k)];
+                    jobRow[count] = s.row;
+                    jobStart[count] = firstStart + i;
+                    ++count;
+                    k = k + 1 == phases ? 0 : k + 1;
+                    if (count < kBlockOutputs && i + s.inputs < blockSamples) {
+                        i += s.inputs;
+                        continue;
+                    }
+                    ph = cycle[static_cast<size_t>(k)].phase;
+                    adv = s.advance;
+                    break;
+                }
+                index = (index + (i - from)) % taps;
+                continue;
+            }
+        }
+        jobRow[count] = p;
+        jobStart[count] = firstStart + i;
+        if (interpolate) {
+            lists.blend[static_cast<size_t>(count)] = ph - p;
+            lists.noStale[static_cast<size_t>(count)] = index == taps - 1 ? 1 : 0;
+        }
+        ++count;
+        // x < L + M: the remainder by exact subtraction equals fmod(x, L).
+        const double x = ph + M;
+        ph = x;
+        while (ph >= L) ph -= L;
+        adv = x / L;
+    }
+    state.phase = ph;
+    state.advance = adv;
+    state.historyIndex = index;
+    next = i;
+    return count;
+}
+
+void LxAudioResamplerFilter::SumPart(const Pass& pass, Lists& lists, int begin, int end) {
+    const LxAudioResamplerFilter& f = *pass.lead;
+    const LxAudioResamplerKernels::Set& kernels = LxAudioResamplerKernels::Current();
+    const int taps = f.taps;
+    if (f.phases != kMaxPhases) {
+        // The part's outputs in order of their rows (a counting sort), then
+        // each row against all its windows.
+        const int rows = f.phases;
+        const int32_t* jobRow = lists.row.data();
+        int32_t* rowEnd = lists.rowEnd.data();
+        int32_t* order = lists.order.data() + begin;
+        std::fill(rowEnd, rowEnd + rows + 1, 0);
+        for (int j = begin; j < end; ++j) ++rowEnd[jobRow[j] + 1];
+        for (int r = 0; r < rows; ++r) rowEnd[r + 1] += rowEnd[r];
+        for (int j = begin; j < end; ++j) order[rowEnd[jobRow[j]]++] = j;
+        int first = 0;
+        for (int r = 0; r < rows; ++r) {
+            if (rowEnd[r] > first) {
+                kernels.rowDots(f.Row(r), pass.samples, pass.channels, lists.start.data(), order + first,
+                                rowEnd[r] - first, pass.out, pass.outStride);
+            }
+            first = rowEnd[r];
+        }
+        return;
+    }
+    // Interpolating: each output blends the sums of two rows.
+    const int lastPhase = f.phases - 1;
+    const float* row0 = f.Row(0);
+    const double lastTapOfRow0 = row0[taps - 1];
+    for (int j = begin; j < end; ++j) {
+        const int p = lists.row[static_cast<size_t>(j)];
+        const double blend = lists.blend[static_cast<size_t>(j)];
+        for (int c = 0; c < pass.channels; ++c) {
+            const float* window = pass.samples[c] + lists.start[static_cast<size_t>(j)];
+            const double y = kernels.dot(f.Row(p), window, taps);
+            double next = 0.0;
+            if (p < lastPhase) {
+                next = kernels.dot(f.Row(p + 1), window, taps);
+            } else {
+                const double stale = lists.noStale[static_cast<size_t>(j)] != 0 ? 0.0 : window[0];
+                next = kernels.dot(row0, window + 1, taps - 1) + lastTapOfRow0 * stale;
+            }
+            pass.out[j * pass.outStride + c] = static_cast<float>((1.0 - blend) * y + blend * next);
+        }
+    }
+}
+
+void LxAudioResamplerFilter::SumParts(Pass& pass, Lists& lists, int count) {
+    // Parts of consecutive outputs, a quarter of what is left and at least
+    // kPartOutputs / channels: big parts first (a table row serves more
+    // outputs), small ones at the end, so that the threads end together.
+    const int smallest = kPartOutputs / pass.channels;
+    int begin = pass.nextOutput.load(std::memory_order_relaxed);
+    for (;;) {
+        if (begin >= count) return;
+        const int end = std::min(count, begin + std::max(smallest, (count - begin) / 4));
+        if (pass.nextOutput.compare_exchange_weak(begin, end, std::memory_order_relaxed)) {
+            SumPart(pass, lists, begin, end);
+            begin = pass.nextOutput.load(std::memory_order_relaxed);
+        }
+    }
+}
+
+void LxAudioResamplerFilter::WorkerTask(void* context) {
+    // The worker walks the pass itself, from the same state, into its own
+    // lists: the same outputs as the caller's walk, without reading its lists.
+    Pass& pass = *static_cast<Pass*>(context);
+    if (pass.allTaken.load(std::memory_order_relaxed)) return;  // taken up too late to help
+    const LxAudioResamplerFilter& f = *pass.lead;
+    Lists& lists = const_cast<LxAudioResamplerFilter&>(f).lists[1];
+    WalkState state = pass.start;
+    int next = pass.next;
+    const int count = f.Walk(state, pass.blockSamples, next, lists);
+    SumParts(pass, lists, count);
 }
 
 template <int Channels>
 unsigned LxAudioResamplerFilter::Run(LxAudioResamplerFilter* const* filters, const float* const* in,
-                                     std::ptrdiff_t inStride, unsigned n, float* out, std::ptrdiff_t outStride) {
+                                     std::ptrdiff_t inStride, unsigned n, float* out, std::ptrdiff_t outStride,
+                                     LxAudioResamplerWorker* worker) {
     // The filters of a pair share rates, table contents and the number of
-    // inputs seen, so one phase walk (that of the first) serves both.
+    // inputs seen, so one walk (that of the first) serves both.
     LxAudioResamplerFilter& f = *filters[0];
-    const Kernels& kernels = SelectedKernels();
-    const int taps = f.taps;
-    const double L = f.phases;
-    const double M = f.step;
-    const bool interpolate = f.phases == kMaxPhases;
-    const int lastPhase = f.phases - 1;
-    const double lastTapOfRow0 = f.Row(0)[taps - 1];
-    double* hist[Channels];
-    for (int c = 0; c < Channels; ++c) {
-        filters[c]->busy = true;
-        hist[c] = filters[c]->historyData;
-    }
-    double ph = f.phase;
-    double adv = f.advance;
-    int index = f.historyIndex;
+    for (int c = 0; c < Channels; ++c) filters[c]->busy = true;
     std::ptrdiff_t written = 0;
-
     unsigned i = 0;
     while (i < n) {
-        // The inputs up to the next slide go into the history at once; an
-        // output reads only the window up to its newest input, so the samples
-        // already stored beyond it are never used early.
-        const unsigned segment = std::min(n - i, static_cast<unsigned>(taps - index));
+        const int block = static_cast<int>(std::min<unsigned>(n - i, kBlockSamples));
+        const float* blockSamples[2] = {};
         for (int c = 0; c < Channels; ++c) {
-            double* dst = hist[c] + index + taps - 1;
+            float* dst = filters[c]->samples.data() + kHistory;
             const float* src = in[c] + static_cast<std::ptrdiff_t>(i) * inStride;
-            for (unsigned j = 0; j < segment; ++j) {
-                dst[j] = static_cast<double>(src[static_cast<std::ptrdiff_t>(j) * inStride]);
+            if (inStride == 1) {
+                std::memcpy(dst, src, sizeof(float) * static_cast<size_t>(block));
+            } else {
+                for (int j = 0; j < block; ++j) dst[j] = src[static_cast<std::ptrdiff_t>(j) * inStride];
             }
+            blockSamples[c] = filters[c]->samples.data();
         }
-        for (unsigned j = 0; j < segment; ++j, ++index) {
-            while (adv < 1.0) {
-                const int p = static_cast<int>(ph);
-                double y[Channels];
-                if constexpr (Channels == 1) {
-                    y[0] = kernels.dot(f.Row(p), hist[0] + index, taps);
-                } else {
-                    kernels.dotPair(f.Row(p), hist[0] + index, hist[1] + index, taps, y[0], y[1]);
-                }
-                if (interpolate) {
-                    // Blend with row p + 1; past the last row, with row 0 of
-                    // the next input sample: the history read one sample further
-                    // on. That window's last slot is not written yet; it still
-                    // holds the sample of one cycle before, the window's oldest
-                    // (0 in the first cycle and in the cycle's last slot).
-                    double next[Channels];
-                    if (p < lastPhase) {
-                        if constexpr (Channels == 1) {
-                            next[0] = kernels.dot(f.Row(p + 1), hist[0] + index, taps);
-                        } else {
-                            kernels.dotPair(f.Row(p + 1), hist[0] + index, hist[1] + index, taps, next[0], next[1]);
-                        }
-                    } else {
-                        if constexpr (Channels == 1) {
-                            next[0] = kernels.dot(f.Row(0), hist[0] + index + 1, taps - 1);
-                        } else {
-                            kernels.dotPair(f.Row(0), hist[0] + index + 1, hist[1] + index + 1, taps - 1, next[0],
-                                            next[1]);
-                        }
-                        for (int c = 0; c < Channels; ++c) {
-                            const double stale = index == taps - 1 ? 0.0 : hist[c][index];
-                            next[c] += lastTapOfRow0 * stale;
-                        }
-                    }
-                    const double frac = ph - p;
-                    for (int c = 0; c < Channels; ++c) y[c] = (1.0 - frac) * y[c] + frac * next[c];
-                }
-                for (int c = 0; c < Channels; ++c) out[written * outStride + c] = static_cast<float>(y[c]);
-                ++written;
-                // x < L + M: the remainder by exact subtraction equals fmod(x, L).
-                const double x = ph + M;
-                ph = x;
-                while (ph >= L) ph -= L;
-                adv = x / L;
+        // Outputs a pass may be expected to give (times channels): enough to
+        // share with the worker?
+        const double expected = static_cast<double>(block) * f.phases / f.step * Channels;
+        int next = 0;
+        while (next < block) {
+            Pass pass;
+            pass.lead = &f;
+            pass.channels = Channels;
+            for (int c = 0; c < Channels; ++c) pass.samples[c] = blockSamples[c];
+            pass.blockSamples = block;
+            pass.next = next;
+            pass.start = WalkState{f.phase, f.advance, f.historyIndex};
+            pass.out = out + written * outStride;
+            pass.outStride = outStride;
+            const bool shared =
+                worker != nullptr && expected >= kParallelOutputs && worker->Offer(WorkerTask, &pass);
+            WalkState state = pass.start;
+            const int count = f.Walk(state, block, next, f.lists[0]);
+            f.phase = state.phase;
+            f.advance = state.advance;
+            f.historyIndex = state.historyIndex;
+            if (shared) {
+                SumParts(pass, f.lists[0], count);
+                pass.allTaken.store(true, std::memory_order_relaxed);
+                worker->Finish();
+            } else if (count > 0) {
+                SumPart(pass, f.lists[0], 0, count);
             }
-            adv -= 1.0;
+            written += count;
         }
-        i += segment;
-        if (index == taps) {
-            for (int c = 0; c < Channels; ++c) {
-                std::memcpy(hist[c], hist[c] + taps, sizeof(double) * static_cast<size_t>(taps));
-            }
-            index = 0;
+        for (int c = 0; c < Channels; ++c) {
+            float* s = filters[c]->samples.data();
+            std::memmove(s, s + block, sizeof(float) * kHistory);
         }
+        i += static_cast<unsigned>(block);
     }
-
-    for (int c = 0; c < Channels; ++c) {
+    for (int c = 1; c < Channels; ++c) {
         LxAudioResamplerFilter& g = *filters[c];
-        g.phase = ph;
-        g.advance = adv;
-        g.historyIndex = index;
-        g.busy = false;
+        g.phase = f.phase;
+        g.advance = f.advance;
+        g.historyIndex = f.historyIndex;
     }
+    for (int c = 0; c < Channels; ++c) filters[c]->busy = false;
     return static_cast<unsigned>(written);
 }
 
 unsigned LxAudioResamplerFilter::Process(const float* in, std::ptrdiff_t inStride, unsigned n, float* out,
-                                         std::ptrdiff_t outStride) {
+                                         std::ptrdiff_t outStride, LxAudioResamplerWorker* worker) {
     if (in == nullptr || n == 0) return 0;
     if (equalRates) {
         for (unsigned i = 0; i < n; ++i) {
@@ -402,15 +440,15 @@ unsigned LxAudioResamplerFilter::Process(const float* in, std::ptrdiff_t inStrid
         }
         return n;
     }
-    if (table.empty() || history.empty() || phases == 0) return 0;
+    if (table.empty() || samples.empty() || phases == 0) return 0;
     LxAudioResamplerFilter* self[1] = {this};
     const float* source[1] = {in};
-    return Run<1>(self, source, inStride, n, out, outStride);
+    return Run<1>(self, source, inStride, n, out, outStride, worker);
 }
 
 unsigned LxAudioResamplerFilter::ProcessPair(LxAudioResamplerFilter& leftFilter, LxAudioResamplerFilter& rightFilter,
                                              const float* left, const float* right, std::ptrdiff_t inStride,
-                                             unsigned n, float* out) {
+                                             unsigned n, float* out, LxAudioResamplerWorker* worker) {
     if (left == nullptr || right == nullptr || n == 0) return 0;
     const bool lockstep = leftFilter.designed && rightFilter.designed &&
                           leftFilter.designKey == rightFilter.designKey &&
@@ -425,11 +463,11 @@ unsigned LxAudioResamplerFilter::ProcessPair(LxAudioResamplerFilter& leftFilter,
         }
         return n;
     }
-    if (leftFilter.table.empty() || leftFilter.history.empty() || rightFilter.history.empty() ||
+    if (leftFilter.table.empty() || leftFilter.samples.empty() || rightFilter.samples.empty() ||
         leftFilter.phases == 0) {
         return 0;
     }
     LxAudioResamplerFilter* pair[2] = {&leftFilter, &rightFilter};
     const float* source[2] = {left, right};
-    return Run<2>(pair, source, inStride, n, out, 2);
+    return Run<2>(pair, source, inStride, n, out, 2, worker);
 }
