@@ -129,7 +129,7 @@ soak: deps
 # bench/ in Release, makes its inputs with sox in a temporary directory and
 # prints one table of ratios (BENCH_ARGS are passed to bench/compare.py).
 BENCH_DIR ?= build-bench
-BENCH_PACKAGES := libbenchmark-dev libsoxr-dev libsamplerate0-dev python3
+BENCH_PACKAGES := libbenchmark-dev libsoxr-dev libsamplerate0-dev python3 time
 BENCH_ARGS ?=
 
 bench-deps: deps

@@ -15,12 +15,20 @@
 //                                 with WriteVerifiedTo and ReadVerifiedFrom
 //   capture SECONDS [SPEED]       a recording of that length on the simulated
 //                                 wave driver at SPEED x real time (0: instant); peak RSS
+//   long-project HOURS OUT.lxp [DISTINCT]
+//                                 a project of HOURS hours of mono narration, every
+//                                 page Vorbis, saved verified as lxaudio saves it:
+//                                 DISTINCT pages (30 by default) are encoded once and
+//                                 copied in their stored form over and over; clip 1
+//                                 is the whole length, clips 2 and 3 ten minutes and
+//                                 one minute of it
 //
 // The store lives in the system temporary directory (TMPDIR).
 #include <sys/resource.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -262,6 +270,168 @@ int CommandSaveLoad(int argc, char** argv) {
     return 0;
 }
 
+
+// Mono narration-like audio: phrases of a few seconds between pauses of room
+// noise, syllables of four to six a second, voiced ones a glottal pitch with
+// its harmonics shaped by three moving formants, unvoiced ones hiss. Vorbis
+// then spends its bits as it would on a lecturer's voice, and no page is silent.
+std::vector<unsigned char> NarrationPcm16(int frames) {
+    constexpr double kRate = 44100.0;
+    constexpr double kTwoPi = 6.283185307179586;
+    uint32_t state = 2024u;
+    auto uniform = [&state] {  // in [0, 1)
+        state = state * 1664525u + 1013904223u;
+        return static_cast<double>(state >> 8) / 16777216.0;
+    };
+    std::vector<unsigned char> out(static_cast<size_t>(frames) * 2);
+    double phase = 0.0;
+    double hiss = 0.0;
+    int i = 0;
+    while (i < frames) {
+        // A phrase, then a pause.
+        const int phraseEnd = std::min(frames, i + static_cast<int>((1.5 + 2.5 * uniform()) * kRate));
+        const double basePitch = 105.0 + 30.0 * uniform();
+        const int phraseStart = i;
+        while (i < phraseEnd) {
+            const int syllable = std::min(phraseEnd - i, static_cast<int>((0.16 + 0.09 * uniform()) * kRate));
+            const bool voiced = uniform() < 0.8;
+            const double f1 = 300.0 + 500.0 * uniform(), f2 = 900.0 + 1400.0 * uniform(), f3 = 2400.0 + 400.0 * uniform();
+            const double loudness = 0.25 + 0.2 * uniform();
+            // Harmonic weights for this syllable: a falling tilt times the formants.
+            double weight[40];
+            const int harmonics = 36;
+            for (int k = 1; k <= harmonics; ++k) {
+                const double f = basePitch * k;
+                auto bump = [f](double centre, double width) {
+                    const double d = (f - centre) / width;
+                    return std::exp(-d * d);
+                };
+                weight[k] = (1.0 / k) * (0.15 + bump(f1, 120.0) + 0.7 * bump(f2, 180.0) + 0.35 * bump(f3, 250.0));
+            }
+            for (int n = 0; n < syllable; ++n, ++i) {
+                const double t = static_cast<double>(i - phraseStart) / kRate;
+                const double envelope = loudness * std::sin(3.141592653589793 * (n + 0.5) / syllable);
+                // Intonation: a slow drift and a fall towards the phrase's end.
+                const double pitch = basePitch * (1.0 + 0.06 * std::sin(kTwoPi * 0.7 * t)) *
+                                     (1.0 - 0.12 * (i - phraseStart) / double(phraseEnd - phraseStart));
+                phase += kTwoPi * pitch / kRate;
+                if (phase > kTwoPi) phase -= kTwoPi;
+                hiss = 0.6 * hiss + 0.4 * (2.0 * uniform() - 1.0);
+                double x = 0.0;
+                if (voiced) {
+                    for (int k = 1; k <= harmonics; ++k) x += weight[k] * std::sin(k * phase);
+                    x *= 0.5;
+                } else {
+                    x = 0.5 * ((2.0 * uniform() - 1.0) - hiss);
+                }
+                const double room = 0.002 * (2.0 * uniform() - 1.0);
+                const double sample = std::clamp(std::round((envelope * x + room) * 32767.0), -32768.0, 32767.0);
+                const auto s16 = static_cast<uint16_t>(static_cast<int16_t>(sample));
+                out[2 * static_cast<size_t>(i)] = static_cast<unsigned char>(s16 & 0xFF);
+                out[2 * static_cast<size_t>(i) + 1] = static_cast<unsigned char>(s16 >> 8);
+            }
+        }
+        const int pauseEnd = std::min(frames, i + static_cast<int>((0.3 + 0.5 * uniform()) * kRate));
+        for (; i < pauseEnd; ++i) {
+            const double sample = std::round(0.002 * (2.0 * uniform() - 1.0) * 32767.0);
+            const auto s16 = static_cast<uint16_t>(static_cast<int16_t>(sample));
+            out[2 * static_cast<size_t>(i)] = static_cast<unsigned char>(s16 & 0xFF);
+            out[2 * static_cast<size_t>(i) + 1] = static_cast<unsigned char>(s16 >> 8);
+        }
+    }
+    return out;
+}
+
+// A long project made quickly: compressing hours of audio would take many
+// CPU-minutes, so DISTINCT pages of narration are compressed once in a store of
+// their own and copied, in their stored form (Vorbis data and thumbnail), into
+// the project's store until it holds HOURS hours. The result is an ordinary
+// store: consecutive Vorbis pages, clips that are page ranges over them, saved
+// with WriteVerifiedTo exactly as lxaudio saves a project.
+int CommandLongProject(int argc, char** argv) {
+    if (argc < 2) return Fail("long-project needs a length in hours and an output file");
+    const double hours = std::atof(argv[0]);
+    const LxFile output(argv[1]);
+    const int distinct = argc > 2 ? std::max(1, std::atoi(argv[2])) : 30;
+    constexpr int kPageFrames = kLxMaxPageBytes / 2;  // a full mono page: two seconds
+    const long long pages = std::max(1LL, std::llround(hours * 3600.0 * kLxFrameRate / kPageFrames));
+    if (pages * kLxPageRecordBytes + kLxFirstOrdinaryPage > INT32_MAX) return Fail("too many pages for one store");
+    Timer total;
+
+    // The distinct pages, compressed by the store's own compressor.
+    LxAudioController source;
+    Timer encode;
+    std::vector<int> sourcePages;
+    {
+        std::vector<unsigned char> pcm = NarrationPcm16(distinct * kPageFrames);
+        auto clip = source.GetNewClip(LX_AUDIO_CLIP_SOURCE_RECORDING);
+        clip->AppendPCMData(pcm.data(), static_cast<int>(pcm.size()), 1, kLxFrameRate, 16, 1.0f);
+        if (clip->FinishAppendingPCMData(1, kLxFrameRate, 16, 1.0f) < 1) return Fail("could not store the narration");
+        source.CompressAllPages(nullptr);
+        for (const LxPageRange& range : clip->GetPageRanges()) {
+            for (int page = range.startPage; page <= range.endPage; page += kLxPageRecordBytes) {
+                LxPCMData record;
+                if (!source.GetAudioFile()->ReadPageHeader(page, record) || record.codec != kLxPageCodecVorbis ||
+                    record.pcmBytes != kLxMaxPageBytes)
+                    return Fail("a narration page did not compress to a full Vorbis page");
+                sourcePages.push_back(page);
+            }
+        }
+    }
+    encode.Stop();
+    if (static_cast<int>(sourcePages.size()) != distinct) return Fail("the narration made a wrong page count");
+
+    LxAudioController project;
+    LxAudioFile& store = *project.GetAudioFile();
+    Timer copy;
+    int first = -1, last = -1;
+    for (long long n = 0; n < pages; ++n) {
+        const int made = source.GetAudioFile()->CopyPageTo(sourcePages[static_cast<size_t>(n % distinct)], store);
+        if (made < 0 || (last >= 0 && made != last + kLxPageRecordBytes)) return Fail("a page copy failed");
+        if (first < 0) first = made;
+        last = made;
+    }
+    copy.Stop();
+
+    // Clip 1: the whole length, one range. Clips 2 and 3: ten minutes from an
+    // hour in (or from the start), and one minute from the middle.
+    const LxAudioVolumeEffect unit(1.0f, 0.0f, 1.0f);
+    auto storeClip = [&](long long firstIndex, long long count) {
+        count = std::clamp(count, 1LL, pages - firstIndex);
+        auto clip = project.GetNewClip(LX_AUDIO_CLIP_SOURCE_RECORDING);
+        clip->AppendPageRange(LxPageRange(&store, unit, first + static_cast<int>(firstIndex) * kLxPageRecordBytes, 0,
+                                          first + static_cast<int>(firstIndex + count - 1) * kLxPageRecordBytes,
+                                          kLxMaxPageBytes));
+        return clip->WriteToAudioFile();
+    };
+    const int whole = storeClip(0, pages);
+    const int tenMinutes = storeClip(pages > 2100 ? 1800 : 0, 300);
+    const int oneMinute = storeClip(pages / 2, 30);
+    if (whole != 1 || tenMinutes != 2 || oneMinute != 3) return Fail("could not store the clips");
+    const long long frames = project.GetClip(whole)->WorthInFrames();
+
+    Timer save;
+    bool written = false;
+    {
+        auto out = LxStreamUtil::CreateFileStreamReadWrite(output, kLxStreamWrite, kLxStreamBufferArgument,
+                                                           kLxStreamBufferArgument);
+        written = out && project.WriteVerifiedTo(out.get());
+    }
+    save.Stop();
+    total.Stop();
+    if (!written) return Fail("WriteVerifiedTo failed");
+    int sizes[5] = {};
+    store.GetMemberSizes(sizes);
+    std::printf(
+        "{\"op\": \"long-project\", \"hours\": %.3f, \"pages\": %lld, \"distinct_pages\": %d, \"frames\": %lld, "
+        "\"seconds\": %.6f, \"cpu_seconds\": %.6f, \"encode_seconds\": %.6f, \"copy_seconds\": %.6f, "
+        "\"save_seconds\": %.6f, \"project_bytes\": %lld, \"enc_bytes\": %d, \"pcm_bytes\": %d, "
+        "\"max_rss_kib\": %ld, \"asserts\": %d}\n",
+        hours, pages, distinct, frames, total.wall, total.cpu, encode.wall, copy.wall, save.wall,
+        static_cast<long long>(output.GetLength()), sizes[1], sizes[2], PeakRssKiB(), assertCount);
+    return 0;
+}
+
 }  // namespace
 
 // A recording of SECONDS seconds through the capture pipeline on the simulated
@@ -312,7 +482,7 @@ int CommandCapture(int argc, char** argv) {
 int main(int argc, char** argv) {
     LxSetAssertHandler(CountAssert);
     if (argc < 2) {
-        std::fprintf(stderr, "usage: LxBenchTool import|compress|parallel-compress|saveload|capture ARGS\n");
+        std::fprintf(stderr, "usage: LxBenchTool import|compress|parallel-compress|saveload|capture|long-project ARGS\n");
         return 2;
     }
     const std::string command = argv[1];
@@ -327,6 +497,8 @@ int main(int argc, char** argv) {
         result = CommandSaveLoad(argc - 2, argv + 2);
     } else if (command == "capture") {
         result = CommandCapture(argc - 2, argv + 2);
+    } else if (command == "long-project") {
+        result = CommandLongProject(argc - 2, argv + 2);
     } else {
         std::fprintf(stderr, "LxBenchTool: unknown command %s\n", command.c_str());
     }

@@ -18,6 +18,12 @@ notes: the resampler rows, and the whole-process rows of the lxaudio tool
 ("cli": each command as a user runs it, opening and saving its project,
 against sox, cp, oggenc and oggdec as whole processes), since what a user
 waits for is the wall clock.
+
+The long-project rows ("long") build a 1-hour and a 10-hour mono project
+(every page Vorbis, as a compressed lecture is) and time whole lxaudio
+processes on each: info, an edit (which saves the project), and the start of
+playback; each must take under a second on the long one, and the peak memory
+of each must not grow with the project's length.
 """
 
 import argparse
@@ -218,6 +224,142 @@ def gbench_results(path):
     return results, data.get("context", {})
 
 
+def peak_rss_command(cmd, rss_path):
+    """cmd run under GNU time, which writes the peak RSS (KiB) of cmd alone into
+    rss_path. os.wait4's ru_maxrss of a process started from this script would
+    not do: Linux carries the high-water mark of the image a process replaces
+    over an exec, so every child would show at least this Python's own RSS."""
+    return ["/usr/bin/time", "-f", "%M", "-o", rss_path] + cmd
+
+
+def run_measured(cmd, env, rss_path, until=None):
+    """Runs cmd under GNU time; returns (seconds until a line starting with
+    until appeared on its stderr (None without until), wall seconds of the whole
+    process, CPU seconds, peak RSS KiB of cmd)."""
+    start = time.perf_counter()
+    proc = subprocess.Popen(peak_rss_command(cmd, rss_path), stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
+                            env=env)
+    seen = None
+    err = []
+    for line in proc.stderr:
+        text = line.decode(errors="replace")
+        err.append(text)
+        if until is not None and seen is None and text.startswith(until):
+            seen = time.perf_counter() - start
+    _, status, usage = os.wait4(proc.pid, 0)
+    wall = time.perf_counter() - start
+    proc.stderr.close()
+    code = os.waitstatus_to_exitcode(status)
+    if code != 0 or (until is not None and seen is None):
+        raise RuntimeError("%s failed (exit %d):\n%s" % (" ".join(cmd), code, "".join(err)[-2000:]))
+    with open(rss_path) as f:
+        rss = int(f.read().split()[-1])
+    return seen, wall, usage.ru_utime + usage.ru_stime, rss
+
+
+def evict_from_cache(path):
+    """Drops one file's pages from the page cache (written back first), so that
+    the next run reads it from the disk; other files stay cached."""
+    fd = os.open(path, os.O_RDONLY)
+    try:
+        os.fsync(fd)
+        os.posix_fadvise(fd, 0, 0, os.POSIX_FADV_DONTNEED)
+    finally:
+        os.close(fd)
+
+
+def long_rows(table, tool, lxaudio, work, env, args):
+    """A 1-hour and a long (10-hour) mono project, every page Vorbis: whole lxaudio
+    processes on each (info, an edit that saves, the start of playback), judged
+    on the long one's wall clock (< 1 s each) and on peak memory that does not
+    grow with the length (the long one's peak within 1.25x + 4 MiB of the short one's,
+    as the memory rows judge)."""
+    log("== long-project rows (1 h and %d h mono, whole lxaudio processes)" % args.long_hours)
+    long_dir = os.path.join(work, "long")
+    os.makedirs(long_dir)
+    sim_env = dict(env, LXAUDIO_WAVE_DRIVER="simulated")
+    # About 36.6 MB a mono hour; each edit writes the project once more.
+    prime_memory(long_dir, (args.cli_reps + 2) * 37 * (args.long_hours + 1))
+    results = {}
+    for hours in (1, args.long_hours):
+        path = os.path.join(long_dir, "long-%dh.lxp" % hours)
+        built = run_ours(tool, ["long-project", str(hours), path], env)
+        # It must be a project lxaudio takes as whole: verified, undamaged, all Vorbis.
+        _, _, _, text = run_process([lxaudio, "info", "--json", path], env=env)
+        info = json.loads(text)
+        clip1 = next(c for c in info["clips"] if c["id"] == 1)
+        if (not info["integrity"]["verified"] or info["integrity"]["damaged"] or info["pages"]["raw"] != 0 or
+                info["pages"]["compressed"] != built["pages"] or abs(clip1["seconds"] - hours * 3600) > 2):
+            raise RuntimeError("the %d h project is not what it should be: %s" % (hours, text[:400]))
+        middle = hours * 1800  # seconds into the long clip
+        span = ["%ds" % middle, "%ds" % (middle + 1)]
+        rss_path = os.path.join(long_dir, "rss.txt")
+        runs = {"info": [], "edit": [], "play": []}
+        play_whole = []
+        for _ in range(args.cli_reps):
+            _, wall, cpu, rss = run_measured([lxaudio, "info", path], env, rss_path)
+            runs["info"].append((wall, cpu, rss))
+            # Deletes one second in the middle of the long clip: a new clip, and
+            # the project saved atomically (written, forced to disk, renamed).
+            _, wall, cpu, rss = run_measured([lxaudio, "-q", "edit", path, "1", "delete"] + span, env, rss_path)
+            runs["edit"].append((wall, cpu, rss))
+            # Playback from the middle of the long clip on the simulated driver
+            # (no sound card; it completes buffers at once): the time until the
+            # tool says "playing clip" (printed once the device has started,
+            # so the project is open and the first buffers are decoded), then
+            # one second of audio played at once and the process ends.
+            seen, wall, cpu, rss = run_measured([lxaudio, "play", path, "1", "--from", span[0], "--to", span[1]],
+                                                sim_env, rss_path, until="playing clip")
+            runs["play"].append((seen, cpu, rss))
+            play_whole.append(wall)
+        # The same on a cold page cache (this file only evicted): what a user
+        # waits for the first time a project is opened after a while.
+        cold = {}
+        evict_from_cache(path)
+        cold["info"] = run_measured([lxaudio, "info", path], env, rss_path)[1]
+        evict_from_cache(path)
+        cold["edit"] = run_measured([lxaudio, "-q", "edit", path, "1", "delete"] + span, env, rss_path)[1]
+        evict_from_cache(path)
+        cold["play"] = run_measured([lxaudio, "play", path, "1", "--from", span[0], "--to", span[1]], sim_env,
+                                    rss_path, until="playing clip")[0]
+        results[hours] = {
+            "built": built,
+            "cold": cold,
+            "play_whole": statistics.median(play_whole),
+            "median": {k: (statistics.median(r[0] for r in v), statistics.median(r[1] for r in v),
+                           max(r[2] for r in v) / 1024.0) for k, v in runs.items()},
+        }
+        os.remove(path)
+    short, large = results[1], results[args.long_hours]
+    b = large["built"]
+    table.add("long project: %d h mono, built" % args.long_hours, "%.1f MiB" % (b["project_bytes"] / MIB),
+              "1 h: %.1f MiB" % (short["built"]["project_bytes"] / MIB), "-", "-", "-", "-",
+              "%d Vorbis pages of 2 s (%d distinct, copied as stored), clips of %d h, 10 min, 1 min; built in %s "
+              "(encoding %s, copying %s, verified save %s)" % (
+                  b["pages"], b["distinct_pages"], args.long_hours, fmt_s(b["seconds"]), fmt_s(b["encode_seconds"]),
+                  fmt_s(b["copy_seconds"]), fmt_s(b["save_seconds"])))
+    names = {"info": "lxaudio info", "edit": "lxaudio edit (delete 1 s mid-clip, saved)",
+             "play": "lxaudio play: start, from mid-clip"}
+    for key in ("info", "edit", "play"):
+        wall, cpu, rss = large["median"][key]
+        swall, _, srss = short["median"][key]
+        note = "CPU %s; peak RSS %.1f MiB (1 h: %.1f MiB); cold cache %s (1 h: %s)" % (
+            fmt_s(cpu), rss, srss, fmt_s(large["cold"][key]), fmt_s(short["cold"][key]))
+        if key == "play":
+            note += "; whole process with 1 s played at once: %s" % fmt_s(large["play_whole"])
+        table.add("%s, %d h mono" % (names[key], args.long_hours), fmt_s(wall) + " wall", "1 h: %s wall" % fmt_s(swall),
+                  "-", "-", "< 1 s (wall)", verdict_below(wall, 1.0), note)
+    peaks = [(key, large["median"][key][2], short["median"][key][2]) for key in ("info", "edit", "play")]
+    flat = all(big <= small * 1.25 + 4 for _, big, small in peaks)
+    worst = max(peaks, key=lambda p: p[1] - p[2])
+    table.add("memory: info, edit, play of %d h mono" % args.long_hours,
+              " / ".join("%.1f" % p[1] for p in peaks) + " MiB peak RSS",
+              "1 h: " + " / ".join("%.1f" % p[2] for p in peaks) + " MiB", "-", "-",
+              "independent of length (<= 1.25x + 4 MiB of 1 h)",
+              "met" if flat else "missed: %s grows with length" % worst[0],
+              "largest growth: %s, +%.1f MiB for %d more hours" % (worst[0], worst[1] - worst[2], args.long_hours - 1))
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build-dir", default=os.path.join(ROOT, "build-bench"))
@@ -233,15 +375,16 @@ def main():
     parser.add_argument("--tmp", default=None, help="parent of the temporary directory")
     parser.add_argument("--markdown", default=None, help="also write the table as Markdown to this file")
     parser.add_argument("--cli-reps", type=int, default=3, help="runs of each fast lxaudio row (median)")
+    parser.add_argument("--long-hours", type=int, default=10, help="length of the long project (the short one: 1 h)")
     parser.add_argument("--only", default=None,
-                        help="comma-separated rows: micro,import,compress,saveload,memory,cli")
+                        help="comma-separated rows: micro,import,compress,saveload,memory,cli,long")
     args = parser.parse_args()
     only = set(args.only.split(",")) if args.only else None
 
     def wanted(part):
         return only is None or part in only
 
-    for tool in ("sox", "oggenc", "oggdec", "cp"):
+    for tool in ("sox", "oggenc", "oggdec", "cp") + (("/usr/bin/time",) if wanted("long") else ()):
         if shutil.which(tool) is None:
             sys.exit("compare.py: %s is missing (make bench installs it)" % tool)
 
@@ -520,6 +663,10 @@ def main():
             table.add("memory: capture %d min" % (large[0] // 60), "%.1f MiB peak RSS" % large[1],
                       "%d min: %.1f MiB" % (small[0] // 60, small[1]), "-", "-", "< 64 MiB, independent of length",
                       verdict, "simulated driver, instant completion; capture took %s" % fmt_s(large[2]))
+
+        # --- a long project --------------------------------------------------------------------
+        if wanted("long"):
+            long_rows(table, tool, lxaudio, work, env, args)
     finally:
         shutil.rmtree(work, ignore_errors=True)
 

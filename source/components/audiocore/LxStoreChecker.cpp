@@ -214,6 +214,17 @@ LxStoreIntegrityRecord LxStoreChecker::Digest() {
     // thumbnails in it are summed from the same blocks.
     std::vector<Span> spans[2];  // in raw, in enc
     std::vector<uint32_t> dataCrcs(pages.size(), 0), thumbnailCrcs(pages.size(), 0);
+    // Sized once: a long project has tens of thousands of spans, and growing
+    // the list by doubling would hold its old and new copies at once, the
+    // largest allocation of a save.
+    size_t counts[2] = {0, 0};
+    for (const LxPCMData& p : pages) {
+        if (p.codec != kLxPageCodecRaw && p.codec != kLxPageCodecVorbis) continue;
+        ++counts[p.codec == kLxPageCodecRaw ? 0 : 1];
+        ++counts[1];
+    }
+    spans[0].reserve(counts[0]);
+    spans[1].reserve(counts[1]);
     for (size_t i = 0; i < pages.size(); ++i) {
         const LxPCMData& p = pages[i];
         if (p.codec != kLxPageCodecRaw && p.codec != kLxPageCodecVorbis) continue;
