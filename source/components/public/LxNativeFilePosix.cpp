@@ -68,8 +68,13 @@ int64_t LxNativeFile::CopyTo(LxNativeFile& target, int64_t offset, int64_t targe
 #if defined(__linux__)
     // In the kernel: no copy through user space (and on file systems that share
     // extents, no copy at all). Any refusal (another file system, an old kernel)
-    // leaves the rest to the buffer.
-    while (done < bytes) {
+    // leaves the rest to the buffer. Only when the two files' pages line up:
+    // otherwise every page is copied shifted, which costs the kernel more than a
+    // read and a write through one buffer (measured on ext4: 0.65 s per GiB
+    // against 0.27 s), and a member of a project saved in one file starts four
+    // bytes past its length.
+    constexpr int64_t kPageBytes = 4096;
+    while (done < bytes && (offset - targetOffset) % kPageBytes == 0) {
         loff_t from = static_cast<loff_t>(offset + done);
         loff_t to = static_cast<loff_t>(targetOffset + done);
         const ssize_t copied = ::copy_file_range(fd, &from, target.fd, &to, static_cast<size_t>(bytes - done), 0);
