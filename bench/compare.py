@@ -479,8 +479,9 @@ def main():
                 ours44_runs.append(Timed(r["seconds"], r["cpu_seconds"]))
                 cp_runs.append(anchor(["cp", w44, copy]))
                 os.remove(copy)
+            # For information: the target is on the whole-process lxaudio row.
             compare_row(table, "import 48k/24-bit stereo %s" % length, median_timed(ours_runs), median_timed(sox_runs),
-                        "sox -r 44100 -b 16", 2.0, clock)
+                        "sox -r 44100 -b 16", None, clock)
             compare_row(table, "import-44 44.1k/16-bit stereo %s" % length, median_timed(ours44_runs),
                         median_timed(cp_runs), "cp", 0.5, clock)
 
