@@ -42,12 +42,18 @@ public:
     // Stores the pending bytes as a page now.
     void FlushPendingPCMData(int channels, int sampleRate, int bitsPerSample, float volume);
     // Ends an append run: stores the pending bytes rounded down to 180 bytes,
-    // then the clip; returns its new ID, or -1 when it has no ranges.
+    // then the clip; returns its new ID, or -1 when it has no ranges or lost
+    // audio (HasLostAudio: the clip is then not stored).
     int FinishAppendingPCMData(int channels, int sampleRate, int bitsPerSample, float volume);
     // Leaves pending bytes in place until the next flush, finish or seek.
     void CancelAppendingPCMData() {}
     // Copies a clip of another store into this store page by page.
     void AppendPCMDataFromAClipInsideAnotherAudioFile(LxAudioClip& other);
+    // Whether audio appended to this clip could not be stored (the store
+    // refused a page: it was full, say): the clip then lacks that audio (a
+    // refused page of PCM reads as the reserved silence), and the host must
+    // not take it for what was appended.
+    bool HasLostAudio() const { return lostAudio; }
     // Compares this clip's PCM with a stream of chunks (int32 length, three
     // int32 format fields, bytes), as written when audio was captured.
     bool IsRawDataSameAs(ILxStream* stream);
@@ -106,4 +112,5 @@ private:
     LxRange fetchSpan;
     LxAudioThumbnail thumbnail;
     LX_AUDIO_CLIP_SOURCE clipSource;
+    bool lostAudio = false;
 };

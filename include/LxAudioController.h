@@ -59,10 +59,11 @@ class LxFileLock;
 // WriteTo (either form) does, or the host calls CommitRecordings itself.
 //
 // Disk space: before a capture starts and while it runs, the free space where
-// the journal and the store are written is watched. A capture is refused when
-// less than about ten seconds of it would fit (beyond the reserve, see
-// SetCaptureDiskReserve), and a running capture ends itself when that is all
-// that is left, or when its journal cannot be written: as StopCapture would,
+// the journal and the store are written is watched, and so is the room left in
+// the store (a member holds at most 2 GiB). A capture is refused when less
+// than about ten seconds of it would fit on the disk (beyond the reserve, see
+// SetCaptureDiskReserve) or in the store, and a running capture ends itself
+// when that is all that is left, or when its journal cannot be written: as StopCapture would,
 // keeping everything captured, and telling the host through its capture
 // callback (kind 39, kLxCallBackCaptureEnded, with the clip's ID).
 class LXAUDIOCORE_API LxAudioController {
@@ -204,6 +205,13 @@ public:
     // the rate the running capture writes; -1 when no capture runs or the free
     // space cannot be told.
     double GetCaptureSecondsOfDiskLeft();
+    // How many seconds of capture the store still has room for (a store member
+    // holds at most 2 GiB); -1 when no capture runs.
+    double GetCaptureSecondsOfStoreLeft();
+    // Whether the last capture that ended itself (kind 39) did so because the
+    // store was about to be full, rather than the disk or the journal. Cleared
+    // by the next StartCapture.
+    bool CaptureEndedForFullStore();
 
     // --- recordings not yet committed by a save ------------------------------------
     // Deletes the journals of every capture that has ended: the host's saved
@@ -277,6 +285,7 @@ private:
     void* captureContext = nullptr;
     int captureGeneration = 0;
     int endedItselfClipID = -1;
+    bool endedForFullStore = false;  // why the last capture that ended itself ended
     int64_t captureDiskReserve = 0;
     int journalCount = 0;
     std::vector<LxFile> endedJournals;

@@ -167,6 +167,17 @@ public:
     // Sizes of the five members in bytes, in the order raw, enc, pcm, clip, map (0 when closed).
     void GetMemberSizes(int sizes[5]);
 
+    // A member holds at most 2^31 - 1 bytes (page records and saved lengths are
+    // 32-bit): a page that would take one past that is refused with an
+    // assertion report ("the store is full: raw.lxa would pass 2 GiB"), no page
+    // ID and nothing written. Bytes of PCM of that channel count (1 or 2) that
+    // can still be appended, in whole pages, before one would be refused; 0
+    // when the store is closed.
+    int64_t GetRoomForPCM(int channels);
+    // Appends refused for want of room since the members were made: a caller
+    // compares it before and after a job to tell a full store from other failures.
+    int64_t GetRoomRefusals() const;
+
 private:
     friend class LxAudioCompactor;
     friend class LxAudioCompressor;

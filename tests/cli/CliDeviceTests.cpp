@@ -26,7 +26,83 @@ protected:
     }
 };
 
+// A project saved in one stream whose "raw.lxa" holds rawBytes of unreferenced
+// audio (a hole: the file is sparse and costs no disk), five reserved silent
+// pages and no clip: a store close to the 2 GiB a member may hold.
+void WriteNearlyFullProject(const std::string& path, int64_t rawBytes) {
+    auto le32 = [](std::vector<uint8_t>& out, int64_t v) {
+        for (int i = 0; i < 4; ++i) out.push_back(static_cast<uint8_t>(static_cast<uint32_t>(v) >> (8 * i)));
+    };
+    std::vector<uint8_t> head, tail;
+    le32(head, rawBytes);
+    le32(tail, 0);    // enc.lxa
+    le32(tail, 180);  // pcm.lxa: the reserved silence
+    for (int page = 0; page < 5; ++page)
+        for (int64_t field : {3, 176400, 0, 0, 0, 0, 1, 44100, 16}) le32(tail, field);
+    for (int64_t field : {0, 4, 0}) le32(tail, field);  // clip.lxa, map.lxa
+    CliFiles::Write(path, head);
+    std::filesystem::resize_file(path, static_cast<uintmax_t>(4 + rawBytes));
+    std::ofstream out(path, std::ios::binary | std::ios::app);
+    out.write(reinterpret_cast<const char*>(tail.data()), static_cast<std::streamsize>(tail.size()));
+}
+
 }  // namespace
+
+TEST_F(CliDeviceTest, AFullStoreRefusesAnImportAndEndsARecordingThatIsThenSaved) {
+    constexpr int64_t kLimit = 2147483647, kPage = 176400;  // a member's largest size; two seconds of mono
+    struct Stamp {
+        uintmax_t size;
+        std::filesystem::file_time_type written;
+        bool operator==(const Stamp&) const = default;
+    };
+    auto stamp = [this](const char* name) {
+        return Stamp{std::filesystem::file_size(files.Path(name)), std::filesystem::last_write_time(files.Path(name))};
+    };
+    // Room for seven pages (14 s of mono).
+    WriteNearlyFullProject(files.Path("full.lxp"), kLimit - 7 * kPage - 100);
+    const Stamp before = stamp("full.lxp");
+
+    // 20 s of stereo does not fit: refused as a whole, the project as it was.
+    CliFiles::WriteWav(files.Path("long.wav"), Ramp(20 * 44100, 2), 2, 44100);
+    CliResult imported = cli.Run({"-q", "import", "full.lxp", "long.wav"});
+    ExpectOneErrorLine(imported, "lxaudio: cannot import 'long.wav': it does not fit in the project's store");
+    EXPECT_NE(imported.err.find("the store is full: raw.lxa would pass 2 GiB"), std::string::npos) << imported.err;
+    EXPECT_TRUE(stamp("full.lxp") == before);
+
+    // Less than ten seconds of room: a recording is refused, saying why.
+    WriteNearlyFullProject(files.Path("fuller.lxp"), kLimit - 4 * kPage - 100);
+    CliFiles::WriteWav(files.Path("voice.wav"), Ramp(20 * 44100, 1, 3), 1, 44100);
+    const std::vector<std::string> microphone = {"LXAUDIO_WAVE_DRIVER=simulated",
+                                                 "LXAUDIO_SIMULATED_INPUT=" + files.Path("voice.wav")};
+    CliResult refused = cli.Run({"record", "fuller.lxp"}, microphone);
+    ExpectOneErrorLine(refused, "lxaudio: cannot record into project 'fuller.lxp': the project's store is full "
+                                "(2 GiB of raw audio); compress and compact it to record more");
+
+    // A recording stops about ten seconds before the store is full, says why,
+    // and saves what it has. The save writes the whole 2 GiB project out (no
+    // longer sparse): skipped on a disk without room for it.
+    const std::filesystem::space_info space = std::filesystem::space(files.Dir());
+    if (space.available < (uintmax_t{6} << 30)) GTEST_SKIP() << "the save needs 2 GiB of disk";
+    CliResult recorded = cli.Run({"record", "full.lxp"}, microphone);
+    ASSERT_EQ(recorded.exitCode, 0) << recorded.err;
+    EXPECT_NE(recorded.err.find("lxaudio: recording stopped: the project's store is full (2 GiB of raw audio); "
+                                "compress and compact it to record more; saving what was recorded"),
+              std::string::npos)
+        << recorded.err;
+    EXPECT_NE(recorded.out.find("(stopped early: the project's store is full)"), std::string::npos) << recorded.out;
+    ASSERT_EQ(ClipIDs(recorded.out, "recorded"), std::vector<int>{1});
+    // The saved project opens undamaged, with the recording; no journal waits.
+    CliResult info = cli.Run({"info", "full.lxp"});
+    EXPECT_EQ(info.exitCode, 0) << info.err;
+    EXPECT_EQ(info.err, "");
+    EXPECT_NE(info.out.find("integrity verified"), std::string::npos) << info.out;
+    const std::vector<int32_t> samples = Exported("full.lxp", 1);
+    EXPECT_GE(samples.size(), size_t{4} * 44100);
+    EXPECT_LE(samples.size(), size_t{7} * 88200);
+    const std::vector<int16_t> voice = Ramp(20 * 44100, 1, 3);
+    EXPECT_EQ(samples, Wide({voice.begin(), voice.begin() + static_cast<long>(samples.size())}));
+    std::filesystem::remove(files.Path("full.lxp"));
+}
 
 TEST_F(CliDeviceTest, RecordingKeepsWhatTheDeviceCaptured) {
 #ifdef _WIN32

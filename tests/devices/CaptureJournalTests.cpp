@@ -18,6 +18,7 @@
 #include "LxPublic/LxFileUtil.h"
 #include "LxPublic/LxStreamUtil.h"
 #include "PcmHelpers.h"
+#include "StoreHelpers.h"
 #include "TempDir.h"
 
 namespace fs = std::filesystem;
@@ -226,6 +227,53 @@ TEST_F(CaptureJournal, ACaptureEndsItselfBeforeTheDiskFills) {
     EXPECT_TRUE(std::equal(stored.begin(), stored.end(), input.begin()));
     EXPECT_EQ(controller.GetUncommittedRecordingCount(), 1);
     EXPECT_EQ(LxFaultInjection::Injected(), 0);  // no write ever failed
+}
+
+TEST_F(CaptureJournal, ACaptureEndsItselfBeforeTheStoreIsFull) {
+    // Projects whose "raw.lxa" is a hole just short of the 2 GiB a member may
+    // hold, loaded in place: the hole is never copied.
+    TempDir scratch;
+    LxAudioController controller(scratch.Child("work"));
+    CallbackRecorder recorder;
+    constexpr int64_t kPage = 176400;  // two seconds of mono
+    LxAudioDamageReport report;
+
+    // Room for four pages: less than ten seconds, refused with the reason.
+    WriteFillerProject(scratch.Child("small.lxp"), kMemberLimit - 4 * kPage - 100);
+    ASSERT_TRUE(controller.ReadVerifiedInPlace(scratch.Child("small.lxp"), report));
+    {
+        AssertRecorder reports;
+        EXPECT_FALSE(controller.StartCapture(0, -1.0f, true, &CallbackRecorder::Record, &recorder));
+        ASSERT_EQ(reports.Count(), 1u);
+        EXPECT_EQ(reports.Reports()[0].message,
+                  "capture refused: the store has room for 8 s of recording (a store member holds at most 2 GiB)");
+        EXPECT_EQ(controller.StopCapture(), -1);
+        EXPECT_TRUE(Journals(controller).empty());
+    }
+
+    // Room for seven pages (14 s): the capture ends itself about ten seconds
+    // before the store is full, tells the host why, and keeps all it captured.
+    WriteFillerProject(scratch.Child("roomy.lxp"), kMemberLimit - 7 * kPage - 100);
+    ASSERT_TRUE(controller.ReadVerifiedInPlace(scratch.Child("roomy.lxp"), report));
+    LxSimulatedWaveDriver::Instance().SetSpeed(4.0);
+    std::vector<unsigned char> input = MonoBytes(20 * 44100, 5);
+    LxSimulatedWaveDriver::Instance().FeedInput(input.data(), input.size());
+    AssertRecorder reports;
+    ASSERT_TRUE(controller.StartCapture(0, -1.0f, true, &CallbackRecorder::Record, &recorder));
+    ASSERT_TRUE(recorder.WaitFor(kLxCallBackCaptureEnded));
+    EXPECT_FALSE(controller.IsCapturing());
+    EXPECT_TRUE(controller.CaptureEndedForFullStore());
+    const int clipID = static_cast<int>(recorder.Events().back().value);
+    ASSERT_GT(clipID, 0);
+    EXPECT_EQ(controller.StopCapture(), clipID);
+    const std::vector<unsigned char> stored = ClipBytes(controller, clipID);
+    ASSERT_GT(stored.size(), 0u);
+    ASSERT_LE(stored.size(), static_cast<size_t>(7 * kPage));
+    EXPECT_TRUE(std::equal(stored.begin(), stored.end(), input.begin()));
+    // What the journal holds is what the clip holds: nothing was refused.
+    EXPECT_EQ(controller.GetAudioFile()->GetRoomRefusals(), 0);
+    EXPECT_EQ(reports.Count(), 0u);
+    EXPECT_EQ(controller.GetUncommittedRecordingCount(), 1);
 }
 
 TEST_F(CaptureJournal, DamageEndsARecordingWhereItIsAndIsNamed) {

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
 #include <initializer_list>
 #include <map>
 #include <string>
@@ -82,4 +84,50 @@ inline StoreFiles KeepStoreFiles(const LxFile& dir) {
 }
 inline void RestoreStoreFiles(const LxFile& dir, const StoreFiles& files) {
     for (const auto& [name, bytes] : files) WriteFileBytes(dir.GetChild(name.c_str()), bytes);
+}
+
+// A member holds at most this many bytes: positions in page records are 32-bit.
+inline constexpr int64_t kMemberLimit = 2147483647;
+
+// The reserved silence: five silent mono pages of 176,400 bytes, as a new store's "pcm.lxa" holds.
+inline std::vector<uint8_t> ReservedSilenceRecords() {
+    std::vector<uint8_t> records;
+    for (int i = 0; i < 5; ++i) {
+        const std::vector<uint8_t> record = Le32({3, 176400, 0, 0, 0, 0, 1, 44100, 16});
+        records.insert(records.end(), record.begin(), record.end());
+    }
+    return records;
+}
+
+// A file of bytes zeros as a hole: a sparse file, which costs no disk.
+inline void WriteHole(const LxFile& file, int64_t bytes) {
+    WriteFileBytes(file, {});
+    std::filesystem::resize_file(std::filesystem::path(file.GetPath().str()), static_cast<uintmax_t>(bytes));
+}
+
+// The member files of a store with nothing stored but rawBytes of "raw.lxa"
+// and encBytes of "enc.lxa" (holes: unreferenced data, as a store keeps what
+// compression and deletion left behind), for LxAudioFile(dir) to open: a
+// store whose members are close to full, built in no time and no disk.
+inline void WriteFillerStore(const LxFile& dir, int64_t rawBytes, int64_t encBytes) {
+    WriteHole(dir.GetChild("raw.lxa"), rawBytes);
+    WriteHole(dir.GetChild("enc.lxa"), encBytes);
+    WriteFileBytes(dir.GetChild("pcm.lxa"), ReservedSilenceRecords());
+    WriteFileBytes(dir.GetChild("clip.lxa"), {});
+    WriteFileBytes(dir.GetChild("map.lxa"), Le32({0}));
+}
+
+// The same store saved in one stream to file (a plain save: five length-prefixed
+// members), its "raw.lxa" a hole; a controller loads it in place
+// (ReadVerifiedInPlace) without copying the hole.
+inline void WriteFillerProject(const LxFile& file, int64_t rawBytes) {
+    std::vector<uint8_t> tail = Le32({0, 180});
+    const std::vector<uint8_t> records = ReservedSilenceRecords();
+    tail.insert(tail.end(), records.begin(), records.end());
+    for (uint8_t b : Le32({0, 4, 0})) tail.push_back(b);
+    WriteFileBytes(file, Le32({rawBytes}));
+    const std::filesystem::path path(file.GetPath().str());
+    std::filesystem::resize_file(path, static_cast<uintmax_t>(4 + rawBytes));
+    std::ofstream out(path, std::ios::binary | std::ios::app);
+    out.write(reinterpret_cast<const char*>(tail.data()), static_cast<std::streamsize>(tail.size()));
 }

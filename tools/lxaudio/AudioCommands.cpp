@@ -100,6 +100,7 @@ int ImportOne(const LxCliGlobal& global, LxAudioController& controller, const So
         importer = controller.GetNvVorbisImporter(nullptr, nullptr);
     }
     size_t mark = global.log->Mark();
+    const int64_t refusals = controller.GetAudioFile() ? controller.GetAudioFile()->GetRoomRefusals() : 0;
     int id = -1;
     {
         LxCliProgressBar bar("import " + source.Name(), global.quiet);
@@ -109,6 +110,9 @@ int ImportOne(const LxCliGlobal& global, LxAudioController& controller, const So
     }
     if (id >= 1) {
         WarnIfCutShort(source, *importer);
+    } else if (id != -2 && controller.GetAudioFile() && controller.GetAudioFile()->GetRoomRefusals() != refusals) {
+        why = "it does not fit in the project's store (2 GiB of raw audio at most); compress and compact the "
+              "project to import more";
     } else if (id != -2) {
         why = global.log->Summary(mark);
         if (why.empty()) why = "the file holds no audio that can be read";

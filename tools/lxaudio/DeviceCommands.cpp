@@ -38,6 +38,11 @@ constexpr double kStopBelowSeconds = 2.0;
 constexpr double kWarnBelowSeconds = 60.0;
 // The engine refuses to start a capture with less than about ten seconds of room.
 constexpr double kRefuseBelowSeconds = 10.0;
+// Why a recording stops (or cannot start) when the project's store is full: a
+// store member holds at most 2 GiB, and raw audio only shrinks when compressed
+// and compacted.
+const char* const kStoreFull =
+    "the project's store is full (2 GiB of raw audio); compress and compact it to record more";
 
 std::string Bytes(int64_t bytes) {
     char text[32];
@@ -136,6 +141,10 @@ int Record(const LxCliGlobal& global, const std::string& path, const LxCliRecord
         throw LxCliFailure("cannot record into project", path,
                            "the disk is nearly full (" + Bytes(freeAtStart) + " free; the save alone needs " +
                                Bytes(reserve) + ")");
+    // The engine refuses too, on its own count; this says why in the tool's words.
+    if (controller.GetAudioFile() != nullptr &&
+        static_cast<double>(controller.GetAudioFile()->GetRoomForPCM(1)) < kRefuseBelowSeconds * kCaptureBytesPerSecond)
+        throw LxCliFailure("cannot record into project", path, kStoreFull);
     LxCliDeviceSession session(controller);
     const int target = options.seconds > 0 ? static_cast<int>(std::ceil(options.seconds * 10 - 1e-9)) : 0;
     size_t mark = global.log->Mark();
@@ -171,7 +180,9 @@ int Record(const LxCliGlobal& global, const std::string& path, const LxCliRecord
         if (session.EndedItself() || !controller.IsCapturing()) {
             // The engine tells why on its own thread, just after the capture ended.
             for (int i = 0; i < 10 && !session.EndedItself(); ++i) std::this_thread::sleep_for(kTick / 2);
-            if (free >= 0 && free < reserve + kWarnBelowSeconds * kCaptureBytesPerSecond) {
+            if (session.EndedItself() && controller.CaptureEndedForFullStore()) {
+                endedItself = kStoreFull;
+            } else if (free >= 0 && free < reserve + kWarnBelowSeconds * kCaptureBytesPerSecond) {
                 endedItself = "the disk is nearly full (" + Bytes(free) + " left)";
             } else {
                 endedItself = session.EndedItself() ? "its journal could not be written to disk"
@@ -200,11 +211,16 @@ int Record(const LxCliGlobal& global, const std::string& path, const LxCliRecord
             const double engineStopsIn = std::max(0.0, engineLeft - kRefuseBelowSeconds);
             if (stopsIn < 0 || engineStopsIn < stopsIn) stopsIn = engineStopsIn;
         }
-        const std::string warning =
+        std::string warning =
             left >= 0 && left < kWarnBelowSeconds
                 ? "disk nearly full, recording stops in " + std::to_string(static_cast<int>(std::max(0.0, stopsIn))) +
                       " s"
                 : std::string();
+        // The store's room, when it runs out before the disk's.
+        const double storeLeft = controller.GetCaptureSecondsOfStoreLeft();
+        if (storeLeft >= 0 && storeLeft < kWarnBelowSeconds && (left < 0 || storeLeft < left))
+            warning = "project's store nearly full, recording stops in " +
+                      std::to_string(static_cast<int>(std::max(0.0, storeLeft - kRefuseBelowSeconds))) + " s";
         if (terminal && !global.quiet) {
             std::fprintf(stderr, "\r%s  %s  captured %.1f s %s", MinutesSeconds(elapsed).c_str(),
                          Meter(session.Level()).c_str(), captured,

@@ -24,8 +24,12 @@ void LxAudioCaptureConsumer::Run() {
         clip = controller->GetNewClip(LX_AUDIO_CLIP_SOURCE_RECORDING);
         pickNext(item);
         while (item != nullptr && !item->IsTerminal()) {
-            clip->AppendPCMData(item->data, item->byteCount, item->channels, item->framesPerSecond,
-                                item->bitsPerSample, item->volume);
+            // Once the store refused a page the clip cannot be whole: it is not
+            // stored (the journal keeps the recording), and the rest is not
+            // offered to a store that has no room for it.
+            if (!clip->HasLostAudio())
+                clip->AppendPCMData(item->data, item->byteCount, item->channels, item->framesPerSecond,
+                                    item->bitsPerSample, item->volume);
             delete item;
             item = nullptr;
             pickNext(item);

@@ -46,6 +46,15 @@ bool LxAudioCaptureJournal::Open(const LxFile& journal, const LxFile& watch, int
                        kSourceFile, __LINE__);
         return false;
     }
+    CheckStoreRoom();
+    const double storeLeft = storeSecondsLeft.load();
+    if (storeLeft >= 0.0 && storeLeft < kMinimumSeconds) {
+        LxAssertFailed(("capture refused: the store has room for " + std::to_string(static_cast<int>(storeLeft)) +
+                        " s of recording (a store member holds at most 2 GiB)")
+                           .c_str(),
+                       kSourceFile, __LINE__);
+        return false;
+    }
     if (!file.Create(journal, NowMS())) {
         LxAssertFailed(("capture refused: cannot write the capture journal " + journal.GetPath().str()).c_str(),
                        kSourceFile, __LINE__);
@@ -73,6 +82,7 @@ void LxAudioCaptureJournal::Run() {
                 if (item->IsTerminal()) {
                     terminal = true;
                 } else if (!failed) {
+                    if (item->channels == 2) storeBytesPerSecond = kLxFrameRate * 4.0;
                     if (file.AppendBuffer(*item)) {
                         unsynced = true;
                     } else {
@@ -90,9 +100,13 @@ void LxAudioCaptureJournal::Run() {
             if (now - lastCheck >= kSpaceCheckInterval) {
                 lastCheck = now;
                 CheckDiskSpace();
+                CheckStoreRoom();
                 const double left = secondsLeft.load();
-                if (left >= 0.0 && left < kMinimumSeconds && !endRequested) {
+                const double storeLeft = storeSecondsLeft.load();
+                const bool storeFull = storeLeft >= 0.0 && storeLeft < kMinimumSeconds;
+                if (((left >= 0.0 && left < kMinimumSeconds) || storeFull) && !endRequested) {
                     endRequested = true;
+                    endedForStore.store(storeFull && !(left >= 0.0 && left < kMinimumSeconds));
                     requestEnd();
                 }
             }
@@ -121,6 +135,13 @@ void LxAudioCaptureJournal::CheckDiskSpace() {
     }
     const double room = static_cast<double>(available) - static_cast<double>(reserve);
     secondsLeft.store(room > 0 ? room / kBytesPerSecond : 0.0);
+}
+
+void LxAudioCaptureJournal::CheckStoreRoom() {
+    if (storeRoomAtOpen < 0) return;
+    // Every byte journaled is a byte the consumer stores, or is about to.
+    const double room = static_cast<double>(storeRoomAtOpen) - static_cast<double>(file.GetAudioBytes());
+    storeSecondsLeft.store(room > 0 ? room / storeBytesPerSecond : 0.0);
 }
 
 void LxAudioCaptureJournal::Finish(int clipID) {

@@ -6,10 +6,11 @@
 // same order, to the consumer's deque; the terminal item ends it. The device's
 // reader thread thus never waits for a disk.
 //
-// It also watches the free space where the journal and the store are written.
-// When less than kMinimumSeconds of capture are left beyond the reserve, or the
-// journal can no longer be written, it asks once for the capture to end
-// (through the function given, which must not block).
+// It also watches the free space where the journal and the store are written,
+// and the room left in the store itself (a member holds at most 2 GiB). When
+// less than kMinimumSeconds of capture are left on the disk beyond the reserve
+// or in the store, or the journal can no longer be written, it asks once for
+// the capture to end (through the function given, which must not block).
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -35,6 +36,12 @@ public:
     // capture fit on the disk of watched beyond reserve. False, with an
     // assertion report, when either fails; nothing is left behind then.
     bool Open(const LxFile& file, const LxFile& watched, int64_t reserve);
+    // Before Open: the bytes of PCM the store can still take (-1, the default:
+    // not watched). Open refuses a capture for which the store has room for
+    // less than kMinimumSeconds; from then on every byte that goes through the
+    // journal counts against that room, so the watch needs no store lock and
+    // runs ahead of the consumer that stores the pages.
+    void WatchStoreRoom(int64_t bytes) { storeRoomAtOpen = bytes; }
     // After the thread ended (the terminal item went through): records the
     // clip the capture was stored as, forces the file to disk and closes it.
     void Finish(int clipID);
@@ -46,6 +53,11 @@ public:
     int64_t GetRecoverableBytes() const { return file.GetAudioBytes() / kLxWholeFrameBlockBytes * kLxWholeFrameBlockBytes; }
     // Seconds of capture left on the disk beyond the reserve; -1 when unknown.
     double GetSecondsOfDiskLeft() const { return secondsLeft.load(); }
+    // Seconds of capture the store still has room for; -1 when not watched.
+    double GetSecondsOfStoreLeft() const { return storeSecondsLeft.load(); }
+    // Whether the end was asked for because the store (not the disk, nor the
+    // journal) was about to be full.
+    bool EndedForFullStore() const { return endedForStore.load(); }
 
 protected:
     void Run() override;
@@ -57,6 +69,7 @@ private:
     static constexpr double kBytesPerSecond = 2 * 88200.0 + 4096.0;
 
     void CheckDiskSpace();
+    void CheckStoreRoom();
     void Fail(const char* why, int line);
 
     LxSharedDeque<LxAudioCaptureData*>& fromDevice;
@@ -68,4 +81,9 @@ private:
     bool failed = false;
     bool endRequested = false;
     std::atomic<double> secondsLeft{-1.0};
+    int64_t storeRoomAtOpen = -1;
+    // Bytes of capture a second brings into the store, by the widest buffer seen.
+    double storeBytesPerSecond = kLxFrameRate * 2.0;
+    std::atomic<double> storeSecondsLeft{-1.0};
+    std::atomic<bool> endedForStore{false};
 };

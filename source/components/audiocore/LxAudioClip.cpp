@@ -19,12 +19,13 @@ LxAudioClip::LxAudioClip(LxAudioFile& file, int clipID, LX_AUDIO_CLIP_SOURCE sou
 }
 
 LxAudioClip::LxAudioClip(const LxAudioClip& other)
-    : LxAudioClipBase(other), ILxAudioPlaybackClip(), clipSource(other.clipSource) {}
+    : LxAudioClipBase(other), ILxAudioPlaybackClip(), clipSource(other.clipSource), lostAudio(other.lostAudio) {}
 
 LxAudioClip& LxAudioClip::operator=(const LxAudioClip& other) {
     if (this == &other) return *this;
     LxAudioClipBase::operator=(other);
     clipSource = other.clipSource;
+    lostAudio = other.lostAudio;
     thumbnail.Clear();
     ResetCursor();
     pendingBytes = 0;
@@ -93,6 +94,7 @@ void LxAudioClip::PushDataToPCMStream(int channels, int sampleRate, int bitsPerS
     if (page == -1) {
         LxAssertFailed("", kSourceFile, __LINE__);
         page = 0;
+        lostAudio = true;
     }
     LxAudioVolumeEffect effect(volume, 0.0f, 1.0f);
     if (!pageRanges.empty()) {
@@ -117,7 +119,8 @@ int LxAudioClip::FinishAppendingPCMData(int channels, int sampleRate, int bitsPe
     pendingBytes = (pendingBytes / kLxWholeFrameBlockBytes) * kLxWholeFrameBlockBytes;
     if (pendingBytes > 0) PushDataToPCMStream(channels, sampleRate, bitsPerSample, volume);
     pendingBytes = 0;
-    if (pageRanges.empty()) return -1;
+    // A clip short of audio the store refused is not stored as if it were whole.
+    if (pageRanges.empty() || lostAudio) return -1;
     return audioFile->WriteClip(*this);
 }
 
@@ -126,7 +129,11 @@ void LxAudioClip::AppendPCMDataFromAClipInsideAnotherAudioFile(LxAudioClip& othe
     for (const LxPageRange& range : other.GetPageRanges()) {
         LxPageRange copied;
         if (range.startPage < 0 || range.endPage < range.startPage) LxAssertFailed("", kSourceFile, __LINE__);
-        if (LxClipRecord::CopyRange(range, *audioFile, copied)) pageRanges.push_back(copied);
+        if (LxClipRecord::CopyRange(range, *audioFile, copied)) {
+            pageRanges.push_back(copied);
+        } else {
+            lostAudio = true;
+        }
     }
 }
 

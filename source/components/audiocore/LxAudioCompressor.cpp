@@ -129,6 +129,11 @@ bool LxAudioCompressor::CompressOnePage() {
         store.Pcm()->SetCompressCursor(cursor + kLxPageRecordBytes);
         return false;
     }
+    if (!store.Enc()->CheckRoomFor(encoded)) {
+        // No room for it in "enc.lxa" (reported): the page stays raw.
+        store.Pcm()->SetCompressCursor(cursor + kLxPageRecordBytes);
+        return false;
+    }
     record.codec = kLxPageCodecVorbis;
     record.dataRange = store.Enc()->Append(output.data(), encoded);
     store.Pcm()->GetStream()->Seek(cursor, kLxSeekBegin);
@@ -234,7 +239,8 @@ int LxAudioCompressor::CompressAllPagesInParallel(int threads, ILxGeneralProgres
                 now.dataRange != page.record.dataRange || now.pcmBytes != page.record.pcmBytes) {
                 break;
             }
-            if (page.encodedBytes > 0) {
+            // A page for which "enc.lxa" has no room stays raw (reported).
+            if (page.encodedBytes > 0 && store.Enc()->CheckRoomFor(page.encodedBytes)) {
                 // The codec reported why when it wrote nothing; such a page stays raw.
                 LxPCMData record = page.record;
                 record.codec = kLxPageCodecVorbis;

@@ -290,6 +290,7 @@ bool LxAudioController::StartCapture(const int& deviceID, float volume, bool pre
                                      void* context, LxAudioCaptureConsumerBase* consumer) {
     LxRecursiveLock guard(captureLock);
     endedItselfClipID = -1;
+    endedForFullStore = false;
     CreateSharedAudioData();
     // The device feeds the shared deque; the journal thread writes every item
     // to the journal and passes it on to the consumer's deque.
@@ -301,6 +302,9 @@ bool LxAudioController::StartCapture(const int& deviceID, float volume, bool pre
     std::snprintf(name, sizeof name, "capture-%06d", ++journalCount);
     LxString journalName(name);
     journalName += LxAudioCaptureJournalFile::kSuffix;
+    // The capture device records mono: the store's room is counted in mono
+    // pages, whose thumbnails are the larger.
+    journal->WatchStoreRoom(audioFile ? audioFile->GetRoomForPCM(1) : -1);
     if (!journal->Open(temporaryDirectory.GetChild(journalName), temporaryDirectory, captureDiskReserve)) {
         DestroySharedAudioData();
         return false;
@@ -367,6 +371,16 @@ double LxAudioController::GetCaptureSecondsOfDiskLeft() {
     return captureJournal ? captureJournal->GetSecondsOfDiskLeft() : -1.0;
 }
 
+double LxAudioController::GetCaptureSecondsOfStoreLeft() {
+    LxRecursiveLock guard(captureLock);
+    return captureJournal ? captureJournal->GetSecondsOfStoreLeft() : -1.0;
+}
+
+bool LxAudioController::CaptureEndedForFullStore() {
+    LxRecursiveLock guard(captureLock);
+    return endedForFullStore;
+}
+
 int LxAudioController::EndCapture() {
     LxRecursiveLock guard(captureLock);
     if (!captureDevice) {
@@ -414,6 +428,7 @@ void LxAudioController::HandleCaptureEndRequest(int generation) {
         if (!captureDevice || !captureJournal || generation != captureGeneration) return;
         callback = captureCallback;
         context = captureContext;
+        endedForFullStore = captureJournal->EndedForFullStore();
         clipID = EndCapture();
         endedItselfClipID = clipID;
     }

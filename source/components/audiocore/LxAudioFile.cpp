@@ -326,6 +326,26 @@ void LxAudioFile::GetMemberSizes(int sizes[5]) {
     }
 }
 
+int64_t LxAudioFile::GetRoomForPCM(int channels) {
+    LxRecursiveLock guard(lock);
+    if (!members || (channels != 1 && channels != 2)) return 0;
+    // A full page writes its PCM to "raw.lxa", its thumbnail to "enc.lxa" and
+    // its record to "pcm.lxa"; the member with the least room decides.
+    const int64_t thumbnailBytes = (kLxMaxPageBytes / channels / 2 / kLxThumbnailFrames) * 4;
+    const int64_t pages = std::min({members->Raw().GetRoom() / kLxMaxPageBytes,
+                                    members->Enc().GetRoom() / thumbnailBytes,
+                                    members->Pcm().GetRoom() / kLxPageRecordBytes});
+    return std::max<int64_t>(0, pages) * kLxMaxPageBytes;
+}
+
+int64_t LxAudioFile::GetRoomRefusals() const {
+    LxRecursiveLock guard(lock);
+    if (!members) return 0;
+    int64_t refusals = 0;
+    for (int i = 0; i < LxStoreMembers::kCount; ++i) refusals += members->At(i).GetRoomRefusals();
+    return refusals;
+}
+
 int64_t LxAudioFile::MemberFailures(bool writes) const { return members ? members->Failures(writes) : 0; }
 
 bool LxAudioFile::IsDamaged() const {
@@ -395,12 +415,15 @@ void LxAudioFile::AppendAudioFileFrom(LxAudioFile& other, std::map<int, int>& id
             for (const LxPageRange& range : original.ranges) range.IsValid();
         }
         LxClipRecord copy(this);
+        const int64_t refusals = GetRoomRefusals();
         for (const LxPageRange& range : original.ranges) {
             LxPageRange copied;
             if (range.startPage < 0 || range.endPage < range.startPage) LxAssertFailed("", kSourceFile, __LINE__);
             if (LxClipRecord::CopyRange(range, *this, copied)) copy.ranges.push_back(copied);
         }
-        idMap[oldID] = WriteClip(copy);
+        // A clip some of whose pages this store had no room for is not stored
+        // short of them: it maps to -1.
+        idMap[oldID] = GetRoomRefusals() == refusals ? WriteClip(copy) : -1;
     }
 }
 

@@ -176,7 +176,9 @@ int LxAudioImporter::DoImport() {
     int64_t read = 0;
     int available = 0, consumed = 0, offset = 0;
     do {
-        if (cancelled || decodeFailed) break;
+        // A page the store refused (it is full) ends the import: the clip
+        // would lack audio, so it is not stored.
+        if (cancelled || decodeFailed || clip->HasLostAudio()) break;
         if (consumed < available) {
             offset += consumed;
             available -= consumed;
@@ -220,11 +222,11 @@ int LxAudioImporter::DoImport() {
         // Nothing consumed from a non-empty chunk would repeat forever.
         if (available > 0 && consumed == 0 && outBytes == 0) break;
     } while (!IsDecoderEOF());
-    if (!cancelled && !decodeFailed && !resampleBatch()) return -1;
+    if (!cancelled && !decodeFailed && !clip->HasLostAudio() && !resampleBatch()) return -1;
     Finalize();
 
     int result = -2;
-    if (decodeFailed) {
+    if (decodeFailed || clip->HasLostAudio()) {
         result = -1;
     } else if (!cancelled) {
         result = clip->FinishAppendingPCMData(channels, kLxFrameRate, kLxBitsPerSample, 1.0f);

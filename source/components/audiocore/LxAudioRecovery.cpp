@@ -84,8 +84,11 @@ int LxAudioRecovery::RecoverRecordings(LxAudioController& controller, const LxAu
         bool readable = LxAudioCaptureJournalFile::Read(
             recording.journal, info,
             [&](const LxAudioCaptureJournalFile::Buffer& buffer) {
-                clip->AppendPCMData(buffer.pcm.data(), static_cast<int>(buffer.pcm.size()), buffer.channels,
-                                    buffer.framesPerSecond, buffer.bitsPerSample, buffer.volume);
+                // After a page the store refused (it is full) the clip is not
+                // stored; the rest is not offered to it.
+                if (!clip->HasLostAudio())
+                    clip->AppendPCMData(buffer.pcm.data(), static_cast<int>(buffer.pcm.size()), buffer.channels,
+                                        buffer.framesPerSecond, buffer.bitsPerSample, buffer.volume);
                 last.channels = buffer.channels;
                 last.framesPerSecond = buffer.framesPerSecond;
                 last.bitsPerSample = buffer.bitsPerSample;

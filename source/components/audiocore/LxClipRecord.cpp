@@ -72,6 +72,8 @@ bool LxClipRecord::CopyRange(const LxPageRange& range, LxAudioFile& target, LxPa
     int firstCopy = -1, lastCopy = -1;
     for (int page = range.startPage; page <= range.endPage; page += kLxPageRecordBytes) {
         int made = source->CopyPageTo(page, target);
+        // A page the target refused (no room, say) leaves the range incomplete.
+        if (made == -1) return false;
         if (firstCopy == -1) firstCopy = made;
         lastCopy = made;
     }

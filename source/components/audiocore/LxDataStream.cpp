@@ -8,6 +8,9 @@ LxDataStream::LxDataStream(const LxFile& memberFile, const LxString& memberName)
 LxRange LxDataStream::Append(const void* bytes, int count) {
     LxRange range;
     if (!stream) return range;
+    // Callers check the room before they write anything; this only keeps a
+    // position from ever wrapping.
+    if (!CheckRoomFor(count)) return range;
     stream->Seek(0, kLxSeekEnd);
     range.start = static_cast<int>(stream->GetPosition());
     stream->SetWriting(true);

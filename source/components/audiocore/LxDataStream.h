@@ -8,7 +8,9 @@ class LxDataStream : public LxMemberStream {
 public:
     LxDataStream(const LxFile& file, const LxString& name);
 
-    // Appends count bytes at the end; returns where they went.
+    // Appends count bytes at the end; returns where they went. Bytes that would
+    // take the member past kMaxBytes are refused (reported; nothing written, an
+    // empty range at 0): check CheckRoomFor first.
     LxRange Append(const void* bytes, int count);
     // Reads count bytes from the start of range; returns the bytes read.
     int Read(const LxRange& range, void* buffer, int count);

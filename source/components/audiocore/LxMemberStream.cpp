@@ -54,6 +54,23 @@ int LxMemberStream::GetSize() {
     return static_cast<int>(std::min<int64_t>(size, INT32_MAX));
 }
 
+int64_t LxMemberStream::GetRoom() {
+    if (!stream) return 0;
+    const int64_t position = stream->GetPosition();
+    stream->Seek(0, kLxSeekEnd);
+    const int64_t size = stream->GetPosition();
+    stream->Seek(position, kLxSeekBegin);
+    return std::max<int64_t>(0, kMaxBytes - size);
+}
+
+bool LxMemberStream::CheckRoomFor(int64_t count) {
+    if (count <= GetRoom()) return true;
+    ++roomRefusals;
+    LxAssertFailed(("the store is full: " + name.str() + " would pass 2 GiB").c_str(),
+                   "source/components/audiocore/LxMemberStream", __LINE__);
+    return false;
+}
+
 void LxMemberStream::Flush() {
     if (stream) stream->Flush();
 }

@@ -27,6 +27,16 @@ public:
     const LxString& GetName() const { return name; }
     // Size in bytes; the position is left where it was. 0 without a stream.
     int GetSize();
+    // Page records, clip ranges and the saved forms hold a member's positions
+    // and length in 32 bits: a member never grows past kMaxBytes.
+    static constexpr int64_t kMaxBytes = 2147483647;
+    // Bytes the member can still grow by (0 without a stream).
+    int64_t GetRoom();
+    // Whether count more bytes fit; when they do not, an assertion report says
+    // the store is full and names the member.
+    bool CheckRoomFor(int64_t count);
+    // Times CheckRoomFor said no since the member was made.
+    int64_t GetRoomRefusals() const { return roomRefusals; }
     void Flush();
     void Close();
     // Seek to 0 and cut: an empty member.
@@ -86,4 +96,5 @@ protected:
     int64_t chunkWriteFailures = 0;
     LxFile file;
     LxString name;
+    int64_t roomRefusals = 0;
 };

@@ -142,10 +142,17 @@ void LxPCMDataStream::AppendPage(const void* pcm, int pcmBytes, int channels, in
         thumbBytes[2 * i] = static_cast<unsigned char>(v);
         thumbBytes[2 * i + 1] = static_cast<unsigned char>(v >> 8);
     }
+    // A page goes in whole or not at all: every member it writes to must have
+    // room for its part before the first byte is written.
+    const bool silent = pcmBytes < 1 || IsAllZero(bytes, pcmBytes);
+    if (!encStream->CheckRoomFor(static_cast<int64_t>(thumbBytes.size())) ||
+        (!silent && !rawStream->CheckRoomFor(pcmBytes)) || !CheckRoomFor(kLxPageRecordBytes)) {
+        return;
+    }
     LxRange thumbRange = encStream->Append(thumbBytes.data(), static_cast<int>(thumbBytes.size()));
 
     // An all-zero page stores no data; its thumbnail stays behind unused until compaction.
-    if (pcmBytes < 1 || IsAllZero(bytes, pcmBytes)) {
+    if (silent) {
         AppendSilentPage(pcmBytes, channels, sampleRate, bitsPerSample, pageID);
         return;
     }
@@ -157,7 +164,7 @@ void LxPCMDataStream::AppendPage(const void* pcm, int pcmBytes, int channels, in
 
 void LxPCMDataStream::AppendSilentPage(int pcmBytes, int channels, int sampleRate, int bitsPerSample, int& pageID) {
     pageID = -1;
-    if (!stream) return;
+    if (!stream || !CheckRoomFor(kLxPageRecordBytes)) return;
     pageID = AppendRecord(MakeRecord(kLxPageCodecSilent, pcmBytes, channels, sampleRate, bitsPerSample));
 }
 
@@ -346,14 +353,21 @@ void LxPCMDataStream::CopyPageTo(int pageID, LxPCMDataStream& target, int& newPa
         LxDataStream* from = record.codec == kLxPageCodecRaw ? rawStream : encStream;
         LxDataStream* to = record.codec == kLxPageCodecRaw ? target.rawStream : target.encStream;
         int n = std::clamp(record.dataRange.Size(), 0, kLxMaxPageBytes);
+        int thumbBytes = std::clamp(record.thumbnailRange.Size(), 0, FullThumbnailBytes(record.channels));
+        // Data and thumbnail may go into the same member: room for both, checked
+        // before anything of the page is written.
+        const int64_t intoEnc = thumbBytes + (to == target.encStream ? n : 0);
+        if (target.stream && ((to == target.rawStream && !to->CheckRoomFor(n)) ||
+                              !target.encStream->CheckRoomFor(intoEnc) || !target.CheckRoomFor(kLxPageRecordBytes))) {
+            return;
+        }
         int got = from->Read(record.dataRange, pageBuffer.data(), n);
         record.dataRange = to->Append(pageBuffer.data(), got);
-        int thumbBytes = std::clamp(record.thumbnailRange.Size(), 0, FullThumbnailBytes(record.channels));
         got = encStream->Read(record.thumbnailRange, pageBuffer.data(), thumbBytes);
         record.thumbnailRange = target.encStream->Append(pageBuffer.data(), got);
     } else if (record.codec != kLxPageCodecSilent) {
         LxAssertFailed("", kSourceFile, __LINE__);
     }
-    if (!target.stream) return;
+    if (!target.stream || (!hasData && !target.CheckRoomFor(kLxPageRecordBytes))) return;
     newPageID = target.AppendRecord(record);
 }

@@ -30,6 +30,7 @@ int LxStoreSalvager::Run(LxAudioFile& source, LxAudioFile& target, const LxAudio
         }
         if (hurt && !fillDamaged) continue;
         LxClipRecord copy(&target);
+        const int64_t refusals = target.GetRoomRefusals();
         for (const LxPageRange& range : original.ranges) {
             // A lost page takes the channel count of the range's other pages.
             int channels = 1;
@@ -60,6 +61,9 @@ int LxStoreSalvager::Run(LxAudioFile& source, LxAudioFile& target, const LxAudio
             moved.endPage = last;
             copy.ranges.push_back(moved);
         }
+        // A clip some of whose pages the target had no room for is left out
+        // rather than stored short of them.
+        if (target.GetRoomRefusals() != refusals) continue;
         const int newID = target.WriteClip(copy);
         if (newID < 1) continue;
         idMap[clipID] = newID;
