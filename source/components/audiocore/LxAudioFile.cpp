@@ -216,7 +216,6 @@ bool LxAudioFile::TwoCores() {
 void LxAudioFile::DecodeAhead(int pageID) {
     if (pageID < kLxFirstOrdinaryPage || pageID > Pcm()->GetSize() - kLxPageRecordBytes) return;
     LxPageDecodeAhead::Key key{pageID, GetPageEpoch(), LxPCMData()};
-    if (decodeAhead && decodeAhead->Holds(key)) return;
     // Nobody asked for this page: whatever its record or data would report is
     // left for the read that does ask.
     LxQuietReports quiet;

@@ -55,12 +55,8 @@ int LxMemberStream::GetSize() {
 }
 
 int64_t LxMemberStream::GetRoom() {
-    if (!stream) return 0;
-    const int64_t position = stream->GetPosition();
-    stream->Seek(0, kLxSeekEnd);
-    const int64_t size = stream->GetPosition();
-    stream->Seek(position, kLxSeekBegin);
-    return std::max<int64_t>(0, kMaxBytes - size);
+    // GetSize never reads more than kMaxBytes.
+    return stream ? kMaxBytes - GetSize() : 0;
 }
 
 bool LxMemberStream::CheckRoomFor(int64_t count) {
