@@ -71,7 +71,6 @@ private:
     unsigned int inFrameRate;
     unsigned int outFrameRate;
     std::unique_ptr<LxAudioResamplerFilter> filters[2];
-    std::unique_ptr<LxAudioResamplerWorker> worker;  // null on one core
     int channels;
     int totalDelay = 0;
     int delayToDrop = 0;
@@ -79,4 +78,6 @@ private:
     // A left sample waiting for its right partner from the next call.
     float pendingLeft = 0.0f;
     bool hasPendingLeft = false;
+    // Added after the resampler's own fields: the second thread, null on one core.
+    std::unique_ptr<LxAudioResamplerWorker> worker;
 };
